@@ -1,0 +1,17 @@
+// The eight system properties, read into PluginState and idleSockets. Command thread.
+#ifndef PLUGIN_CONFIGURATION_H_
+#define PLUGIN_CONFIGURATION_H_
+
+#include <cstdint>
+
+#include "plugin/plugin_state.h"
+
+namespace kiv {
+
+// Reads and reports every property in turn, overwriting every value. A text that is no number reads as 0.
+// Always 1.
+int32_t ReadConfiguration(PluginState& state);
+
+}  // namespace kiv
+
+#endif  // PLUGIN_CONFIGURATION_H_
