@@ -1,0 +1,96 @@
+#include "learning/navigation_handler.h"
+
+#include <cstring>
+#include <string>
+
+#include "learning/host_map.h"
+#include "net/http/http_request_headers.h"
+#include "plugin/command_params.h"
+#include "plugin/log.h"
+#include "plugin/plugin_state.h"
+#include "preload/preload_queue.h"
+#include "reflector/cached_url_map.h"
+
+namespace kiv {
+namespace {
+
+constexpr uint32_t kPriority = 512;
+constexpr uint32_t kLoadFlags = 0x800000;
+
+// Asks the host to send the page's own URL back as a preload order, unless the request is seen in the
+// meantime.
+void PostBypass(const char* url, const char* headers) {
+  CorvaneCmd* const cmd = CorvaneCmdCreate(8, 21, 0);
+  if (cmd == nullptr) return;
+  CorvaneCmdAddParamAsUint32(cmd, kPriority);
+  CorvaneCmdAddParamAsString(cmd, url);
+  CorvaneCmdAddParamAsUint32(cmd, 0);  // no page
+  CorvaneCmdAddParamAsUint32(cmd, kLoadFlags);
+  CorvaneCmdAddParamAsString(cmd, headers);
+  CorvaneCmdCommitDelayed(cmd, static_cast<unsigned int>(GetPluginState().bypassDelay));
+}
+
+void PageRequested(const CommandParams& params) {
+  const char* const url = params.String(0);
+  const char* const method = params.String(1);
+  const char* const headers = params.String(2);
+  if (url == nullptr) return;
+
+  const uint32_t urlHash = CorvaneHash(url);
+  if (method == nullptr || std::strcmp(method, net::HttpRequestHeaders::kGetMethod) != 0) {
+    KIV_DEBUG("Not GET method: %s", url);
+    return;
+  }
+  const auto known = CachedUrlMap.find(urlHash);
+  if (known == CachedUrlMap.end()) {
+    KIV_DEBUG("Main URL: %s", url);
+    AddToCacheReflector(urlHash, url, 0);
+  } else if (known->second.state == 0 && GetPluginState().bypassEnabled) {
+    PostBypass(url, headers);
+  }
+}
+
+void ResourceSeen(const CommandParams& params) {
+  const char* const pageUrl = params.String(0);
+  const char* const url = params.String(1);
+  const bool wantsPreload = params.Number(3) == 0 && params.Number(4) != 0;
+  if (pageUrl == nullptr || url == nullptr) return;
+
+  const uint32_t pageHash = CorvaneHash(pageUrl);
+  const uint32_t urlHash = CorvaneHash(url);
+  if (CachedUrlMap.contains(urlHash)) return;
+  if (wantsPreload) {
+    KIV_INFO("Delayed preload : %s", url);
+    SetForPreload(url, pageHash, kPriority, kLoadFlags, std::string());
+  }
+  AddToCacheReflector(urlHash, url, pageHash);
+}
+
+void WithdrawPreloads(const CommandParams& params) {
+  const uint32_t urlHash = params.Number(0);
+  const auto known = CachedUrlMap.find(urlHash);
+  if (known == CachedUrlMap.end()) return;
+  known->second.state = 2;
+  if (HostEntry* const host = FindHost(HostKey(known->second.url))) RemoveFromQueue(*host, urlHash);
+}
+
+}  // namespace
+
+int32_t HandleNavigation(CorvaneCmd* cmd) {
+  const CommandParams params(cmd);
+  switch (cmd->action) {
+    case 9:
+      PageRequested(params);
+      return 1;
+    case 5:
+      ResourceSeen(params);
+      return 1;
+    case 8:
+      WithdrawPreloads(params);
+      return 1;
+    default:
+      return 0;
+  }
+}
+
+}  // namespace kiv
