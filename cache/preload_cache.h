@@ -1,0 +1,80 @@
+// The in-memory store of launched preloads: PreloadCache, its PreloadEntry records and PreloadLock.
+// Everything declared here is used with PreloadLock held; callers come from any thread.
+#ifndef CACHE_PRELOAD_CACHE_H_
+#define CACHE_PRELOAD_CACHE_H_
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "base/synchronization/lock.h"
+#include "base/time/time.h"
+#include "net/url_request/url_request_context.h"
+
+namespace kiv {
+
+// Where a fetch stands. The numbers are printed in the log.
+enum class PreloadState : uint32_t {
+  Pending = 0,    // the fetcher was asked to start
+  Delayed = 1,    // waits for the host's message loop and HTTP cache
+  Running = 2,    // the fetcher has taken the request
+  Preloaded = 3,  // can be served
+  Failed = 4,     // ended in any other way
+};
+
+struct PreloadEntry {
+  std::string url;
+  uint32_t urlHash = 0;  // the key, and the fetch cookie
+  uint32_t loadFlags = 0;
+  net::URLRequestContext* context = nullptr;  // never null once launched; not owned
+  std::string requestHeaders;                 // header lines as text
+  std::string responseHeaders;                // the raw block
+  PreloadState state = PreloadState::Pending;
+  base::Time startTime;
+  int32_t responseCode = -1;
+  int64_t contentLength = 0;  // declared length in bytes, -1 when none was declared
+  uint32_t dataSize = 0;      // body bytes held
+  uint32_t dataCapacity = 0;  // body bytes allocated
+  std::unique_ptr<char[]> data;
+  uint32_t loans = 0;  // of this body, not yet returned
+  bool lent = false;   // `data` was handed out at some time
+};
+
+// One lock, not recursive, for the cache and every field of every entry: held from the lookup to the last
+// access.
+extern base::Lock PreloadLock;
+
+// By URL hash; never null. Two URLs with one hash share an entry.
+extern std::map<uint32_t, std::unique_ptr<PreloadEntry>> PreloadCache GUARDED_BY(PreloadLock);
+
+// Entries that left the cache, or old bodies that were outgrown, while a caller may still read them. They
+// answer to nothing; all of a hash go when its last loan comes back.
+extern std::multimap<uint32_t, std::unique_ptr<PreloadEntry>> ParkedEntries GUARDED_BY(PreloadLock);
+
+using PreloadIterator = std::map<uint32_t, std::unique_ptr<PreloadEntry>>::iterator;
+
+// The entry, or null. A cookie is the hash carried in a pointer.
+PreloadEntry* FindByHash(uint32_t urlHash) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+PreloadEntry* FindByCookie(const void* cookie) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+
+// Asks the host to start the entry's fetch; the host's answer, 0 for refused.
+int32_t StartFetch(const PreloadEntry& entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+
+// Takes the entry out of the cache and returns the one that followed. It is destroyed, or parked while its
+// body may still be read. Allocates nothing.
+PreloadIterator RemoveEntry(PreloadIterator place) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+
+// Gives the entry a larger buffer that begins with the bytes held; what follows them is not filled. Throws
+// without memory, with nothing changed.
+void GrowBody(PreloadEntry& entry, uint32_t capacity) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+
+// Counts one more reader of the entry's body; false, counting nothing, when no more can be counted.
+bool LendBody(PreloadEntry& entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+
+// Takes one loan of the hash back, if one is out.
+void ReturnLoan(uint32_t urlHash) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+
+}  // namespace kiv
+
+#endif  // CACHE_PRELOAD_CACHE_H_

@@ -1,0 +1,57 @@
+#include "cache/serving.h"
+
+#include "plugin/log.h"
+#include "plugin/plugin_state.h"
+
+namespace kiv {
+namespace {
+
+// A length that the caller's signed 32 bits cannot hold is not handed out.
+bool CanBeServed(const PreloadEntry& entry) {
+  return entry.state == PreloadState::Preloaded &&
+         GetPluginState().CacheSizeLimit() >= static_cast<uint64_t>(entry.contentLength) &&
+         entry.dataSize <= INT32_MAX;
+}
+
+}  // namespace
+
+int32_t IsPreloaded(const char* url, std::string& headers, const char*& body, int32_t& length) {
+  if (!GetPluginState().cacheEnabled) return 0;
+  const base::AutoLock hold(PreloadLock);
+  PreloadEntry* const entry = FindByHash(CorvaneHash(url));
+  if (entry == nullptr || !CanBeServed(*entry)) return 0;
+  headers = entry->responseHeaders;
+  // In whatever header it stands, and past the NUL bytes between them.
+  if (headers.find("text/html") != std::string::npos) {
+    KIV_WARNING("ignoring HTML resource: %s", url);
+    return 0;
+  }
+  if (!LendBody(*entry)) return 0;
+  body = entry->data.get();
+  length = static_cast<int32_t>(entry->dataSize);
+  KIV_DEBUG("Get preloaded URL: %s (%d)", url, length);
+  return 1;
+}
+
+int32_t ReleasePreloaded(const char* url) {
+  if (!GetPluginState().cacheEnabled) return 0;
+  const base::AutoLock hold(PreloadLock);
+  const uint32_t urlHash = CorvaneHash(url);
+  ReturnLoan(urlHash);
+  const auto found = PreloadCache.find(urlHash);
+  if (found == PreloadCache.end()) return 0;
+  RemoveEntry(found);
+  KIV_DEBUG("Release preloaded URL: %s", url);
+  return 1;
+}
+
+int32_t IsInDC(const char* url) {
+  const base::AutoLock hold(PreloadLock);
+  const auto found = PreloadCache.find(CorvaneHash(url));
+  if (found == PreloadCache.end() || found->second->state != PreloadState::Preloaded) return 0;
+  RemoveEntry(found);
+  KIV_DEBUG("URL preloaded to DC: %s", url);
+  return 1;
+}
+
+}  // namespace kiv
