@@ -22,6 +22,7 @@ struct Request {
   double startMs = 0;  // when the browser wanted it, from the start of its page; never negative
   double dnsMs = 0;    // 0 when unknown or reused; `connectMs` includes the TLS part
   double connectMs = 0;
+  double sslMs = 0;   // the TLS part of connectMs
   double waitMs = 0;  // from sent to first byte; 0 when unknown
   double receiveMs = 0;
   double endMs = 0;  // when its last byte was in, from the start of its page
@@ -37,6 +38,7 @@ struct Request {
       responseHeaders;    // raw block: status line and header lines, each ended by NUL, and one more NUL
   int64_t bodyBytes = 0;  // on the wire, the best that the recording tells
   int64_t declaredLength = -1;  // Content-Length as the network stack reads it; -1 when there is none
+  uint64_t contentVersion = 0;  // tells its simulated body from those of other loads of the same URL
   std::optional<double>
       freshForMs;  // how long a cache may use it without asking; nothing: it may not be stored
 };

@@ -41,6 +41,7 @@ enum class WhyNot {
   Failed,             // the fetch failed, or was cancelled by the plugin for another reason
   BrowserAskedFirst,  // ordered, but the browser asked before a launch
   LimitReached,  // ordered, and waiting because the preload limit or the sockets of its host were used up
+  SharesHash,    // another resource of the page has the same URL hash
   NoContext,     // the launch was refused for want of a request context
   StillRunning,  // launched and not finished when asked (joined, or fetched again when joining is off)
   UsedUp,        // served or joined before on this page, and asked for again

@@ -1,0 +1,224 @@
+#include "replay/network_model.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "replay/content.h"
+
+namespace replay {
+namespace {
+
+constexpr size_t kMaxStreams = 100;
+
+int64_t ToUs(double ms) {
+  return static_cast<int64_t>(ms * 1000);
+}
+
+size_t Index(host::Urgency urgency) {
+  return static_cast<size_t>(urgency);
+}
+
+// What the server answers for a URL that nobody recorded.
+const std::string& NotFoundBlock() {
+  static const std::string block("HTTP/1.1 404 Not Found\0Content-Length: 0\0\0", 42);
+  return block;
+}
+
+}  // namespace
+
+NetworkModel::NetworkModel(VirtualClock& clock, const NetworkProfile& profile,
+                           const RecordedNetwork& recorded, const host::HostSettings& settings, Server server)
+    : clock_(clock),
+      profile_(profile),
+      recorded_(recorded),
+      settings_(settings),
+      server_(std::move(server)),
+      link_(clock, profile.downMbit.value_or(0) / 8, settings.preloadShare) {}
+
+NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
+  const std::string key = GroupKey(url);
+  const auto [place, isNew] = groups_.try_emplace(key);
+  Group& group = place->second;
+  if (!isNew) return group;
+  if (const auto known = recorded_.find(key); known != recorded_.end()) group.recorded = known->second;
+  const double rttMs = profile_.rttMs.value_or(group.recorded.rttMs);
+  group.rttUs = ToUs(rttMs);
+  group.connectUs =
+      ToUs(profile_.rttMs ? rttMs * ConnectRoundTrips(group.recorded) : group.recorded.connectMs);
+  return group;
+}
+
+bool NetworkModel::Multiplexed(const Group& group) const {
+  return group.recorded.protocol != Protocol::Http1;
+}
+
+host::TransferId NetworkModel::Start(const host::TransferRequest& request, host::TransferClient& client) {
+  const host::TransferId id = ++lastId_;
+  Group& group = GroupOf(request.url);
+  transfers_[id] = {request, &client, server_(request), &group};
+  times_[id].startUs = clock_.NowUs();
+  group.waiting[Index(request.urgency)].push_back(id);
+  // In a task of its own: no client hears anything from inside Start.
+  clock_.PostDelayed(0, [this, &group] { Dispatch(group); });
+  return id;
+}
+
+void NetworkModel::SetUrgency(host::TransferId id, host::Urgency urgency) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end() || found->second.request.urgency == urgency) return;
+  Transfer& transfer = found->second;
+  if (!transfer.active) {
+    std::erase(transfer.group->waiting[Index(transfer.request.urgency)], id);
+    transfer.group->waiting[Index(urgency)].push_back(id);
+    clock_.PostDelayed(0, [this, &group = *transfer.group] { Dispatch(group); });
+  }
+  transfer.request.urgency = urgency;
+  link_.SetUrgency(id, urgency);
+}
+
+void NetworkModel::Cancel(host::TransferId id) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end()) return;
+  Transfer& transfer = found->second;
+  Group& group = *transfer.group;
+  TransferTimes& times = times_[id];
+  times.endUs = clock_.NowUs();
+  times.bytes += link_.Remove(id);
+  if (transfer.active) {
+    // An HTTP/1 connection with half a response on it is of no more use.
+    Leave(group, id, false);
+  } else {
+    std::erase(group.waiting[Index(transfer.request.urgency)], id);
+  }
+  transfers_.erase(found);
+}
+
+void NetworkModel::OpenConnections(const std::string& url) {
+  Group& group = GroupOf(url);
+  const size_t count = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
+  group.idle.resize(count, {.connectUs = clock_.NowUs(), .fresh = false});
+}
+
+void NetworkModel::Reset() {
+  groups_.clear();
+  transfers_.clear();
+  times_.clear();
+}
+
+// Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
+void NetworkModel::Dispatch(Group& group) {
+  auto& browser = group.waiting[Index(host::Urgency::Browser)];
+  auto& preloads = group.waiting[Index(host::Urgency::Preload)];
+  while (!browser.empty() || !preloads.empty()) {
+    const bool free =
+        Multiplexed(group) ? !group.idle.empty() && group.busy < kMaxStreams : !group.idle.empty();
+    if (!free) break;
+    auto& queue = browser.empty() ? preloads : browser;
+    const host::TransferId id = queue.front();
+    queue.pop_front();
+    const Connection connection = group.idle.back();
+    if (Multiplexed(group)) {
+      group.idle.back().fresh = false;
+    } else {
+      group.idle.pop_back();
+    }
+    Send(group, id, connection);
+  }
+  const size_t waiting = browser.size() + preloads.size();
+  if (Multiplexed(group)) {
+    if (waiting > 0 && group.idle.empty() && group.connecting == 0) OpenConnection(group);
+    return;
+  }
+  const auto limit = static_cast<size_t>(settings_.socketsPerGroup);
+  while (group.connecting < waiting && group.connecting + group.busy + group.idle.size() < limit) {
+    OpenConnection(group);
+  }
+  if (!browser.empty() && group.connecting < browser.size()) HurryBlocking(group);
+}
+
+// Whoever waits first when it is open gets the connection, not necessarily who had it opened.
+void NetworkModel::OpenConnection(Group& group) {
+  ++group.connecting;
+  clock_.PostDelayed(group.connectUs, [this, &group, connectUs = clock_.NowUs()] {
+    --group.connecting;
+    group.idle.push_back({.connectUs = connectUs});
+    Dispatch(group);
+  });
+}
+
+void NetworkModel::Send(Group& group, host::TransferId id, Connection connection) {
+  Transfer& transfer = transfers_.at(id);
+  TransferTimes& times = times_[id];
+  times.sentUs = clock_.NowUs();
+  times.connectUs = connection.fresh ? std::max(connection.connectUs, times.startUs) : times.sentUs;
+  transfer.active = true;
+  ++group.busy;
+  group.active.push_back(id);
+  double serverMs = 0;
+  if (transfer.recorded != nullptr)
+    serverMs = std::max(0.0, transfer.recorded->waitMs - group.recorded.rttMs);
+  clock_.PostDelayed(group.rttUs + ToUs(serverMs), [this, id] { Respond(id); });
+}
+
+void NetworkModel::HurryBlocking(Group& group) {
+  if (!settings_.hurryBlockingPreloads) return;
+  for (const host::TransferId id : group.active) {
+    transfers_.at(id).request.urgency = host::Urgency::Browser;
+    link_.SetUrgency(id, host::Urgency::Browser);
+  }
+}
+
+void NetworkModel::Respond(host::TransferId id) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end()) return;  // cancelled
+  const Request* const recorded = found->second.recorded;
+  times_[id].firstByteUs = clock_.NowUs();
+  const std::string& block = recorded != nullptr ? recorded->responseHeaders : NotFoundBlock();
+  found->second.client->OnResponse(net::HttpResponseHeaders(block));
+  if (transfers_.contains(id)) Receive(id);
+}
+
+void NetworkModel::Receive(host::TransferId id) {
+  const Transfer& transfer = transfers_.at(id);
+  const Request* const recorded = transfer.recorded;
+  if (!profile_.downMbit) {  // as recorded
+    clock_.PostDelayed(recorded != nullptr ? ToUs(recorded->receiveMs) : 0, [this, id] { Complete(id); });
+    return;
+  }
+  int64_t bytes = static_cast<int64_t>(NotFoundBlock().size());
+  if (recorded != nullptr)
+    bytes = recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
+  link_.Add(id, bytes, transfer.request.urgency, [this, id] { Complete(id); });
+}
+
+void NetworkModel::Complete(host::TransferId id) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end()) return;  // cancelled
+  Transfer& transfer = found->second;
+  TransferTimes& times = times_[id];
+  times.endUs = clock_.NowUs();
+  host::TransferClient& client = *transfer.client;
+  if (const Request* const recorded = transfer.recorded; recorded != nullptr) {
+    times.bytes = recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
+    const uint64_t seed = ContentSeed(recorded->url, recorded->contentVersion);
+    GenerateContent(seed, recorded->bodyBytes, [&](std::string_view piece) {
+      client.OnBody(piece.data(), static_cast<int32_t>(piece.size()));
+      return transfers_.contains(id);  // unless that cancelled it
+    });
+    if (!transfers_.contains(id)) return;
+  }
+  Leave(*transfer.group, id, true);
+  transfers_.erase(id);
+  client.OnDone(host::kOk);
+}
+
+void NetworkModel::Leave(Group& group, host::TransferId id, bool connectionIsGood) {
+  --group.busy;
+  std::erase(group.active, id);
+  if (!Multiplexed(group) && connectionIsGood) {
+    group.idle.push_back({.connectUs = clock_.NowUs(), .fresh = false});
+  }
+  clock_.PostDelayed(0, [this, &group] { Dispatch(group); });
+}
+
+}  // namespace replay

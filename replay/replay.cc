@@ -1,0 +1,98 @@
+#include "replay/replay.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "cutils/properties.h"
+#include "replay/page_plan.h"
+#include "replay/plugin_browser.h"
+#include "replay/recorded_network.h"
+#include "replay/ways.h"
+
+namespace replay {
+namespace {
+
+// Between two pages that are loaded one after the other.
+constexpr int64_t kThinkUs = 10'000'000;
+
+const std::string& UrlOf(const Page& page) {
+  return page.requests.front().url;
+}
+
+// The loads to replay. Where no page comes back, all of them are made `visits` times.
+Recording ExpandVisits(const Recording& recording, uint32_t visits) {
+  Recording expanded = recording;
+  std::set<std::string> urls;
+  for (const Page& page : recording.pages) urls.insert(UrlOf(page));
+  if (urls.size() == recording.pages.size()) {
+    for (uint32_t visit = 1; visit < visits; ++visit) {
+      expanded.pages.insert(expanded.pages.end(), recording.pages.begin(), recording.pages.end());
+    }
+  }
+  for (size_t index = 0; index < expanded.pages.size(); ++index) {
+    for (Request& request : expanded.pages[index].requests) request.contentVersion = index;
+  }
+  return expanded;
+}
+
+host::HostSettings Settings(const ReplayOptions& options) {
+  host::HostSettings settings;
+  settings.socketsPerGroup = options.socketsPerGroup;
+  settings.joinRunning = options.join;
+  settings.verboseLevel = options.logLevel.value_or(0);
+  return settings;
+}
+
+WayResult& At(Visit& visit, Way way) {
+  return visit.ways[static_cast<size_t>(way)];
+}
+
+}  // namespace
+
+RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions& options,
+                                const host::PluginFunctions& plugin) {
+  RecordingResult result = {.name = recording.name, .skipped = recording.skipped};
+  const Recording expanded = ExpandVisits(recording, options.visits);
+  const RecordedNetwork recordedNetwork = MeasureNetwork(recording);
+  const host::HostSettings settings = Settings(options);
+  for (const auto& [name, value] : options.properties) property_set(name.c_str(), value.c_str());
+
+  PluginBrowser browser(plugin, recordedNetwork, options, settings);
+  std::map<std::string, uint32_t> visitsOf;
+  std::map<std::string, int64_t> leftUs;
+  for (size_t index = 0; index < expanded.pages.size(); ++index) {
+    const Page& page = expanded.pages[index];
+    const PagePlan plan = MakePlan(page);
+    Visit visit = {
+        .page = index % recording.pages.size(), .pageUrl = UrlOf(page), .number = ++visitsOf[UrlOf(page)]};
+    visit.repeat = visit.number > 1;
+    if (index > 0) browser.AdvanceTo(browser.NowUs() + kThinkUs);
+    if (visit.repeat) {
+      browser.AdvanceTo(leftUs[visit.pageUrl] + static_cast<int64_t>(options.revisitAfterMs * 1000));
+    }
+    const DiskCache diskCache = browser.Cache();
+    const VisitSetup setup = {.recording = expanded,
+                              .page = page,
+                              .plan = plan,
+                              .recordedNetwork = recordedNetwork,
+                              .options = options,
+                              .settings = settings,
+                              .diskCache = diskCache,
+                              .nowUs = browser.NowUs()};
+    At(visit, Way::Off) = RunOff(setup);
+    if (visit.repeat) {
+      const host::KnownPage* const known = browser.Known(visit.pageUrl);
+      At(visit, Way::Hints) = RunHints(setup, known);
+      At(visit, Way::Oracle) = RunOracle(setup, known);
+    }
+    browser.Load(setup, visit);
+    leftUs[visit.pageUrl] = browser.NowUs();
+    result.visits.push_back(std::move(visit));
+  }
+  result.logLines = browser.TakeLog();
+  return result;
+}
+
+}  // namespace replay

@@ -1,0 +1,41 @@
+// The three ways of running a page that need no plugin: as it is, with server hints, and with everything
+// known already there. Each runs on a clock and a network of its own. docs/replay-model.md says what each one
+// means.
+#ifndef REPLAY_WAYS_H_
+#define REPLAY_WAYS_H_
+
+#include "host/page_database.h"
+#include "host/settings.h"
+#include "host/transport.h"
+#include "replay/disk_cache.h"
+#include "replay/options.h"
+#include "replay/page_plan.h"
+#include "replay/recorded_network.h"
+#include "replay/recording.h"
+#include "replay/results.h"
+
+namespace replay {
+
+// All that the ways of one visit have in common.
+struct VisitSetup {
+  const Recording& recording;
+  const Page& page;
+  const PagePlan& plan;
+  const RecordedNetwork& recordedNetwork;
+  const ReplayOptions& options;
+  const host::HostSettings& settings;
+  const DiskCache& diskCache;  // as the visit finds it
+  int64_t nowUs;               // when it begins, as the disk cache counts
+};
+
+// The request that a page's own transaction or a preload is answered with.
+const Request* FindRecorded(const VisitSetup& setup, const host::TransferRequest& request);
+
+WayResult RunOff(const VisitSetup& setup);
+// `known` may be null: then nothing is.
+WayResult RunHints(const VisitSetup& setup, const host::KnownPage* known);
+WayResult RunOracle(const VisitSetup& setup, const host::KnownPage* known);
+
+}  // namespace replay
+
+#endif  // REPLAY_WAYS_H_
