@@ -99,9 +99,10 @@ int32_t FetchDone(void* cookie, int32_t result) {
     KIV_DEBUG("Fetch Done - bad cookie.");
     return 0;
   }
-  GiveSlotBack(*entry);
+  // The state first: it has to be settled even when there is no memory to look the host up.
   const bool complete = result == 0 && entry->responseCode == 200 && entry->dataSize != 0;
   entry->state = complete ? PreloadState::Preloaded : PreloadState::Failed;
+  GiveSlotBack(*entry);
   return 1;
 }
 

@@ -27,8 +27,7 @@ struct HttpRequestInfo;
 
 extern "C" {
 
-// --- Plugin entry points
-// ------------------------------------------------------------------------------------
+// --- Plugin entry points ---
 
 // Reads the eight system properties into the switches and limits. The argument is not used. Always 1. Calling
 // it again reads everything again.
@@ -60,10 +59,12 @@ KIV_EXPORT int32_t OnClearDb(uint32_t value);
 // 1 when both the cache and the preloader switch are on, whatever the main switch says. Any thread.
 KIV_EXPORT int32_t IsPreloaderEnabled();
 
-// --- Fetch callbacks
-// ---------------------------------------------------------------------------------------- Called by the
-// fetcher for a fetch that CorvaneFetch started, with the cookie given there. A null cookie, or one whose
-// preload has left the cache meanwhile, is refused. Any thread, but FetchDone on the command thread.
+// --- Fetch callbacks ---
+//
+// Called by the fetcher for a fetch that CorvaneFetch started, with the cookie given there. A null cookie, or
+// one whose preload has left the cache meanwhile, is refused. Any thread, but FetchDone on the command
+// thread. A cookie comes back when its URL is launched again, so a fetch whose preload was flushed or
+// released must not be carried on under it.
 
 // The request to send: newly allocated with `new`, owned by the caller. Null when refused.
 KIV_EXPORT net::HttpRequestInfo* FetchGetRequestInfo(void* cookie);
@@ -74,17 +75,18 @@ KIV_EXPORT net::HttpRequestInfo* FetchGetRequestInfo(void* cookie);
 KIV_EXPORT int32_t FetchStartComplete(void* cookie, const CorvaneFetchResponse* response);
 
 // Appends `count` bytes of body. 1 when they were stored, 0 when not: null bytes, a count of 0 or less, the
-// cache switched off, a declared length above the limit, a size beyond 32 bits or no memory (what was stored
-// before stays as it was). The bytes need to live for the call only.
+// cache switched off, a declared length above the limit, a size beyond 32 bits or no memory. What was stored
+// before stays as it was, so the fetcher either offers the same bytes again or ends the fetch with a result
+// other than 0; otherwise the body would have a hole. The bytes need to live for the call only.
 KIV_EXPORT int32_t FetchReadComplete(void* cookie, const char* bytes, int32_t count);
 
 // Ends the fetch; `result` is 0 for success. Only a successful fetch of status 200 with a body can be served
 // afterwards. 1 when the preload was known. Command thread.
 KIV_EXPORT int32_t FetchDone(void* cookie, int32_t result);
 
-// --- Queries of the network stack
-// --------------------------------------------------------------------------- Keyed by the URL's hash: a URL
-// of the same hash is the same URL here. A null URL is refused. Any thread.
+// --- Queries of the network stack ---
+//
+// Keyed by the URL's hash: a URL of the same hash is the same URL here. A null URL is refused. Any thread.
 
 // Lends the held response of a URL. On 1, `headers` holds a copy of the raw header block (status line and
 // header lines, each ended by a NUL byte, and one more NUL), `*body` points at the plugin's own bytes and
@@ -93,13 +95,14 @@ KIV_EXPORT int32_t FetchDone(void* cookie, int32_t result);
 //
 // A lent body stays readable until it is given back: each IsPreloaded that answered 1 is one loan, each
 // ReleasePreloaded of that URL's hash returns one. Whatever removes the response in between (a flush, IsInDC,
-// a release by somebody else), its bytes are kept until the last loan of that hash has come back. So call
-// ReleasePreloaded exactly once for each 1, also when it will answer 0, and do not touch the body afterwards.
-// A loan that is never returned keeps its body for the life of the library.
+// another borrower's release), its bytes are kept until the last loan of that hash has come back. Loans have
+// no names, so: call ReleasePreloaded exactly once for each 1, also where it will answer 0, and not for a URL
+// that somebody else has borrowed and you have not; do not touch the body afterwards. A loan that is never
+// returned keeps its body for the life of the library.
 KIV_EXPORT int32_t IsPreloaded(const char* url, std::string* headers, const char** body, int32_t* length);
 
 // Returns one loan of the URL, if any is out, and removes the URL's preload, finished or not. 1 when a
-// preload was removed; 0 when there was none, or the cache is switched off.
+// preload was removed; 0 when there was none. With the cache switched off it answers 0 and does neither.
 KIV_EXPORT int32_t ReleasePreloaded(const char* url);
 
 // 1 when a finished preload of the URL was held; it is removed without being handed out. Returns no loan.

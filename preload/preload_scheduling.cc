@@ -1,5 +1,7 @@
 #include "preload/preload_scheduling.h"
 
+#include <new>
+
 #include "plugin/log.h"
 #include "plugin/plugin_state.h"
 #include "preload/fetch_launch.h"
@@ -24,6 +26,16 @@ net::URLRequestContext* FindContext(PreloadRequest& request) {
   return context;
 }
 
+// What LaunchFetch answers; without memory for the launch it counts as refused, and the pass goes on.
+int32_t Launch(PreloadRequest& request) {
+  try {
+    net::URLRequestContext* const context = FindContext(request);
+    return LaunchFetch(request.url.c_str(), request.loadFlags, context, request.requestHeaders.c_str());
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
 // Takes requests from the front of the queue. One that is refused is dropped and costs no slot.
 void LaunchQueued(HostEntry& host, uint32_t slots) {
   const auto preloadLimit = static_cast<uint32_t>(GetPluginState().preloadLimit);
@@ -32,10 +44,7 @@ void LaunchQueued(HostEntry& host, uint32_t slots) {
     if (host.activePreloads >= preloadLimit) return;
     PreloadRequest& request = host.preloadQueue.front();
     KIV_INFO("Do Preload - %s", request.url.c_str());
-    net::URLRequestContext* const context = FindContext(request);
-    const int32_t launched =
-        LaunchFetch(request.url.c_str(), request.loadFlags, context, request.requestHeaders.c_str());
-    if (launched != 0) {
+    if (Launch(request) != 0) {
       --slots;
       ++host.activePreloads;
     }

@@ -30,7 +30,8 @@ int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fm
 // Not in the real header: where this stand-in's lines go.
 namespace android_log {
 
-// Called on the thread that logs, one line at a time; `tag` may be null, `text` lives for the call.
+// Called on the thread that logs, by several threads at once where several log; `tag` may be null, `text`
+// lives for the call.
 using Sink = void (*)(int bufferId, int priority, const char* tag, const char* text);
 
 // Replaces the sink; null restores the first one, which writes lines of priority 5 and 6 to standard error.

@@ -26,7 +26,7 @@ uint32_t Host::Hash(const char* url) {
 void Host::HostPort(const std::string& url, std::string& hostPort) {
   const GURL parsed(url);
   hostPort = parsed.host();
-  if (!hostPort.empty()) hostPort += ":" + std::to_string(parsed.EffectiveIntPort());
+  if (parsed.EffectiveIntPort() >= 0) hostPort += ":" + std::to_string(parsed.EffectiveIntPort());
 }
 
 int Host::Fetch(void* /*cookie*/, net::URLRequestContext* /*context*/) {

@@ -27,6 +27,7 @@ int DefaultPort(std::string_view scheme) {
 // The number after the colon; an empty one is as good as none.
 int ParsePort(std::string_view text) {
   if (text.empty()) return kNoPort;
+  if (text.front() < '0' || text.front() > '9') return kBadPort;  // from_chars would take a minus sign
   int port = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), port);
   const bool whole = error == std::errc() && stop == text.data() + text.size();
@@ -69,7 +70,8 @@ GURL::GURL(const std::string& url) {
   }
   const int port = hostEnd == std::string_view::npos ? kNoPort : ParsePort(authority.substr(hostEnd + 1));
   const std::string_view host = authority.substr(0, hostEnd);
-  if (port == kBadPort || (host.empty() && defaultPort != kNoPort)) return;
+  const bool odd = host.find_first_of(host.starts_with('[') ? " " : " :") != std::string_view::npos;
+  if (odd || port == kBadPort || (host.empty() && defaultPort != kNoPort)) return;
   spec_ = url;
   host_ = Lower(host);
   port_ = port == kNoPort ? defaultPort : port;
