@@ -16,9 +16,8 @@ import {startSite} from './site/server.mjs';
 const CHROMIUM = process.env.CHROMIUM ?? '/usr/bin/chromium';
 const OUTPUT = new URL('recording.har', import.meta.url).pathname;
 const ROUNDS = 3;
-const ROUND_TRIP_MS = 170;
-// The latency is the site's doing, not the browser's: the browser's emulated latency is a floor under
-// the wait for an answer, and think times shorter than it would vanish.
+// No latency is emulated: the round trip is the replay's to add, and the browser's emulated one is only a
+// floor under the wait for an answer, in which the site's think times would vanish.
 const NETWORK = {offline: false, latency: 0, downloadThroughput: 9e6 / 8, uploadThroughput: 3e6 / 8, connectionType: 'cellular4g'};
 const SCREEN = {width: 412, height: 915, deviceScaleFactor: 2, mobile: true};
 const QUIET_MS = 1500; // a load is over when nothing was in flight for so long after its load event
@@ -111,7 +110,7 @@ async function mobileUserAgent(client) {
 
 // Runs work(client) with the site up and a browser that reaches it; both are gone afterwards.
 async function withBrowserOnSite(work) {
-  const site = await startSite({roundTripMs: ROUND_TRIP_MS});
+  const site = await startSite();
   try {
     const browser = await startBrowser(site.resolverRules);
     try {

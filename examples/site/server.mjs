@@ -10,15 +10,14 @@ import {origins, pages} from './routes.mjs';
 const PAUSE_MARK = '<!--pause'; // where a resource with pauseMs stops sending for that long
 const GZIP_FROM_BYTES = 400;
 
-// Starts every listener. Each answer comes roundTripMs later than the resource's own think time, as
-// from a site that far away. Returns {resolverRules, close}: the value for the browser's
+// Starts every listener. Returns {resolverRules, close}: the value for the browser's
 // --host-resolver-rules, and a function that stops the site and drops its connections.
-export async function startSite({roundTripMs = 0} = {}) {
+export async function startSite() {
   const servers = [];
   const rules = [];
   for (const [origin, resources] of origins) {
     const server = http.createServer((request, response) => {
-      answer(resources, roundTripMs, request, response).catch((error) => {
+      answer(resources, request, response).catch((error) => {
         console.error(`site: ${origin}${request.url}: ${error.stack}`);
         response.destroy();
       });
@@ -36,7 +35,7 @@ export async function startSite({roundTripMs = 0} = {}) {
   return {resolverRules: rules.join(','), close};
 }
 
-async function answer(resources, roundTripMs, request, response) {
+async function answer(resources, request, response) {
   const {pathname} = new URL(request.url, 'http://site');
   const resource = resources.get(pathname);
   if (!resource) {
@@ -46,7 +45,7 @@ async function answer(resources, roundTripMs, request, response) {
   request.resume();
   const asked = resource.asked ?? 0;
   resource.asked = asked + 1;
-  await pause(roundTripMs + resource.think);
+  await pause(resource.think);
   const headers = {...(resource.type && {'Content-Type': resource.type}), ...resource.headers};
   if (resource.expiresInSeconds) headers.Expires = new Date(Date.now() + resource.expiresInSeconds * 1000).toUTCString();
   const body = typeof resource.body === 'function' ? resource.body(asked) : resource.body;
