@@ -60,11 +60,9 @@ void GrowBody(PreloadEntry& entry, uint32_t capacity) {
   entry.dataCapacity = capacity;
 }
 
-bool LendBody(PreloadEntry& entry) {
-  if (entry.loans == UINT32_MAX) return false;
+void LendBody(PreloadEntry& entry) {
   ++entry.loans;
   entry.lent = true;
-  return true;
 }
 
 void ReturnLoan(uint32_t urlHash) {

@@ -69,8 +69,8 @@ PreloadIterator RemoveEntry(PreloadIterator place) EXCLUSIVE_LOCKS_REQUIRED(Prel
 // without memory, with nothing changed.
 void GrowBody(PreloadEntry& entry, uint32_t capacity) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
 
-// Counts one more reader of the entry's body; false, counting nothing, when no more can be counted.
-bool LendBody(PreloadEntry& entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+// Counts one more reader of the entry's body. Not at UINT32_MAX loans.
+void LendBody(PreloadEntry& entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
 
 // Takes one loan of the hash back, if one is out.
 void ReturnLoan(uint32_t urlHash) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);

@@ -6,11 +6,12 @@
 namespace kiv {
 namespace {
 
-// A length that the caller's signed 32 bits cannot hold is not handed out.
+// A length that the caller's signed 32 bits cannot hold is not handed out, and a loan that could not be
+// counted not made.
 bool CanBeServed(const PreloadEntry& entry) {
   return entry.state == PreloadState::Preloaded &&
          GetPluginState().CacheSizeLimit() >= static_cast<uint64_t>(entry.contentLength) &&
-         entry.dataSize <= INT32_MAX;
+         entry.dataSize <= INT32_MAX && entry.loans < UINT32_MAX;
 }
 
 }  // namespace
@@ -26,7 +27,7 @@ int32_t IsPreloaded(const char* url, std::string& headers, const char*& body, in
     KIV_WARNING("ignoring HTML resource: %s", url);
     return 0;
   }
-  if (!LendBody(*entry)) return 0;
+  LendBody(*entry);
   body = entry->data.get();
   length = static_cast<int32_t>(entry->dataSize);
   KIV_DEBUG("Get preloaded URL: %s (%d)", url, length);

@@ -91,14 +91,15 @@ KIV_EXPORT int32_t FetchDone(void* cookie, int32_t result);
 // Lends the held response of a URL. On 1, `headers` holds a copy of the raw header block (status line and
 // header lines, each ended by a NUL byte, and one more NUL), `*body` points at the plugin's own bytes and
 // `*length` is their number. On 0 nothing was written, but for one case: a response whose headers mention
-// "text/html" is refused after its header block was copied. Null outputs are refused.
+// "text/html" is refused after its header block was copied. Null outputs are refused, and a body of more
+// bytes than `*length` can count.
 //
 // A lent body stays readable until it is given back: each IsPreloaded that answered 1 is one loan, each
 // ReleasePreloaded of that URL's hash returns one. Whatever removes the response in between (a flush, IsInDC,
 // another borrower's release), its bytes are kept until the last loan of that hash has come back. Loans have
 // no names, so: call ReleasePreloaded exactly once for each 1, also where it will answer 0, and not for a URL
 // that somebody else has borrowed and you have not; do not touch the body afterwards. A loan that is never
-// returned keeps its body for the life of the library.
+// returned keeps its body, and those of that hash lent after it, for the life of the library.
 KIV_EXPORT int32_t IsPreloaded(const char* url, std::string* headers, const char** body, int32_t* length);
 
 // Returns one loan of the URL, if any is out, and removes the URL's preload, finished or not. 1 when a
