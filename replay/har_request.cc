@@ -220,7 +220,7 @@ std::string RequestHeaderText(const std::vector<HarHeader>& headers) {
     if (set.GetHeader(header.name, &before)) {
       const bool isCookie =
           net::EqualsIgnoringCase(header.name, "cookie");  // HTTP/2 sends its crumbs one by one
-      value = before + (isCookie ? "; " : ", ") + value;
+      value = before.append(isCookie ? "; " : ", ").append(value);
     }
     set.SetHeader(header.name, net::TrimBlanks(value));
   }
