@@ -6,9 +6,9 @@
 namespace tests {
 namespace {
 
-constexpr const char* kPage = "http://page.test/";
+using EntryPointsTest = PluginTest;
 
-TEST(Loading, StartsEmptyEveryTimeAndReallyUnloads) {
+TEST(EntryPointsWithOwnHost, StartsEmptyEveryTimeAndReallyUnloads) {
   for (int load = 1; load <= 2; ++load) {
     ScriptedHost host;
     EXPECT_EQ(host.Send(8, 4), 0) << "the command table is empty";
@@ -25,7 +25,7 @@ TEST(Loading, StartsEmptyEveryTimeAndReallyUnloads) {
 }
 
 // Which commands reach a handler, before and after the plugin is told to build its table.
-TEST_F(PluginTest, DispatchKnowsExactlyTheListedTypesAndActions) {
+TEST_F(EntryPointsTest, DispatchKnowsExactlyTheListedTypesAndActions) {
   const std::map<uint32_t, std::vector<uint32_t>> answered = {
       {2, {13}}, {3, {5, 8, 9}}, {8, {1, 4, 20, 21}}, {9, {1, 4}}};
   const auto expectDispatch = [&](bool reaches) {
@@ -45,7 +45,7 @@ TEST_F(PluginTest, DispatchKnowsExactlyTheListedTypesAndActions) {
   expectDispatch(true);
 }
 
-TEST_F(PluginTest, ASecondMaskLeavesEveryCommandHandledOnce) {
+TEST_F(EntryPointsTest, ASecondMaskLeavesEveryCommandHandledOnce) {
   host.Start();
   uint32_t mask = 0xFFFFFFFF;
   EXPECT_EQ(host.plugin.OnGetCmdMask(&mask), 1);
@@ -56,7 +56,7 @@ TEST_F(PluginTest, ASecondMaskLeavesEveryCommandHandledOnce) {
             "D Add to Cache Reflector: http://page.test/\n");
 }
 
-TEST_F(PluginTest, BeforeOnInitCommandsRunAndAllElseIsOff) {
+TEST_F(EntryPointsTest, BeforeOnInitCommandsRunAndAllElseIsOff) {
   uint32_t mask = 0;
   host.plugin.OnGetCmdMask(&mask);
   EXPECT_EQ(host.plugin.IsPreloaderEnabled(), 0);
@@ -70,7 +70,7 @@ TEST_F(PluginTest, BeforeOnInitCommandsRunAndAllElseIsOff) {
             "I Check Preload (a.test:80) - Active:0, In Preload Queue:1\n");
 }
 
-TEST_F(PluginTest, SwitchedOffItIgnoresCommandsAndSweepsSilently) {
+TEST_F(EntryPointsTest, SwitchedOffItIgnoresCommandsAndSweepsSilently) {
   host.Start();
   host.Launch("http://a.test/1");
   host.FetchOk("http://a.test/1", "body");
@@ -85,7 +85,7 @@ TEST_F(PluginTest, SwitchedOffItIgnoresCommandsAndSweepsSilently) {
   EXPECT_EQ(host.plugin.ReleasePreloaded("http://a.test/1"), 1);
 }
 
-TEST_F(PluginTest, ProcInfoReplacesBothTextsAtAnyTime) {
+TEST_F(EntryPointsTest, ProcInfoReplacesBothTextsAtAnyTime) {
   std::string name = "old", version = "a version text long enough to be on the heap";
   EXPECT_EQ(host.plugin.OnGetProcInfo(name, version), 1);
   EXPECT_EQ(name, "kiv_plugin");
@@ -93,7 +93,7 @@ TEST_F(PluginTest, ProcInfoReplacesBothTextsAtAnyTime) {
   EXPECT_EQ(host.plugin.OnFetchDb(), 1);
 }
 
-TEST_F(PluginTest, NullArgumentsAreRefusedAndChangeNothing) {
+TEST_F(EntryPointsTest, NullArgumentsAreRefusedAndChangeNothing) {
   host.Start();
   host.Launch("http://a.test/1");
   host.FetchOk("http://a.test/1", "body");

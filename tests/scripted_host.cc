@@ -29,6 +29,7 @@ std::string RawHeaders(const std::vector<std::string>& lines) {
 }
 
 ScriptedHost::ScriptedHost() : library_(std::in_place, KIV_PLUGIN_PATH), plugin(library_->Functions()) {
+  EXPECT_EQ(g_current, nullptr) << "two hosts would share one library";
   g_current = this;
   android_log::SetSink(WriteLine);
   corvane::SetHost(this);
@@ -89,9 +90,9 @@ void ScriptedHost::Order(const std::string& url, const std::string& page, uint32
 }
 
 void ScriptedHost::Launch(const std::string& url) {
-  Learn("http://page.test/");
+  Learn(kPage);
   Take();
-  Order(url, "http://page.test/");
+  Order(url, kPage);
   EXPECT_NE(Take().find("Fetch " + url + " context 0\n"), std::string::npos);
 }
 

@@ -47,6 +47,9 @@ class Param {
 inline constexpr Param::Absent kAbsent;
 using Params = std::vector<Param>;
 
+// The page that Launch learns.
+inline constexpr char kPage[] = "http://page.test/";
+
 // A raw response header block: the lines, each ended by a NUL byte, and one more NUL.
 std::string RawHeaders(const std::vector<std::string>& lines);
 
@@ -99,7 +102,7 @@ class ScriptedHost : public corvane::Host {
   void Learn(const std::string& page);
   // Orders the preload of a URL on behalf of a page.
   void Order(const std::string& url, const std::string& page, uint32_t priority = 512, uint32_t flags = 0);
-  // Learns http://page.test/ and has a preload launched for it. Forgets what was recorded meanwhile.
+  // Learns kPage and has a preload launched for it. Forgets what was recorded meanwhile.
   void Launch(const std::string& url);
 
   // The four callbacks of the fetch of a URL.

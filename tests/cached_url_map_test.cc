@@ -1,0 +1,91 @@
+// The record of known URLs, and what the disk cache says about them (type 2, action 13).
+#include "tests/scripted_host.h"
+
+namespace tests {
+namespace {
+
+using CachedUrlMapTest = PluginTest;
+
+TEST_F(CachedUrlMapTest, AStatusMarksOrForgetsAKnownUrl) {
+  host.hashes = {{"http://a.test/0", 0}};
+  const uint32_t hash = host.Hash(kPage);
+  const struct {
+    Params params;
+    const char* record;
+    bool stays;
+    const char* why;
+  } rows[] = {
+      {{hash, 1}, "D Set Cache Status: http://page.test/(1)\n", true, "held"},
+      {{hash, 0x80000000},
+       "D Set Cache Status: http://page.test/(1)\n",
+       true,
+       "any number but 0 is held, shown as 1"},
+      {{hash, 0}, "D Set Cache Status: http://page.test/(0)\n", false, "not held"},
+      {{hash}, "D Set Cache Status: http://page.test/(0)\n", false, "no status is 0"},
+      {{hash, kAbsent}, "D Set Cache Status: http://page.test/(0)\n", false, ""},
+      {{hash + 1, 0}, "", true, "another hash"},
+      {{}, "D Set Cache Status: http://a.test/0(0)\n", true, "no hash is 0"},
+      {{kAbsent, 5}, "D Set Cache Status: http://a.test/0(1)\n", true, ""},
+  };
+  host.Start();
+  for (const auto& row : rows) {
+    for (const char* url : {kPage, "http://a.test/0"}) host.Send(3, 9, {url, "GET"});
+    host.Take();
+    EXPECT_EQ(host.Send(2, 13, row.params), 1) << row.why;
+    EXPECT_EQ(host.Take(), row.record) << row.why;
+    host.Send(3, 9, {kPage, "GET"});
+    EXPECT_EQ(host.Take().empty(), row.stays) << row.why;
+  }
+  host.plugin.OnClearDb(0);
+  host.Take();
+  EXPECT_EQ(host.Send(2, 13, {hash, 0}), 1);
+  EXPECT_EQ(host.Take(), "") << "nothing is known";
+}
+
+TEST_F(CachedUrlMapTest, OnlyConfirmedUrlsSurviveFlushes) {
+  host.hashes = {{"http://a.test/1", 1}, {"http://a.test/2", 2}, {"http://a.test/3", 0x90000000}, {kPage, 4}};
+  host.Start();
+  for (const char* url : {"http://a.test/3", "http://a.test/2", kPage, "http://a.test/1"}) {
+    host.Send(3, 9, {url, "GET"});
+  }
+  host.Send(2, 13, {2, 1});
+  host.Send(2, 13, {4, 1});
+  host.verbosity = 3;
+  host.Take();
+  host.plugin.OnFlushDb(0);
+  EXPECT_EQ(host.Take(),
+            "I Remove from cached list: http://a.test/1 (0)\n"
+            "I Remove from cached list: http://a.test/3 (0)\n"
+            "I OnFlushDb - HostMap Size: 0, CachedUrlMap Size: 2\n");
+  host.Send(2, 13, {4, 1});  // again, after a flush
+  host.Send(2, 13, {2, 0});  // and taken back
+  host.plugin.OnFlushDb(0);
+  EXPECT_EQ(host.Take(), "I OnFlushDb - HostMap Size: 0, CachedUrlMap Size: 1\n");
+}
+
+TEST_F(CachedUrlMapTest, OfTwoUrlsWithOneHashTheFirstStays) {
+  host.hashes = {{"http://first.test/", 9}, {"http://second.test/", 9}};
+  host.Start();
+  host.Send(3, 9, {"http://first.test/", "GET"});
+  host.Take();
+  host.Send(3, 9, {"http://second.test/", "GET"});
+  host.Send(3, 5, {kPage, "http://second.test/", 0, 0, 1});
+  EXPECT_EQ(host.Take(), "") << "known";
+  host.Send(2, 13, {9, 1});
+  EXPECT_EQ(host.Take(), "D Set Cache Status: http://first.test/(1)\n");
+}
+
+TEST_F(CachedUrlMapTest, AForgottenPageTakesItsContextAlong) {
+  host.Start();
+  host.Learn(kPage);
+  host.Send(2, 13, {host.Hash(kPage), 1});
+  host.Send(2, 13, {host.Hash(kPage), 0});
+  host.Order("http://a.test/1", kPage);
+  EXPECT_NE(host.Take().find("I Skip URL with undefined context http://a.test/1\n"), std::string::npos);
+  host.Send(3, 9, {kPage, "GET"});  // known again, without context
+  host.Order("http://a.test/2", kPage);
+  EXPECT_NE(host.Take().find("I Skip URL with undefined context http://a.test/2\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,103 @@
+// The eight properties: their texts, their values as the report shows them, and when the report is written.
+#include "cutils/properties.h"
+#include "tests/scripted_host.h"
+
+namespace tests {
+namespace {
+
+using ConfigurationTest = PluginTest;
+
+constexpr const char* kDefaultReport =
+    "I Enabled\n"
+    "I Bypass: Disabled\n"
+    "I Bypass Delay: 50\n"
+    "I Cache Size Limit: 2097152\n"
+    "I Preloading Limit: 5\n"
+    "I Idle Sockets: 1\n"
+    "I Cache: Enabled\n"
+    "I Preloader: Enabled\n";
+
+TEST_F(ConfigurationTest, ReportsTheDefaultsInOrder) {
+  host.verbosity = 0;  // not the report's gate
+  EXPECT_EQ(host.plugin.OnInit(0xFFFFFFFF), 1);
+  EXPECT_EQ(host.Take(), kDefaultReport);
+}
+
+TEST_F(ConfigurationTest, PropertyTextsBecomeValues) {
+  const std::string longest = std::string(90, '0') + "7";  // as long as a property may be
+  const struct {
+    const char* property;
+    std::string text;
+    const char* line;  // of the report
+    const char* why;
+  } rows[] = {
+      {"on", "0", "I Disabled", "zero is off"},
+      {"on", "yes", "I Disabled", "a word is no number"},
+      {"on", "-1", "I Enabled", "any other number is on"},
+      {"on", "2on", "I Enabled", "the leading digits count"},
+      {"on", "0x1", "I Disabled", "decimal alone"},
+      {"bypassen", "1", "I Bypass: Enabled", ""},
+      {"bypassen", " \t+1", "I Bypass: Enabled", "blanks and a sign are skipped"},
+      {"bypassdl", "-5", "I Bypass Delay: -5", "no range check"},
+      {"bypassdl", "12.9", "I Bypass Delay: 12", ""},
+      {"bypassdl", "- 5", "I Bypass Delay: 0", "no digit after the sign"},
+      {"cslimit", "3M", "I Cache Size Limit: 3", "a unit is ignored"},
+      {"cslimit", "many", "I Cache Size Limit: 0", ""},
+      {"cslimit", longest, "I Cache Size Limit: 7", "91 characters fit the buffer"},
+      {"cslimit", "2147483647", "I Cache Size Limit: 2147483647", "largest"},
+      {"cslimit", "2147483648", "I Cache Size Limit: 2147483647", "one more stops at the limit"},
+      {"cslimit", "-99999999999", "I Cache Size Limit: -2147483648", ""},
+      {"prlimit", "", "I Preloading Limit: 5", "empty is unset"},
+      {"prlimit", "-1", "I Preloading Limit: -1", ""},
+      {"idlesock", "0", "I Idle Sockets: 0", ""},
+      {"cacheen", "off", "I Cache: Disabled", ""},
+      {"preloaderen", "0", "I Preloader: Disabled", ""},
+  };
+  for (const auto& row : rows) {
+    const std::string name = std::string("net.cv.kiv.") + row.property;
+    ASSERT_EQ(property_set(name.c_str(), row.text.c_str()), 0);
+    host.plugin.OnInit(0);
+    EXPECT_NE(host.Take().find(std::string(row.line) + "\n"), std::string::npos)
+        << row.property << "='" << row.text << "': " << row.why;
+    property_set(name.c_str(), nullptr);
+  }
+  host.plugin.OnInit(0);
+  EXPECT_EQ(host.Take(), kDefaultReport) << "each call reads everything again";
+}
+
+TEST_F(ConfigurationTest, ASilentHostGetsNoReportButTheValues) {
+  host.verboseEnabled = false;
+  property_set("net.cv.kiv.preloaderen", "0");
+  host.plugin.OnInit(0);
+  EXPECT_EQ(host.Take(), "");
+  EXPECT_EQ(host.plugin.IsPreloaderEnabled(), 0);
+}
+
+// Says yes and no in turn.
+class WaveringHost : public ScriptedHost {
+ public:
+  bool VerboseEnabled() override { return ++asked % 2 != 0; }
+  int asked = 0;
+};
+
+TEST(ConfigurationWithOwnHost, AsksForItsGateOncePerLine) {
+  WaveringHost host;
+  host.plugin.OnInit(0);
+  EXPECT_EQ(host.asked, 8);
+  EXPECT_EQ(host.Take(), "I Enabled\nI Bypass Delay: 50\nI Preloading Limit: 5\nI Cache: Enabled\n");
+}
+
+TEST_F(ConfigurationTest, PreloaderEnabledNeedsBothSwitchesAndNotTheMainOne) {
+  for (const bool on : {false, true}) {
+    for (const bool cache : {false, true}) {
+      for (const bool preloader : {false, true}) {
+        host.Start(
+            {{"on", on ? "1" : "0"}, {"cacheen", cache ? "1" : "0"}, {"preloaderen", preloader ? "1" : "0"}});
+        EXPECT_EQ(host.plugin.IsPreloaderEnabled(), cache && preloader ? 1 : 0) << on << cache << preloader;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,108 @@
+// Command type 8: requests seen by the host (action 1) and preload orders (action 21).
+#include "tests/scripted_host.h"
+
+namespace tests {
+namespace {
+
+using PrefetchTest = PluginTest;
+
+TEST(PrefetchWithOwnHost, APagesHeadersAreReducedToTwo) {
+  const struct {
+    Param headers;
+    const char* reduced;
+    const char* why;
+  } rows[] = {
+      {"Accept: text/html\r\nUser-Agent: u\r\nX-Requested-With: Y\r\nCookie: c\r\n\r\n",
+       "Accept: */*\r\nX-Requested-With: Y\r\n\r\n", "the rest stays out"},
+      {"x-requested-WITH:  com.app \r\n", "Accept: */*\r\nX-Requested-With: com.app\r\n\r\n",
+       "whatever the case"},
+      {"X-Requested-With:\r\n", "Accept: */*\r\nX-Requested-With:\r\n\r\n", "an empty value is a value"},
+      {"Referer: http://r.test/\r\n\r\n", "Accept: */*\r\n\r\n", "none to keep"},
+      {"", "Accept: */*\r\n\r\n", "no headers"},
+      {nullptr, "Accept: */*\r\n\r\n", "null headers"},
+      {kAbsent, "Accept: */*\r\n\r\n", "absent headers"},
+  };
+  for (const auto& row : rows) {
+    ScriptedHost host;
+    host.Start();
+    host.Send(3, 9, {kPage, "GET"});
+    EXPECT_EQ(host.Send(8, 1, {kPage, row.headers, 0, &host.contexts[0]}), 1);
+    host.Order("http://a.test/1", kPage);
+    const auto request = host.RequestInfo("http://a.test/1");
+    ASSERT_NE(request, nullptr) << row.why;
+    EXPECT_EQ(request->extra_headers.ToString(), row.reduced) << row.why;
+  }
+}
+
+TEST_F(PrefetchTest, ARequestSeenMarksItsUrlAndOnlyAPageTakesTheContext) {
+  host.Start();
+  host.Learn(kPage);
+  host.Send(3, 5, {kPage, "http://a.test/sub"});
+  // Seen as a request of its own, a sub-resource lends its context to nobody.
+  EXPECT_EQ(host.Send(8, 1, {"http://a.test/sub", "", 0, &host.contexts[1]}), 1);
+  EXPECT_EQ(host.Send(8, 1, {"http://unknown.test/", "", 0, &host.contexts[1]}), 1);
+  EXPECT_EQ(host.Send(8, 1, {}), 1);
+  host.Take();
+  host.verbosity = 3;
+  host.Order("http://a.test/sub", kPage);
+  EXPECT_EQ(host.Take(), "") << "seen: no order is taken for it";
+  host.Order("http://a.test/1", "http://a.test/sub");
+  host.Order("http://a.test/2", "http://unknown.test/");
+  EXPECT_EQ(host.Take().find("Fetch"), std::string::npos);
+  // A page that is seen without context loses the one that it had, and gets the next one.
+  host.Send(8, 1, {kPage, "", 0});
+  host.Order("http://a.test/3", kPage);
+  EXPECT_NE(host.Take().find("I Skip URL with undefined context http://a.test/3\n"), std::string::npos);
+  host.Send(8, 1, {kPage, "", 0, &host.contexts[2]});
+  host.Send(2, 13, {host.Hash("http://a.test/3"), 0});  // the attempt had recorded it
+  host.Order("http://a.test/3", kPage);
+  EXPECT_NE(host.Take().find("Fetch http://a.test/3 context 2\n"), std::string::npos);
+}
+
+TEST_F(PrefetchTest, OrdersAreQueuedUnlessTheirUrlWasSeenOrTheyNameNothingToFetchWith) {
+  host.Start();
+  host.verbosity = 3;
+  const uint32_t page = host.Hash("http://unknown.test/");
+  const auto queued = [](const std::string& first, const std::string& url, const std::string& key) {
+    return first + url + "\nI Set For Preload (7): " + url + " \nI Check Preload (" + key +
+           ") - Active:0, In Preload Queue:1\nI Do Preload - " + url +
+           "\nI Skip URL with undefined context " + url + "\n";
+  };
+  const auto refused = [](const std::string& url) {
+    return "W No Prefetch Headers or Context: " + url + "\n";
+  };
+  const struct {
+    Params params;
+    std::string record;
+    const char* why;
+  } rows[] = {
+      {{7, "http://x.test/", 0, 0, "A: b"},
+       queued("I Prefetch: ", "http://x.test/", "x.test:80"),
+       "not known"},
+      {{7, "http://known.test/", 0, 0, "A: b"},
+       queued("I Bypass: ", "http://known.test/", "known.test:80"),
+       "known"},
+      {{7, "http://seen.test/", 0, 0, "A: b"}, "", "seen"},
+      {{7, "http://withdrawn.test/", page, 0}, "", "withdrawn"},
+      {{7, "http://x.test/", 0, 0, ""}, refused("http://x.test/"), "empty headers"},
+      {{7, "http://x.test/", 0, 0, nullptr}, refused("http://x.test/"), "null headers"},
+      {{7, "http://x.test/", 0, 0}, refused("http://x.test/"), "absent headers"},
+      {{7, "http://seen.test/", 0, 0}, refused("http://seen.test/"), "the headers are looked at first"},
+      {{}, refused(""), "nothing at all"},
+      {{7, nullptr, page}, queued("I Prefetch: ", "", ""), "an absent URL is an empty one"},
+  };
+  for (const auto& row : rows) {
+    host.plugin.OnFlushDb(0);
+    host.Learn("http://seen.test/");
+    host.Send(3, 9, {"http://known.test/", "GET"});
+    host.Send(3, 9, {"http://withdrawn.test/", "GET"});
+    host.Send(3, 8, {host.Hash("http://withdrawn.test/")});
+    host.Send(8, 4);  // drops the host of the row before
+    host.Take();
+    EXPECT_EQ(host.Send(8, 21, row.params), 1) << row.why;
+    EXPECT_EQ(host.Take(), row.record) << row.why;
+  }
+}
+
+}  // namespace
+}  // namespace tests
