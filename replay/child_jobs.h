@@ -1,0 +1,25 @@
+// Runs pieces of work in child processes, several at a time: the plugin's state is process-wide, so every
+// recording gets a process of its own. The parent must have one thread.
+#ifndef REPLAY_CHILD_JOBS_H_
+#define REPLAY_CHILD_JOBS_H_
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace replay {
+
+struct ChildOutcome {
+  std::string output;   // what the work returned; complete only when `failure` is empty
+  std::string failure;  // one line when the child died: by which signal, or with which status
+};
+
+// Calls work(0) ... work(count - 1), each in a forked child, `jobs` (at least 1) at a time, and returns what
+// they returned, by index. `work` lets no exception out. `done` is called in the parent after each child with
+// the number of finished ones. Throws std::system_error when no process or pipe can be made.
+std::vector<ChildOutcome> RunInChildren(size_t count, unsigned jobs, const std::function<std::string(size_t)>& work,
+                                        const std::function<void(size_t)>& done);
+
+}  // namespace replay
+
+#endif  // REPLAY_CHILD_JOBS_H_

@@ -1,0 +1,237 @@
+#include "replay/options_parser.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+#include "cutils/properties.h"
+
+namespace replay {
+namespace {
+
+constexpr std::array kPropertyNames = {
+    "net.cv.kiv.on",      "net.cv.kiv.bypassen", "net.cv.kiv.bypassdl", "net.cv.kiv.cslimit",
+    "net.cv.kiv.prlimit", "net.cv.kiv.idlesock", "net.cv.kiv.cacheen",  "net.cv.kiv.preloaderen"};
+
+constexpr const char* kDescription =
+    R"(Replays recorded page loads through the preloading plugin and shows what it gained.
+
+Every repeat visit of a page runs four times in one model of the network: off (without the plugin), plugin, hints
+(everything known is requested at the document's first byte) and oracle (everything known is in memory: a bound).)";
+
+constexpr const char* kExamples = R"(Examples:
+  kiv_replay shop.har                                 the table, on the 4g profile
+  kiv_replay --profile 3g --html report.html *.har    and the waterfalls of every visit
+  kiv_replay --json - *.har | jq .gap_closed          one JSON object per recording
+  kiv_replay --prop net.cv.kiv.prlimit=8 --log 4 shop.har
+
+A report on standard output moves the table and the log to standard error.
+Exit status: 0, 1 after a fault of the plugin or the program, 2 after bad input.)";
+
+// The values as given; each is read by a function below, so that all errors look alike.
+struct Texts {
+  std::string profile = "4g";
+  std::string rtt, down;
+  std::string sockets = "6";
+  std::string visits = "3";
+  std::string revisitAfter = "1h";
+  std::string join = "on";
+  std::string log;
+  std::string jobs;
+  std::vector<std::string> properties;
+  std::string propertiesFile;
+};
+
+[[noreturn]] void Refuse(const std::string& place, const std::string& what) {
+  throw std::runtime_error(place + ": " + what);
+}
+
+// A decimal number that fills the text; nothing else.
+template <typename Number>
+std::optional<Number> WholeNumber(std::string_view text) {
+  Number value{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+unsigned Count(const char* option, const std::string& text, unsigned least, unsigned most) {
+  const auto value = WholeNumber<unsigned>(text);
+  if (!value || *value < least || *value > most) {
+    Refuse(option, fmt::format("'{}' is no whole number from {} to {}", text, least, most));
+  }
+  return *value;
+}
+
+double Figure(const char* option, const std::string& text, const char* unit, double least, double most) {
+  const auto value = WholeNumber<double>(text);
+  if (!value || !(*value >= least && *value <= most)) {
+    Refuse(option, fmt::format("'{}' is no number of {} from {} to {}", text, unit, least, most));
+  }
+  return *value;
+}
+
+double Duration(const char* option, const std::string& text) {
+  const size_t split = std::min(text.find_first_not_of("0123456789."), text.size());
+  const auto value = WholeNumber<double>(std::string_view(text).substr(0, split));
+  const std::string unit = text.substr(split);
+  const double factor = unit == "ms"  ? 1
+                        : unit == "s" ? 1e3
+                        : unit == "m" ? 60e3
+                        : unit == "h" ? 3600e3
+                        : unit == "d" ? 86400e3
+                                      : 0;
+  constexpr double kTenYears = 3650 * 86400e3;
+  if (!value || factor == 0 || *value * factor > kTenYears) {
+    Refuse(option, fmt::format("'{}' is no duration like 500ms, 90s, 30m, 1h or 2d (ten years at most)", text));
+  }
+  return *value * factor;
+}
+
+NetworkProfile Profile(const Texts& texts) {
+  static const std::array<NetworkProfile, 5> kProfiles = {{{"3g", 150, 1.6},
+                                                           {"4g", 170, 9},
+                                                           {"lte", 70, 12},
+                                                           {"cable", 28, 5},
+                                                           {"native", std::nullopt, std::nullopt}}};
+  const auto found = std::find_if(kProfiles.begin(), kProfiles.end(),
+                                  [&texts](const NetworkProfile& known) { return known.name == texts.profile; });
+  if (found == kProfiles.end()) {
+    Refuse("--profile", fmt::format("'{}' is none of 3g, 4g, lte, cable, native", texts.profile));
+  }
+  NetworkProfile profile = *found;
+  if (!texts.rtt.empty()) profile.rttMs = Figure("--rtt", texts.rtt, "milliseconds", 0, 60000);
+  if (!texts.down.empty()) profile.downMbit = Figure("--down", texts.down, "Mbit/s", 0.001, 100000);
+  if (!texts.rtt.empty() || !texts.down.empty()) profile.name = "custom";
+  return profile;
+}
+
+void AddProperty(const std::string& place, const std::string& text, std::map<std::string, std::string>& properties) {
+  const size_t equals = text.find('=');
+  if (equals == std::string::npos) Refuse(place, fmt::format("'{}' is not name=value", text));
+  const std::string name = text.substr(0, equals);
+  const std::string value = text.substr(equals + 1);
+  if (std::find(kPropertyNames.begin(), kPropertyNames.end(), name) == kPropertyNames.end()) {
+    Refuse(place, fmt::format("unknown property '{}'; known are {}", name, fmt::join(kPropertyNames, ", ")));
+  }
+  if (value.size() >= PROPERTY_VALUE_MAX) {
+    Refuse(place, fmt::format("the value of {} has {} bytes, more than {}", name, value.size(), PROPERTY_VALUE_MAX - 1));
+  }
+  properties[name] = value;
+}
+
+std::string Trimmed(const std::string& text) {
+  constexpr const char* kSpaces = " \t\r";
+  const size_t first = text.find_first_not_of(kSpaces);
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(kSpaces) - first + 1);
+}
+
+void AddPropertiesOf(const std::string& path, std::map<std::string, std::string>& properties) {
+  std::ifstream file(path);
+  std::string line;
+  for (size_t number = 1; std::getline(file, line); ++number) {
+    line = Trimmed(line);
+    if (line.empty() || line[0] == '#') continue;
+    AddProperty(fmt::format("--props: {}:{}", path, number), line, properties);
+  }
+  if (!file.eof() || file.bad()) Refuse("--props", path + ": cannot be read");
+}
+
+bool OnOrOff(const char* option, const std::string& text) {
+  if (text != "on" && text != "off") Refuse(option, fmt::format("'{}' is neither on nor off", text));
+  return text == "on";
+}
+
+ReplayOptions Replay(const Texts& texts) {
+  ReplayOptions options;
+  options.profile = Profile(texts);
+  options.socketsPerGroup = static_cast<int>(Count("--sockets", texts.sockets, 1, 1000));
+  options.visits = Count("--visits", texts.visits, 1, 1000);
+  options.revisitAfterMs = Duration("--revisit-after", texts.revisitAfter);
+  options.join = OnOrOff("--join", texts.join);
+  if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
+  if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
+  for (const std::string& property : texts.properties) AddProperty("--prop", property, options.properties);
+  return options;
+}
+
+// Two writers of one place would spoil each other's text.
+void CheckPlaces(const CommandLine& line) {
+  const std::array<std::pair<const char*, const std::string*>, 3> reports = {
+      {{"--json", &line.jsonPath}, {"--html", &line.htmlPath}, {"--har-out", &line.harPath}}};
+  for (size_t second = 0; second < reports.size(); ++second) {
+    for (size_t first = 0; first < second; ++first) {
+      if (reports[second].second->empty() || *reports[first].second != *reports[second].second) continue;
+      Refuse(reports[second].first,
+             fmt::format("{} goes to '{}' already", reports[first].first, *reports[first].second));
+    }
+  }
+  if (std::count(line.recordings.begin(), line.recordings.end(), "-") > 1) {
+    Refuse("RECORDING", "standard input ('-') can be read once only");
+  }
+}
+
+}  // namespace
+
+std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& arguments, std::ostream& out) {
+  CommandLine line;
+  Texts texts;
+  CLI::App app(kDescription, "kiv_replay");
+  app.footer(kExamples);
+  app.set_version_flag("--version", "kiv_replay " KIV_VERSION);
+  app.get_formatter()->column_width(32);
+  const auto text = [&app](const char* name, std::string& value, const char* what, const char* unit) {
+    return app.add_option(name, value, what)->type_name(unit)->group("Options");
+  };
+  app.add_option("RECORDING", line.recordings, "HAR files; - is standard input")->required()->type_name("");
+  text("--plugin", line.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
+  app.add_option("--prop", texts.properties, "set a system property; may be repeated")
+      ->type_name("NAME=VALUE")
+      ->allow_extra_args(false);
+  text("--props", texts.propertiesFile, "set the properties in FILE: lines name=value, # comments", "FILE");
+  text("--profile", texts.profile, "3g (1.6 Mbit/s, 150 ms), 4g (9, 170), lte (12, 70), cable (5, 28), native (as recorded)", "NAME")
+      ->capture_default_str();
+  text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
+  text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
+  text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();
+  text("--visits", texts.visits, "loads made of a recording that holds a single load", "N")->capture_default_str();
+  text("--revisit-after", texts.revisitAfter, "time between visits: 500ms, 90s, 30m, 1h, 2d", "TIME")
+      ->capture_default_str();
+  text("--join", texts.join, "on: a request waits for its preload under way; off: it is fetched twice", "on|off")
+      ->capture_default_str();
+  text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines", "LEVEL");
+  text("--json", line.jsonPath, "write one JSON object per recording and line", "FILE");
+  text("--html", line.htmlPath, "write a report with waterfalls", "FILE");
+  text("--har-out", line.harPath, "write the simulated loads with the plugin", "FILE");
+  text("--jobs", texts.jobs, "recordings replayed at a time [number of cores]", "N");
+
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
+  try {
+    app.parse(std::move(reversed));
+  } catch (const CLI::CallForHelp&) {
+    out << app.help();
+    return std::nullopt;
+  } catch (const CLI::CallForVersion& version) {
+    out << version.what() << '\n';
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    std::string what = error.what();
+    std::replace(what.begin(), what.end(), '\n', ' ');
+    Refuse("command line", what + " (see --help)");
+  }
+  line.replay = Replay(texts);
+  line.jobs = texts.jobs.empty() ? std::max(1U, std::thread::hardware_concurrency())
+                                 : Count("--jobs", texts.jobs, 1, 1024);
+  CheckPlaces(line);
+  return line;
+}
+
+}  // namespace replay

@@ -1,0 +1,30 @@
+// The command line of kiv_replay.
+#ifndef REPLAY_OPTIONS_PARSER_H_
+#define REPLAY_OPTIONS_PARSER_H_
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "replay/options.h"
+
+namespace replay {
+
+struct CommandLine {
+  ReplayOptions replay;
+  std::string pluginPath;               // empty: the library beside the program
+  std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
+  std::string jsonPath;                 // of the reports: empty when not wanted, "-" for standard output
+  std::string htmlPath;
+  std::string harPath;
+  unsigned jobs = 1;
+};
+
+// Reads the arguments after the program's name, and the file of --props. Nothing after --help or --version,
+// whose text went to `out`. Throws std::runtime_error with one line that names the option and the place.
+std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& arguments, std::ostream& out);
+
+}  // namespace replay
+
+#endif  // REPLAY_OPTIONS_PARSER_H_

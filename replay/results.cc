@@ -1,0 +1,67 @@
+#include "replay/results.h"
+
+namespace replay {
+namespace {
+
+struct WhyNotName {
+  const char* key;
+  const char* text;
+};
+
+WhyNotName NameOf(WhyNot why) {
+  switch (why) {
+    case WhyNot::None:
+      return {"none", "no reason"};
+    case WhyNot::NotKnownYet:
+      return {"not_known_yet", "not known yet"};
+    case WhyNot::SeenTooSeldom:
+      return {"seen_too_seldom", "seen too seldom"};
+    case WhyNot::FreshInDiskCache:
+      return {"fresh_in_disk_cache", "fresh in the disk cache"};
+    case WhyNot::NotGet:
+      return {"not_get", "not a GET"};
+    case WhyNot::NoDeclaredLength:
+      return {"no_declared_length", "no declared length"};
+    case WhyNot::OverSizeLimit:
+      return {"over_size_limit", "over the size limit"};
+    case WhyNot::Html:
+      return {"html", "HTML"};
+    case WhyNot::StatusNot200:
+      return {"status_not_200", "status other than 200"};
+    case WhyNot::Failed:
+      return {"failed", "fetch failed"};
+    case WhyNot::BrowserAskedFirst:
+      return {"browser_asked_first", "the browser asked first"};
+    case WhyNot::LimitReached:
+      return {"limit_reached", "limit reached"};
+    case WhyNot::NoContext:
+      return {"no_context", "no request context"};
+    case WhyNot::StillRunning:
+      return {"still_running", "preload still running"};
+    case WhyNot::UsedUp:
+      return {"used_up", "used before on this page"};
+    case WhyNot::SwitchedOff:
+      return {"switched_off", "switched off"};
+  }
+  return {"unknown", "unknown"};
+}
+
+}  // namespace
+
+const char* WhyNotText(WhyNot why) {
+  return NameOf(why).text;
+}
+
+const char* WhyNotKey(WhyNot why) {
+  return NameOf(why).key;
+}
+
+const WayResult& Of(const Visit& visit, Way way) {
+  return visit.ways[static_cast<size_t>(way)];
+}
+
+bool IsSlower(const Visit& visit) {
+  return Of(visit, Way::Plugin).pageLoadUs * 100 > Of(visit, Way::Off).pageLoadUs * 101;
+}
+
+}  // namespace replay
