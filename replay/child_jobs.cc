@@ -69,7 +69,8 @@ std::string WaitFor(pid_t process) {
 
 }  // namespace
 
-std::vector<ChildOutcome> RunInChildren(size_t count, unsigned jobs, const std::function<std::string(size_t)>& work,
+std::vector<ChildOutcome> RunInChildren(size_t count, unsigned jobs,
+                                        const std::function<std::string(size_t)>& work,
                                         const std::function<void(size_t)>& done) {
   std::vector<ChildOutcome> outcomes(count);
   std::vector<Child> running;

@@ -17,7 +17,8 @@ struct ChildOutcome {
 // Calls work(0) ... work(count - 1), each in a forked child, `jobs` (at least 1) at a time, and returns what
 // they returned, by index. `work` lets no exception out. `done` is called in the parent after each child with
 // the number of finished ones. Throws std::system_error when no process or pipe can be made.
-std::vector<ChildOutcome> RunInChildren(size_t count, unsigned jobs, const std::function<std::string(size_t)>& work,
+std::vector<ChildOutcome> RunInChildren(size_t count, unsigned jobs,
+                                        const std::function<std::string(size_t)>& work,
                                         const std::function<void(size_t)>& done);
 
 }  // namespace replay

@@ -17,9 +17,9 @@
 namespace replay {
 namespace {
 
-constexpr std::array kPropertyNames = {
-    "net.cv.kiv.on",      "net.cv.kiv.bypassen", "net.cv.kiv.bypassdl", "net.cv.kiv.cslimit",
-    "net.cv.kiv.prlimit", "net.cv.kiv.idlesock", "net.cv.kiv.cacheen",  "net.cv.kiv.preloaderen"};
+constexpr std::array kPropertyNames = {"net.cv.kiv.on",      "net.cv.kiv.bypassen",   "net.cv.kiv.bypassdl",
+                                       "net.cv.kiv.cslimit", "net.cv.kiv.prlimit",    "net.cv.kiv.idlesock",
+                                       "net.cv.kiv.cacheen", "net.cv.kiv.preloaderen"};
 
 constexpr const char* kDescription =
     R"(Replays recorded page loads through the preloading plugin and shows what it gained.
@@ -91,7 +91,8 @@ double Duration(const char* option, const std::string& text) {
                                       : 0;
   constexpr double kTenYears = 3650 * 86400e3;
   if (!value || factor == 0 || *value * factor > kTenYears) {
-    Refuse(option, fmt::format("'{}' is no duration like 500ms, 90s, 30m, 1h or 2d (ten years at most)", text));
+    Refuse(option,
+           fmt::format("'{}' is no duration like 500ms, 90s, 30m, 1h or 2d (ten years at most)", text));
   }
   return *value * factor;
 }
@@ -102,8 +103,9 @@ NetworkProfile Profile(const Texts& texts) {
                                                            {"lte", 70, 12},
                                                            {"cable", 28, 5},
                                                            {"native", std::nullopt, std::nullopt}}};
-  const auto found = std::find_if(kProfiles.begin(), kProfiles.end(),
-                                  [&texts](const NetworkProfile& known) { return known.name == texts.profile; });
+  const auto found = std::find_if(kProfiles.begin(), kProfiles.end(), [&texts](const NetworkProfile& known) {
+    return known.name == texts.profile;
+  });
   if (found == kProfiles.end()) {
     Refuse("--profile", fmt::format("'{}' is none of 3g, 4g, lte, cable, native", texts.profile));
   }
@@ -114,7 +116,8 @@ NetworkProfile Profile(const Texts& texts) {
   return profile;
 }
 
-void AddProperty(const std::string& place, const std::string& text, std::map<std::string, std::string>& properties) {
+void AddProperty(const std::string& place, const std::string& text,
+                 std::map<std::string, std::string>& properties) {
   const size_t equals = text.find('=');
   if (equals == std::string::npos) Refuse(place, fmt::format("'{}' is not name=value", text));
   const std::string name = text.substr(0, equals);
@@ -123,7 +126,8 @@ void AddProperty(const std::string& place, const std::string& text, std::map<std
     Refuse(place, fmt::format("unknown property '{}'; known are {}", name, fmt::join(kPropertyNames, ", ")));
   }
   if (value.size() >= PROPERTY_VALUE_MAX) {
-    Refuse(place, fmt::format("the value of {} has {} bytes, more than {}", name, value.size(), PROPERTY_VALUE_MAX - 1));
+    Refuse(place, fmt::format("the value of {} has {} bytes, more than {}", name, value.size(),
+                              PROPERTY_VALUE_MAX - 1));
   }
   properties[name] = value;
 }
@@ -197,17 +201,21 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false);
   text("--props", texts.propertiesFile, "set the properties in FILE: lines name=value, # comments", "FILE");
-  text("--profile", texts.profile, "3g (1.6 Mbit/s, 150 ms), 4g (9, 170), lte (12, 70), cable (5, 28), native (as recorded)", "NAME")
+  text("--profile", texts.profile,
+       "3g (1.6 Mbit/s, 150 ms), 4g (9, 170), lte (12, 70), cable (5, 28), native (as recorded)", "NAME")
       ->capture_default_str();
   text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
   text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
   text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();
-  text("--visits", texts.visits, "loads made of a recording that holds a single load", "N")->capture_default_str();
+  text("--visits", texts.visits, "loads made of a recording that holds a single load", "N")
+      ->capture_default_str();
   text("--revisit-after", texts.revisitAfter, "time between visits: 500ms, 90s, 30m, 1h, 2d", "TIME")
       ->capture_default_str();
-  text("--join", texts.join, "on: a request waits for its preload under way; off: it is fetched twice", "on|off")
+  text("--join", texts.join, "on: a request waits for its preload under way; off: it is fetched twice",
+       "on|off")
       ->capture_default_str();
-  text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines", "LEVEL");
+  text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
+       "LEVEL");
   text("--json", line.jsonPath, "write one JSON object per recording and line", "FILE");
   text("--html", line.htmlPath, "write a report with waterfalls", "FILE");
   text("--har-out", line.harPath, "write the simulated loads with the plugin", "FILE");

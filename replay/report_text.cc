@@ -24,7 +24,12 @@ using Row = std::vector<Cell>;
 size_t SequenceLength(const std::string& text, size_t at) {
   const auto byte = [&text](size_t index) { return static_cast<unsigned char>(text[index]); };
   const unsigned char lead = byte(at);
-  const size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+  const size_t length = lead < 0x80   ? 1
+                        : lead < 0xC2 ? 0
+                        : lead < 0xE0 ? 2
+                        : lead < 0xF0 ? 3
+                        : lead < 0xF5 ? 4
+                                      : 0;
   if (length == 0 || at + length > text.size()) return 0;
   for (size_t index = at + 1; index < at + length; ++index) {
     if ((byte(index) & 0xC0) != 0x80) return 0;
@@ -75,7 +80,10 @@ std::string Shorten(const std::string& text, size_t columns) {
 
 std::string Painted(const std::string& text, Look look, bool colour) {
   if (!colour || look == Look::Plain) return text;
-  const char* const code = look == Look::Bold ? "1" : look == Look::Dim ? "2" : look == Look::Good ? "32" : "31";
+  const char* const code = look == Look::Bold   ? "1"
+                           : look == Look::Dim  ? "2"
+                           : look == Look::Good ? "32"
+                                                : "31";
   return fmt::format("\033[{}m{}\033[0m", code, text);
 }
 
@@ -154,8 +162,8 @@ Row Heading(std::initializer_list<const char*> names) {
 }
 
 std::string RecordingsTable(const std::vector<Summary>& summaries, const Summary& total, bool colour) {
-  std::vector<Row> rows = {Heading({"recording", "visits", " off", "plugin", "hints", "oracle", "  gain", "%", "gap",
-                                    "  served", "joined", "fetched", "  wasted", "slower"})};
+  std::vector<Row> rows = {Heading({"recording", "visits", " off", "plugin", "hints", "oracle", "  gain", "%",
+                                    "gap", "  served", "joined", "fetched", "  wasted", "slower"})};
   for (const Summary& summary : summaries) {
     rows.push_back(FiguresRow(PrintableText(summary.name), summary, Look::Plain));
   }
@@ -183,16 +191,18 @@ std::string Totals(const Summary& total, bool colour) {
 
   std::string text = Print(rows, colour);
   const Gains gains = GainsPerVisit(total).value();
-  text += fmt::format("\nA visit gains {} ms in the median ({} at worst, {} at best) and closes {} of its gap.\n",
-                      SignedMillisecondsText(gains.median), SignedMillisecondsText(gains.worst),
-                      SignedMillisecondsText(gains.best), PercentText(GapClosedPerVisit(total)));
-  const std::string slower = fmt::format("{} of {} visits slower by more than 1%", total.slowerVisits, total.loads.size());
+  text +=
+      fmt::format("\nA visit gains {} ms in the median ({} at worst, {} at best) and closes {} of its gap.\n",
+                  SignedMillisecondsText(gains.median), SignedMillisecondsText(gains.worst),
+                  SignedMillisecondsText(gains.best), PercentText(GapClosedPerVisit(total)));
+  const std::string slower =
+      fmt::format("{} of {} visits slower by more than 1%", total.slowerVisits, total.loads.size());
   text += Painted(slower, total.slowerVisits > 0 ? Look::Bad : Look::Good, colour);
   text += fmt::format("; {} preloads brought {}, of which {} nobody asked for.\n", total.preloads,
                       BytesText(total.preloadedBytes), BytesText(total.wastedBytes));
   if (total.unansweredCommands + total.warnings > 0) {
-    text += Painted(fmt::format("{} of {} commands unanswered, {} warnings in the plugin's log.", total.unansweredCommands,
-                                total.commands, total.warnings),
+    text += Painted(fmt::format("{} of {} commands unanswered, {} warnings in the plugin's log.",
+                                total.unansweredCommands, total.commands, total.warnings),
                     Look::Bad, colour) +
             "\n";
   }
@@ -225,18 +235,22 @@ std::string Skipped(const Summary& total, bool colour) {
 std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options, bool colour) {
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
-  return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " + ConditionsText(options) + "\n\n" +
-         RecordingsTable(summaries, total, colour) + "\n" + Totals(total, colour) + Reasons(total, colour) +
-         Skipped(total, colour);
+  return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
+         ConditionsText(options) + "\n\n" + RecordingsTable(summaries, total, colour) + "\n" +
+         Totals(total, colour) + Reasons(total, colour) + Skipped(total, colour);
 }
 
 std::string ConditionsText(const ReplayOptions& options) {
   std::string text = options.profile.name + ": ";
-  text += options.profile.downMbit ? fmt::format("{} Mbit/s", *options.profile.downMbit) : "bandwidth as recorded";
-  text += options.profile.rttMs ? fmt::format(", round trip {} ms", *options.profile.rttMs) : ", round trips as recorded";
-  text += fmt::format(", {} sockets, revisit after {}", options.socketsPerGroup, DurationText(options.revisitAfterMs));
+  text += options.profile.downMbit ? fmt::format("{} Mbit/s", *options.profile.downMbit)
+                                   : "bandwidth as recorded";
+  text += options.profile.rttMs ? fmt::format(", round trip {} ms", *options.profile.rttMs)
+                                : ", round trips as recorded";
+  text += fmt::format(", {} sockets, revisit after {}", options.socketsPerGroup,
+                      DurationText(options.revisitAfterMs));
   text += options.join ? ", joining" : ", not joining";
-  for (const auto& [name, value] : options.properties) text += fmt::format(", {}={}", name, PrintableText(value));
+  for (const auto& [name, value] : options.properties)
+    text += fmt::format(", {}={}", name, PrintableText(value));
   return text;
 }
 

@@ -115,7 +115,8 @@ double At(const Figures& figures, Way way) {
 std::optional<Gains> GainsPerVisit(const Summary& summary) {
   if (summary.loads.empty()) return std::nullopt;
   std::vector<double> gains;
-  for (const LoadTimes& loads : summary.loads) gains.push_back(Load(loads, Way::Off) - Load(loads, Way::Plugin));
+  for (const LoadTimes& loads : summary.loads)
+    gains.push_back(Load(loads, Way::Off) - Load(loads, Way::Plugin));
   const auto [worst, best] = std::minmax_element(gains.begin(), gains.end());
   return Gains{.worst = *worst, .median = Median(gains), .best = *best};
 }

@@ -20,10 +20,10 @@ using LoadTimes = std::array<int64_t, 4>;  // page load time by Way, microsecond
 struct Summary {
   std::string name;
   uint64_t visits = 0;
-  uint64_t requests = 0;          // of all visits, navigations among them
-  std::vector<LoadTimes> loads;   // one per repeat visit
-  uint64_t slowerVisits = 0;      // repeat visits for which IsSlower holds
-  uint64_t served = 0;            // sub-resources of repeat visits from here on
+  uint64_t requests = 0;         // of all visits, navigations among them
+  std::vector<LoadTimes> loads;  // one per repeat visit
+  uint64_t slowerVisits = 0;     // repeat visits for which IsSlower holds
+  uint64_t served = 0;           // sub-resources of repeat visits from here on
   uint64_t joined = 0;
   uint64_t fetched = 0;
   uint64_t fromDiskCache = 0;
