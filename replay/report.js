@@ -27,7 +27,7 @@
     const power = 10 ** Math.floor(Math.log10(rough));
     return [1, 2, 5, 10].map((factor) => factor * power).find((step) => step >= rough);
   };
-  const tickText = (us, step) => step >= 1e6 ? us / 1e6 + " s" : step >= 1e5 ? (us / 1e6).toFixed(1) + " s" : us / 1000 + " ms";
+  const tickText = (us, step) => us === 0 ? "0" : step >= 1e6 ? us / 1e6 + " s" : step >= 1e5 ? (us / 1e6).toFixed(1) + " s" : us / 1000 + " ms";
 
   const describe = (times) => {
     const [wanted, connect, sent, first, end] = times;

@@ -222,6 +222,11 @@ std::string Seconds(double microseconds) {
   return fmt::format("{:.2f}&nbsp;s", microseconds / 1e6);
 }
 
+std::string SignedText(double microseconds) {
+  const std::string text = SignedMillisecondsText(microseconds);
+  return text[0] == '-' ? "−" + text.substr(1) : text;
+}
+
 // The gain as people read it: a minus is time saved.
 std::string ChangeText(double off, double plugin) {
   const auto share = GainShare(off, plugin);
@@ -244,7 +249,7 @@ std::string Bullet(const Figures& figures) {
   const double oracle = At(figures, Way::Oracle);
   const double most = std::max({off, plugin, oracle, 1.0});
   return fmt::format(
-      R"(<span class="bullet" role="img" aria-label="gap closed {}" title="from oracle to off; the mark is the plugin">)"
+      R"(<span class="bullet" role="img" aria-label="gap closed {}" title="band: from oracle to off; mark: plugin">)"
       R"(<i class="gap" style="left:{:.2f}%;width:{:.2f}%"></i><i class="mark" style="left:{:.2f}%"></i></span>)",
       PercentText(GapClosed(off, plugin, oracle)), oracle / most * 100,
       std::max(0.0, off - oracle) / most * 100, plugin / most * 100);
@@ -260,8 +265,8 @@ std::string FigureCells(const Summary& summary) {
     const double off = At(medians, Way::Off);
     const double plugin = At(medians, Way::Plugin);
     html += fmt::format(R"(<td class="{}">{}</td><td>{}</td><td>{}</td>)", ChangeClass(off, plugin),
-                        ChangeText(off, plugin),
-                        PercentText(GapClosed(off, plugin, At(medians, Way::Oracle))), Bullet(medians));
+                        ChangeText(off, plugin), PercentText(GapClosedOverall(summary)),
+                        Bullet(MeanLoads(summary)));
   }
   html += fmt::format("<td>{}</td><td>{}</td><td>{}</td><td>{}</td>", summary.served, summary.joined,
                       summary.fetched, BytesText(summary.wastedBytes));
@@ -273,8 +278,8 @@ std::string FigureCells(const Summary& summary) {
 std::string RecordingsTable(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
                             const Summary& total) {
   std::string html =
-      R"(<div class="scroll" tabindex="0" role="region" aria-label="Recordings"><table class="figures"><caption>Page load in ms, the median over repeat visits</caption><thead><tr>)"
-      R"(<th scope="col" class="left">Recording</th><th scope="col">Repeat visits</th><th scope="col">Off</th><th scope="col">Plugin</th>)"
+      R"(<div class="scroll" tabindex="0" role="region" aria-label="Recordings"><table class="figures"><caption>Page load in ms, the median over repeat visits; gap closed, over all of them</caption><thead><tr>)"
+      R"(<th scope="col" class="left">Recording</th><th scope="col">Visits</th><th scope="col">Off</th><th scope="col">Plugin</th>)"
       R"(<th scope="col">Hints</th><th scope="col">Oracle</th><th scope="col">Change</th><th scope="col">Gap closed</th>)"
       R"(<th scope="col"><span class="hidden">Gap as a picture</span></th><th scope="col">Served</th><th scope="col">Joined</th>)"
       R"(<th scope="col">Fetched</th><th scope="col">Wasted</th><th scope="col">Slower</th></tr></thead><tbody>)";
@@ -311,8 +316,8 @@ std::string Headlines(const Summary& total) {
       fmt::format("of all visits together; {} in the median visit", PercentText(GapClosedPerVisit(total))));
   html += Headline("Visits slower by more than 1%",
                    fmt::format("{} of {}", total.slowerVisits, total.loads.size()),
-                   fmt::format("gain per visit: median {} ms, worst {} ms",
-                               SignedMillisecondsText(gains.median), SignedMillisecondsText(gains.worst)));
+                   fmt::format("gain per visit: median {} ms, worst {} ms", SignedText(gains.median),
+                               SignedText(gains.worst)));
   html += Headline("Served or joined", fmt::format("{} of {}", total.served + total.joined, asked),
                    fmt::format("{} preloaded, {} of it never asked for", BytesText(total.preloadedBytes),
                                BytesText(total.wastedBytes)));
@@ -344,7 +349,7 @@ std::string ReasonsTable(const Summary& summary) {
   for (const auto& [why, count] : reasons) sum += count;
   std::string html =
       R"(<table class="figures narrow reasons"><caption>Why not served</caption><thead><tr><th scope="col" class="left">Reason</th>)"
-      R"(<th scope="col">Sub-resources</th><th scope="col">Share</th></tr></thead><tbody>)";
+      R"(<th scope="col">Requests</th><th scope="col">Share</th></tr></thead><tbody>)";
   for (const auto& [why, count] : reasons) {
     const double share = static_cast<double>(count) / static_cast<double>(sum);
     html += fmt::format(

@@ -129,10 +129,10 @@ Look LookOfGain(double gain, double off) {
   return gain * 100 > off ? Look::Good : Look::Plain;
 }
 
-// Page load by way, gain and gap closed: the seven cells that rows of figures share.
+// Page load by way and the gain: the six cells that rows of figures share.
 void AddFigures(Row& row, const Figures& figures, Look look) {
   if (!figures) {
-    row.insert(row.end(), 7, {"–", Look::Dim});
+    row.insert(row.end(), 6, {"–", Look::Dim});
     return;
   }
   for (const Way way : kWays) row.push_back({MillisecondsText(At(figures, way)), look});
@@ -141,12 +141,12 @@ void AddFigures(Row& row, const Figures& figures, Look look) {
   const Look gainLook = LookOfGain(off - plugin, off);
   row.push_back({SignedMillisecondsText(off - plugin), gainLook});
   row.push_back({PercentText(GainShare(off, plugin)), gainLook});
-  row.push_back({PercentText(GapClosed(off, plugin, At(figures, Way::Oracle))), look});
 }
 
 Row FiguresRow(const std::string& name, const Summary& summary, Look look) {
   Row row = {{name, look}, {fmt::format("{}", summary.loads.size()), look}};
   AddFigures(row, MedianLoads(summary), look);
+  row.push_back({PercentText(GapClosedOverall(summary)), look});
   for (const uint64_t count : {summary.served, summary.joined, summary.fetched}) {
     row.push_back({fmt::format("{}", count), look});
   }
@@ -178,8 +178,7 @@ std::string Totals(const Summary& total, bool colour) {
   if (total.loads.empty()) {
     return "No page was visited twice, so there is nothing to compare. --visits repeats single loads.\n";
   }
-  std::vector<Row> rows = {
-      Heading({"repeat visits, ms", "off", "plugin", "hints", "oracle", "gain", "%", "gap closed"})};
+  std::vector<Row> rows = {Heading({"repeat visits, ms", "off", "plugin", "hints", "oracle", "gain", "%"})};
   const auto add = [&rows](const char* name, const Figures& figures) {
     Row row = {{name}};
     AddFigures(row, figures, Look::Plain);
@@ -191,10 +190,12 @@ std::string Totals(const Summary& total, bool colour) {
 
   std::string text = Print(rows, colour);
   const Gains gains = GainsPerVisit(total).value();
-  text +=
-      fmt::format("\nA visit gains {} ms in the median ({} at worst, {} at best) and closes {} of its gap.\n",
-                  SignedMillisecondsText(gains.median), SignedMillisecondsText(gains.worst),
-                  SignedMillisecondsText(gains.best), PercentText(GapClosedPerVisit(total)));
+  text += fmt::format("\nA visit gains {} ms in the median ({} at worst, {} at best).\n",
+                      SignedMillisecondsText(gains.median), SignedMillisecondsText(gains.worst),
+                      SignedMillisecondsText(gains.best));
+  text += fmt::format(
+      "Of the gap between off and oracle the plugin closes {} over all visits, {} in the median visit.\n",
+      PercentText(GapClosedOverall(total)), PercentText(GapClosedPerVisit(total)));
   const std::string slower =
       fmt::format("{} of {} visits slower by more than 1%", total.slowerVisits, total.loads.size());
   text += Painted(slower, total.slowerVisits > 0 ? Look::Bad : Look::Good, colour);

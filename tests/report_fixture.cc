@@ -57,7 +57,7 @@ RequestRow OffRow(size_t index) {
 PreloadRow Preload(const Request& request, const RequestRow& off, size_t order) {
   PreloadRow preload{.url = request.url, .kind = request.kind, .bytes = request.bodyBytes};
   preload.orderedUs = 2000;
-  preload.launchedUs = 2000 + static_cast<int64_t>(order) * 11000;
+  preload.launchedUs = 2000 + static_cast<int64_t>(order) * 2500;
   preload.connectUs = preload.launchedUs;
   preload.sentUs = preload.launchedUs + (off.sentUs - off.connectUs);
   preload.firstByteUs = preload.sentUs + 180000;
