@@ -100,7 +100,7 @@ TEST(GurlTest, FindsHostAndPort) {
       {"http://[::1]/", "[::1]:80", true},
       {"http://[::1/", "", false},
       {"http://[::1]x/", "", false},
-      {"ftp://a.test/", "a.test:-1", true},
+      {"ftp://a.test/", "a.test", true},
       {"http://", "", false},
       {"http://@:80/", "", false},
       {"http:a.test", "", false},
