@@ -34,6 +34,8 @@ WhyNotName NameOf(WhyNot why) {
       return {"browser_asked_first", "the browser asked first"};
     case WhyNot::LimitReached:
       return {"limit_reached", "limit reached"};
+    case WhyNot::SharesHash:
+      return {"shares_hash", "its hash is another URL's"};
     case WhyNot::NoContext:
       return {"no_context", "no request context"};
     case WhyNot::StillRunning:
