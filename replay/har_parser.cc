@@ -144,6 +144,8 @@ void ReadResponse(JsonValue value, HarEntry& entry) {
 
 void ReadTimings(JsonValue value, HarEntry& entry) {
   ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "_queued") entry.queuedMs = Number(field);
+    if (key == "ssl") entry.sslMs = Number(field);
     if (key == "blocked") entry.blockedMs = Number(field);
     if (key == "dns") entry.dnsMs = Number(field);
     if (key == "connect") entry.connectMs = Number(field);

@@ -25,7 +25,7 @@ struct HarEntry {
   std::string_view resourceType;  // the recorder's own word, "_resourceType"
   std::string_view initiatorUrl;
   std::optional<double> timeMs;
-  std::optional<double> blockedMs, dnsMs, connectMs, sendMs, waitMs, receiveMs;
+  std::optional<double> queuedMs, blockedMs, dnsMs, connectMs, sslMs, sendMs, waitMs, receiveMs;
 
   std::string_view method;
   std::string_view url;

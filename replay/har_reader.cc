@@ -55,11 +55,16 @@ Recording ReadHar(std::string json, const std::string& name) {
       ++recording.skipped[why];
       return;
     }
-    const std::optional<double> startedMs = ParseIsoDate(entry.startedDateTime);
-    rows.push_back({.request = MakeRequest(entry, startedMs),
+    std::optional<double> startedMs = ParseIsoDate(entry.startedDateTime);
+    Request request = MakeRequest(entry, startedMs);
+    // Where a recorder names the time in the browser's queue, its rows start after it; the browser wanted
+    // them before.
+    const double queuedMs = QueuedMs(entry);
+    if (startedMs) *startedMs -= queuedMs;
+    rows.push_back({.request = std::move(request),
                     .pageref = std::string(entry.pageref),
                     .startedMs = startedMs,
-                    .durationMs = DurationMs(entry)});
+                    .durationMs = queuedMs + DurationMs(entry)});
   });
   recording.creator = std::move(log.creator);
   recording.browser = std::move(log.browser);

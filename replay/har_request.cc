@@ -292,6 +292,7 @@ Request MakeRequest(const HarEntry& entry, std::optional<double> startedMs) {
   request.method = entry.method.empty() ? "GET" : Upper(entry.method);
   request.dnsMs = TimingOrZero(entry.dnsMs);
   request.connectMs = TimingOrZero(entry.connectMs);
+  request.sslMs = std::min(TimingOrZero(entry.sslMs), request.connectMs);
   request.waitMs = TimingOrZero(entry.waitMs);
   request.receiveMs = TimingOrZero(entry.receiveMs);
   request.status = static_cast<int>(entry.status.value_or(200));
@@ -308,6 +309,10 @@ Request MakeRequest(const HarEntry& entry, std::optional<double> startedMs) {
   if (startedMs) *startedMs += DurationMs(entry);
   request.freshForMs = FreshForMs(request.method, request.status, request.responseHeaders, startedMs);
   return request;
+}
+
+double QueuedMs(const HarEntry& entry) {
+  return TimingOrZero(entry.queuedMs);
 }
 
 double DurationMs(const HarEntry& entry) {

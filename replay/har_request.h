@@ -20,6 +20,9 @@ const char* WhyNotReplayable(const HarEntry& entry);
 // does not tell is taken for 200. `startedMs`: when it started, in milliseconds since 1970.
 Request MakeRequest(const HarEntry& entry, std::optional<double> startedMs);
 
+// How long it waited in the browser before it started; 0 where the recorder does not tell.
+double QueuedMs(const HarEntry& entry);
+
 // From its start to its last byte, as far as the row tells.
 double DurationMs(const HarEntry& entry);
 
