@@ -51,6 +51,8 @@ TEST_F(ConfigurationTest, PropertyTextsBecomeValues) {
       {"prlimit", "-1", "I Preloading Limit: -1", ""},
       {"idlesock", "0", "I Idle Sockets: 0", ""},
       {"cacheen", "off", "I Cache: Disabled", ""},
+      {"cacheen", "-2", "I Cache: Enabled", ""},
+      {"preloaderen", "-2", "I Preloader: Enabled", ""},
       {"preloaderen", "0", "I Preloader: Disabled", ""},
   };
   for (const auto& row : rows) {

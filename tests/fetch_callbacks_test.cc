@@ -151,6 +151,9 @@ TEST_F(FetchCallbacksTest, WithTheCacheOffFetchesRunAndHoldNothing) {
   EXPECT_EQ(host.Done(kUrl), 1);
   host.Start({{"cacheen", "1"}});
   EXPECT_EQ(host.Ask(kUrl).result, 0) << "it had failed for want of a body";
+  EXPECT_EQ(host.Read(kUrl, "body"), 1);
+  EXPECT_EQ(host.Done(kUrl), 1);
+  EXPECT_EQ(host.Ask(kUrl).headers, "") << "none were kept either";
 }
 
 // The body comes out whole however it came in, and its buffer has the size that was promised: ten bytes more
