@@ -222,9 +222,9 @@ std::string Seconds(double microseconds) {
   return fmt::format("{:.2f}&nbsp;s", microseconds / 1e6);
 }
 
-std::string SignedText(double microseconds) {
-  const std::string text = SignedMillisecondsText(microseconds);
-  return text[0] == '-' ? "−" + text.substr(1) : text;
+// With a minus sign instead of the hyphen.
+std::string Typeset(const std::string& number) {
+  return number[0] == '-' ? "−" + number.substr(1) : number;
 }
 
 // The gain as people read it: a minus is time saved.
@@ -232,8 +232,8 @@ std::string ChangeText(double off, double plugin) {
   const auto share = GainShare(off, plugin);
   if (!share) return "–";
   const std::string text = PercentText(-*share);
-  if (text == "0%" || text == "-0%") return "±0%";
-  return text[0] == '-' ? "−" + text.substr(1) : "+" + text;
+  if (text == "0%") return "±0%";
+  return text[0] == '-' ? Typeset(text) : "+" + text;
 }
 
 const char* ChangeClass(double off, double plugin) {
@@ -265,7 +265,7 @@ std::string FigureCells(const Summary& summary) {
     const double off = At(medians, Way::Off);
     const double plugin = At(medians, Way::Plugin);
     html += fmt::format(R"(<td class="{}">{}</td><td>{}</td><td>{}</td>)", ChangeClass(off, plugin),
-                        ChangeText(off, plugin), PercentText(GapClosedOverall(summary)),
+                        ChangeText(off, plugin), Typeset(PercentText(GapClosedOverall(summary))),
                         Bullet(MeanLoads(summary)));
   }
   html += fmt::format("<td>{}</td><td>{}</td><td>{}</td><td>{}</td>", summary.served, summary.joined,
@@ -306,21 +306,21 @@ std::string Headlines(const Summary& total) {
   const double off = At(medians, Way::Off);
   const double plugin = At(medians, Way::Plugin);
   const Gains gains = GainsPerVisit(total).value();
-  const uint64_t asked = total.served + total.joined + total.fetched + total.fromDiskCache;
+  const uint64_t asked = total.served + total.joined + total.fetched;
   std::string html = R"(<dl class="headlines">)";
   html += Headline("Median page load", Seconds(off) + " → " + Seconds(plugin),
                    fmt::format(R"(<em class="{}">{}</em> with the plugin)", ChangeClass(off, plugin),
                                ChangeText(off, plugin)));
+  html += Headline("Gap to the oracle closed", Typeset(PercentText(GapClosedOverall(total))),
+                   fmt::format("of all visits together; {} in the median visit",
+                               Typeset(PercentText(GapClosedPerVisit(total)))));
   html += Headline(
-      "Gap to the oracle closed", PercentText(GapClosedOverall(total)),
-      fmt::format("of all visits together; {} in the median visit", PercentText(GapClosedPerVisit(total))));
-  html += Headline("Visits slower by more than 1%",
-                   fmt::format("{} of {}", total.slowerVisits, total.loads.size()),
-                   fmt::format("gain per visit: median {} ms, worst {} ms", SignedText(gains.median),
-                               SignedText(gains.worst)));
+      "Visits slower by more than 1%", fmt::format("{} of {}", total.slowerVisits, total.loads.size()),
+      fmt::format("gain per visit: median {} ms, worst {} ms", Typeset(SignedMillisecondsText(gains.median)),
+                  Typeset(SignedMillisecondsText(gains.worst))));
   html += Headline("Served or joined", fmt::format("{} of {}", total.served + total.joined, asked),
-                   fmt::format("{} preloaded, {} of it never asked for", BytesText(total.preloadedBytes),
-                               BytesText(total.wastedBytes)));
+                   fmt::format("of what the disk cache could not answer; {} preloaded, {} of it in vain",
+                               BytesText(total.preloadedBytes), BytesText(total.wastedBytes)));
   return html + "</dl>\n";
 }
 
