@@ -78,6 +78,7 @@ std::vector<ChildOutcome> RunInChildren(size_t count, unsigned jobs,
   while (finished < count) {
     while (started < count && running.size() < jobs) running.push_back(Start(started++, work, running));
     std::vector<pollfd> waits;
+    waits.reserve(running.size());
     for (const Child& child : running) waits.push_back({.fd = child.pipe, .events = POLLIN, .revents = 0});
     if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) ThrowErrno("poll");
     for (size_t index = running.size(); index-- > 0;) {
