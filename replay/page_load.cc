@@ -5,10 +5,9 @@
 
 namespace replay {
 
-PageLoad::PageLoad(VirtualClock& clock, const Page& page, const PagePlan& plan,
-                   std::function<void(size_t index)> ask)
-    : clock_(clock), page_(page), plan_(plan), ask_(std::move(ask)), children_(page.requests.size()) {
-  rows_.resize(page.requests.size());
+PageLoad::PageLoad(VirtualClock& clock, const PagePlan& plan, std::function<void(size_t index)> ask)
+    : clock_(clock), plan_(plan), ask_(std::move(ask)), children_(plan.requests.size()) {
+  rows_.resize(plan.requests.size());
   for (size_t index = 0; index < plan.requests.size(); ++index) {
     rows_[index].request = index;
     rows_[index].blocksLoad = plan.requests[index].blocksLoad;

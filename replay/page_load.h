@@ -18,8 +18,7 @@ class PageLoad {
  public:
   // `ask` is called once for each request, when the browser wants it; it must see to it that FirstByte and
   // then Done are called for that index later. Page and plan must outlive the load.
-  PageLoad(VirtualClock& clock, const Page& page, const PagePlan& plan,
-           std::function<void(size_t index)> ask);
+  PageLoad(VirtualClock& clock, const PagePlan& plan, std::function<void(size_t index)> ask);
 
   // Requests the page, now.
   void Begin();
@@ -43,7 +42,6 @@ class PageLoad {
   void Release(size_t parent, bool firstByte);
 
   VirtualClock& clock_;
-  const Page& page_;
   const PagePlan& plan_;
   const std::function<void(size_t)> ask_;
   std::vector<std::vector<size_t>> children_;  // by parent

@@ -211,7 +211,7 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
   const uint64_t unansweredBefore = corvane_.UnansweredCount();
   const uint64_t warningsBefore = g_log.warnings;
   setup_ = &setup;
-  PageLoad load(clock_, setup.page, setup.plan, [this](size_t index) { Ask(index); });
+  PageLoad load(clock_, setup.plan, [this](size_t index) { Ask(index); });
   load_ = &load;
 
   const Request& navigation = setup.page.requests.front();

@@ -59,12 +59,17 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
   const host::HostSettings settings = Settings(options);
   for (const auto& [name, value] : options.properties) property_set(name.c_str(), value.c_str());
 
+  RequestIndex recordingIndex;
+  for (const Page& page : expanded.pages) AddToIndex(page, recordingIndex);
+
   PluginBrowser browser(plugin, recordedNetwork, options, settings);
   std::map<std::string, uint32_t> visitsOf;
   std::map<std::string, int64_t> leftUs;
   for (size_t index = 0; index < expanded.pages.size(); ++index) {
     const Page& page = expanded.pages[index];
     const PagePlan plan = MakePlan(page);
+    RequestIndex pageIndex;
+    AddToIndex(page, pageIndex);
     Visit visit = {
         .page = index % recording.pages.size(), .pageUrl = UrlOf(page), .number = ++visitsOf[UrlOf(page)]};
     visit.repeat = visit.number > 1;
@@ -73,8 +78,9 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
       browser.AdvanceTo(leftUs[visit.pageUrl] + static_cast<int64_t>(options.revisitAfterMs * 1000));
     }
     const DiskCache diskCache = browser.Cache();
-    const VisitSetup setup = {.recording = expanded,
-                              .page = page,
+    const VisitSetup setup = {.page = page,
+                              .pageIndex = pageIndex,
+                              .recordingIndex = recordingIndex,
                               .plan = plan,
                               .recordedNetwork = recordedNetwork,
                               .options = options,

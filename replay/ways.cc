@@ -28,7 +28,7 @@ class PlainBrowser {
         network_(clock_, setup.options.profile, setup.recordedNetwork, setup.settings,
                  [&setup](const host::TransferRequest& request) { return FindRecorded(setup, request); }),
         diskCache_(setup.diskCache),
-        load_(clock_, setup.page, setup.plan, [this](size_t index) { Ask(index); }) {}
+        load_(clock_, setup.plan, [this](size_t index) { Ask(index); }) {}
 
   // Looks at each request before disk cache and network do; true when it has seen to the answer.
   std::function<bool(size_t index)> answerFirst;
@@ -146,18 +146,16 @@ class HintedFetches {
 
 }  // namespace
 
+void AddToIndex(const Page& page, RequestIndex& index) {
+  for (const Request& request : page.requests) {
+    if (request.method == "GET") index.try_emplace(request.url, &request);
+  }
+}
+
 const Request* FindRecorded(const VisitSetup& setup, const host::TransferRequest& request) {
   if (request.tag != 0) return &setup.page.requests[request.tag - 1];
-  const auto find = [&request](const Page& page) -> const Request* {
-    for (const Request& recorded : page.requests) {
-      if (recorded.url == request.url && recorded.method == request.method) return &recorded;
-    }
-    return nullptr;
-  };
-  if (const Request* const recorded = find(setup.page)) return recorded;
-  // Known from another load of the page, and not asked for in this one.
-  for (const Page& page : setup.recording.pages) {
-    if (const Request* const recorded = find(page)) return recorded;
+  for (const RequestIndex* const index : {&setup.pageIndex, &setup.recordingIndex}) {
+    if (const auto found = index->find(request.url); found != index->end()) return found->second;
   }
   return nullptr;
 }

@@ -4,6 +4,9 @@
 #ifndef REPLAY_WAYS_H_
 #define REPLAY_WAYS_H_
 
+#include <string_view>
+#include <unordered_map>
+
 #include "host/page_database.h"
 #include "host/settings.h"
 #include "host/transport.h"
@@ -16,10 +19,15 @@
 
 namespace replay {
 
+// The requests that a GET of a URL is answered with, the first one of each URL. Texts are the recording's.
+using RequestIndex = std::unordered_map<std::string_view, const Request*>;
+void AddToIndex(const Page& page, RequestIndex& index);
+
 // All that the ways of one visit have in common.
 struct VisitSetup {
-  const Recording& recording;
   const Page& page;
+  const RequestIndex& pageIndex;       // of this page
+  const RequestIndex& recordingIndex;  // of all pages
   const PagePlan& plan;
   const RecordedNetwork& recordedNetwork;
   const ReplayOptions& options;
@@ -28,7 +36,8 @@ struct VisitSetup {
   int64_t nowUs;               // when it begins, as the disk cache counts
 };
 
-// The request that a page's own transaction or a preload is answered with.
+// The request that a page's own transaction or a preload is answered with: this page's, else another load's.
+// Null when nobody recorded one.
 const Request* FindRecorded(const VisitSetup& setup, const host::TransferRequest& request);
 
 WayResult RunOff(const VisitSetup& setup);
