@@ -17,7 +17,7 @@ namespace replay {
 class PageLoad {
  public:
   // `ask` is called once for each request, when the browser wants it; it must see to it that FirstByte and
-  // then Done are called for that index later. Page and plan must outlive the load.
+  // then Done are called for that index later. The plan must outlive the load.
   PageLoad(VirtualClock& clock, const PagePlan& plan, std::function<void(size_t index)> ask);
 
   // Requests the page, now.
