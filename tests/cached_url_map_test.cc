@@ -75,17 +75,5 @@ TEST_F(CachedUrlMapTest, OfTwoUrlsWithOneHashTheFirstStays) {
   EXPECT_EQ(host.Take(), "D Set Cache Status: http://first.test/(1)\n");
 }
 
-TEST_F(CachedUrlMapTest, AForgottenPageTakesItsContextAlong) {
-  host.Start();
-  host.Learn(kPage);
-  host.Send(2, 13, {host.Hash(kPage), 1});
-  host.Send(2, 13, {host.Hash(kPage), 0});
-  host.Order("http://a.test/1", kPage);
-  EXPECT_NE(host.Take().find("I Skip URL with undefined context http://a.test/1\n"), std::string::npos);
-  host.Send(3, 9, {kPage, "GET"});  // known again, without context
-  host.Order("http://a.test/2", kPage);
-  EXPECT_NE(host.Take().find("I Skip URL with undefined context http://a.test/2\n"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace tests

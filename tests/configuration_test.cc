@@ -75,20 +75,6 @@ TEST_F(ConfigurationTest, ASilentHostGetsNoReportButTheValues) {
   EXPECT_EQ(host.plugin.IsPreloaderEnabled(), 0);
 }
 
-// Says yes and no in turn.
-class WaveringHost : public ScriptedHost {
- public:
-  bool VerboseEnabled() override { return ++asked % 2 != 0; }
-  int asked = 0;
-};
-
-TEST(ConfigurationWithOwnHost, AsksForItsGateOncePerLine) {
-  WaveringHost host;
-  host.plugin.OnInit(0);
-  EXPECT_EQ(host.asked, 8);
-  EXPECT_EQ(host.Take(), "I Enabled\nI Bypass Delay: 50\nI Preloading Limit: 5\nI Cache: Enabled\n");
-}
-
 TEST_F(ConfigurationTest, PreloaderEnabledNeedsBothSwitchesAndNotTheMainOne) {
   for (const bool on : {false, true}) {
     for (const bool cache : {false, true}) {

@@ -132,16 +132,6 @@ TEST_F(FetchCallbacksTest, OnlyASuccessful200WithABodyCanBeServed) {
   }
 }
 
-TEST_F(FetchCallbacksTest, TheLastEndOfAFetchCounts) {
-  host.Start();
-  host.Launch(kUrl);
-  host.FetchOk(kUrl, "body");
-  EXPECT_EQ(host.Done(kUrl, -2), 1);
-  EXPECT_EQ(host.Ask(kUrl).result, 0);
-  EXPECT_EQ(host.Done(kUrl, 0), 1);
-  EXPECT_EQ(host.Ask(kUrl).body(), "body") << "it was kept all the while";
-}
-
 TEST_F(FetchCallbacksTest, WithTheCacheOffFetchesRunAndHoldNothing) {
   host.Start({{"cacheen", "0"}});
   host.Launch(kUrl);

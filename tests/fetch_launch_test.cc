@@ -44,19 +44,6 @@ TEST(FetchLaunchWithOwnHost, AFetchNeedsTheLoopAndThenTheHttpCache) {
   }
 }
 
-TEST_F(FetchLaunchTest, ARefusedFetchLeavesAPendingPreloadThatIsNotTriedAgain) {
-  host.Start();
-  host.Learn(kPage);
-  host.fetchAnswer = 0;
-  EXPECT_NE(Launched(host, kUrl).find("Fetch"), std::string::npos);
-  host.fetchAnswer = 1;
-  EXPECT_EQ(Launched(host, kUrl), std::string("D URL is already in KIV cache ") + kUrl + "\n");
-  host.plugin.OnFlushDb(0);
-  EXPECT_NE(host.Take().find("Stuck preload: http://a.test/1 (0)\n"), std::string::npos);
-  host.Learn(kPage);
-  EXPECT_NE(Launched(host, kUrl).find("Fetch"), std::string::npos) << "the flush made room for it";
-}
-
 TEST_F(FetchLaunchTest, AUrlWithTheHashOfAnotherIsAlreadyThere) {
   host.hashes = {{kUrl, 77}, {"http://b.test/other", 77}};
   host.Start();

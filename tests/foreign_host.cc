@@ -5,10 +5,10 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "net/http/http_request_info.h"
 #include "net/http/http_response_headers.h"
@@ -106,91 +106,80 @@ extern "C" __attribute__((format(printf, 4, 5))) int __android_log_buf_print(int
 
 namespace {
 
-int g_failures = 0;
+// Ends the program when something is not as it should be.
+void Require(bool holds, int line) {
+  if (holds) return;
+  std::fprintf(stderr, "foreign_host: line %d does not hold; recorded:\n%s", line, g_record.c_str());
+  std::exit(1);
+}
 
-#define CHECK(condition) \
-  ((condition) ? void()  \
-               : void((++g_failures, std::fprintf(stderr, "line %d: %s is false\n", __LINE__, #condition))))
-
-void CheckRecord(int line, const std::string& expected) {
-  if (g_record != expected) {
-    ++g_failures;
-    std::fprintf(stderr, "line %d: recorded\n%s--- instead of\n%s", line, g_record.c_str(), expected.c_str());
-  }
+bool Recorded(const char* expected) {
+  if (g_record != expected) return false;
   g_record.clear();
+  return true;
 }
 
-template <typename Function>
-Function* Find(void* library, const char* name, Function*) {
-  void* const found = dlsym(library, name);
-  if (found == nullptr) {
-    std::fprintf(stderr, "no function %s\n", name);
-    std::exit(1);
-  }
-  return reinterpret_cast<Function*>(found);
-}
-
-#define FIND(name) (Find(library, #name, decltype (&name)(nullptr)))
+#define REQUIRE(condition) Require((condition), __LINE__)
+#define FIND(name) (reinterpret_cast<decltype(&name)>(dlsym(library, #name)))
 
 void WalkTheRoad(void* library) {
   const char* const page = "page/1";
   const char* const url = "host/resource";
   const auto onCmd = FIND(OnCmd);
   uint32_t mask = 0;
-  CHECK(FIND(OnInit)(0) == 1);
-  CheckRecord(
-      __LINE__,
+  REQUIRE(FIND(OnInit)(0) == 1);
+  REQUIRE(Recorded(
       "net.cv.kiv.on=1\nnet.cv.kiv.bypassen=0\nnet.cv.kiv.bypassdl=50\nnet.cv.kiv.cslimit=2097152\n"
-      "net.cv.kiv.prlimit=5\nnet.cv.kiv.idlesock=1\nnet.cv.kiv.cacheen=1\nnet.cv.kiv.preloaderen=1\n");
-  CHECK(FIND(OnGetCmdMask)(&mask) == 1 && mask == 0x30C);
+      "net.cv.kiv.prlimit=5\nnet.cv.kiv.idlesock=1\nnet.cv.kiv.cacheen=1\nnet.cv.kiv.preloaderen=1\n"));
+  REQUIRE(FIND(OnGetCmdMask)(&mask) == 1 && mask == 0x30C);
 
   net::URLRequestContext context;
   OwnCommand request(3, 9), seen(8, 1), resource(3, 5);
   request.Add(page).Add("GET").Add("A: b\r\n");
   seen.Add(page).Add("X-Requested-With: it\r\n").Add(uintptr_t{0}).Add(&context);
   resource.Add(page).Add(url).Add(uintptr_t{9}).Add(uintptr_t{0}).Add(uintptr_t{1});
-  CHECK(onCmd(&request) == 1 && onCmd(&request) == 1);
-  CheckRecord(__LINE__, "commit 50\n");
-  CHECK(onCmd(&seen) == 1);
-  CHECK(onCmd(g_posted) == 1);
+  REQUIRE(onCmd(&request) == 1 && onCmd(&request) == 1);
+  REQUIRE(Recorded("commit 50\n"));
+  REQUIRE(onCmd(&seen) == 1);
+  REQUIRE(onCmd(g_posted) == 1);
   delete static_cast<OwnCommand*>(g_posted);
-  CheckRecord(__LINE__, "");
-  CHECK(onCmd(&resource) == 1);
-  CheckRecord(__LINE__,
-              "34 netstack: KIV_PROC - Delayed preload : host/resource\n"
-              "34 netstack: KIV_PROC - Set For Preload (512): host/resource \n"
-              "34 netstack: KIV_PROC - Check Preload (host) - Active:0, In Preload Queue:1\n"
-              "34 netstack: KIV_PROC - Do Preload - host/resource\n"
-              "fetch 13\n");
+  REQUIRE(Recorded(""));
+  REQUIRE(onCmd(&resource) == 1);
+  REQUIRE(
+      Recorded("34 netstack: KIV_PROC - Delayed preload : host/resource\n"
+               "34 netstack: KIV_PROC - Set For Preload (512): host/resource \n"
+               "34 netstack: KIV_PROC - Check Preload (host) - Active:0, In Preload Queue:1\n"
+               "34 netstack: KIV_PROC - Do Preload - host/resource\n"
+               "fetch 13\n"));
 
   void* const cookie = reinterpret_cast<void*>(13);
   const net::HttpResponseHeaders headers(std::string("HTTP/1.1 200 OK\0Content-Length: 4\0\0", 35));
   const CorvaneFetchResponse response = {&headers};
   const std::unique_ptr<net::HttpRequestInfo> info(FIND(FetchGetRequestInfo)(cookie));
-  CHECK(info != nullptr && info->extra_headers.ToString() == "Accept: */*\r\nX-Requested-With: it\r\n\r\n");
-  CHECK(FIND(FetchStartComplete)(cookie, &response) == 1);
-  CHECK(FIND(FetchReadComplete)(cookie, "body", 4) == 1);
-  CHECK(FIND(FetchDone)(cookie, 0) == 1);
+  REQUIRE(info != nullptr && info->extra_headers.ToString() == "Accept: */*\r\nX-Requested-With: it\r\n\r\n");
+  REQUIRE(FIND(FetchStartComplete)(cookie, &response) == 1);
+  REQUIRE(FIND(FetchReadComplete)(cookie, "body", 4) == 1);
+  REQUIRE(FIND(FetchDone)(cookie, 0) == 1);
   std::string text;
   const char* body = nullptr;
   int32_t length = 0;
-  CHECK(FIND(IsPreloaded)(url, &text, &body, &length) == 1 && std::string(body, size_t(length)) == "body");
-  CHECK(FIND(ReleasePreloaded)(url) == 1);
-  CHECK(FIND(OnClearDb)(0) == 1 && FIND(OnFlushDb)(0) == 1);
-  CheckRecord(__LINE__,
-              "34 netstack: KIV_PROC - OnClearDb\n"
-              "34 netstack: KIV_PROC - OnFlushDb - HostMap Size: 0, CachedUrlMap Size: 0\n");
+  REQUIRE(FIND(IsPreloaded)(url, &text, &body, &length) == 1 && std::string(body, size_t(length)) == "body");
+  REQUIRE(FIND(ReleasePreloaded)(url) == 1);
+  REQUIRE(FIND(OnClearDb)(0) == 1 && FIND(OnFlushDb)(0) == 1);
+  REQUIRE(
+      Recorded("34 netstack: KIV_PROC - OnClearDb\n"
+               "34 netstack: KIV_PROC - OnFlushDb - HostMap Size: 0, CachedUrlMap Size: 0\n"));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  void* const library = dlopen(argc > 1 ? argv[1] : "", RTLD_NOW | RTLD_LOCAL);
-  if (argc < 2 || library == nullptr) {
-    std::fprintf(stderr, "foreign_host: give it the path of the plugin (%s)\n", dlerror());
+  void* const library = argc == 2 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : nullptr;
+  if (library == nullptr) {
+    std::fprintf(stderr, "foreign_host: %s\n", argc == 2 ? dlerror() : "usage: foreign_host PLUGIN");
     return 2;
   }
   WalkTheRoad(library);
   dlclose(library);
-  return g_failures == 0 ? 0 : 1;
+  return 0;
 }

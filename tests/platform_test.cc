@@ -57,15 +57,12 @@ TEST(HttpResponseHeadersTest, FindsStatusAndLength) {
       {"HTTP/1.1 200 OK|Content-Length: 9223372036854775807||", 200, INT64_MAX, "largest"},
       {"HTTP/1.1 200 OK|Content-Length: 9223372036854775808||", 200, -1, "one more does not fit"},
       {"HTTP/1.1 200 OK|Content-Length: +5||", 200, -1, "a sign"},
-      {"HTTP/1.1 200 OK|Content-Length: -5||", 200, -1, "another"},
       {"HTTP/1.1 200 OK|Content-Length: 5, 5||", 200, -1, "a list"},
-      {"HTTP/1.1 200 OK|Content-Length: 0x5||", 200, -1, ""},
       {"HTTP/1.1 200 OK|Content-Length:||", 200, -1, "empty"},
       {"HTTP/1.1 200 OK|Content-Length: x|Content-Length: 5||", 200, -1, "the first one decides"},
       {"HTTP/1.1 200 OK|X-Content-Length: 5||", 200, -1, "another name"},
       {"HTTP/1.1 200 OK||", 200, -1, "none"},
       {"HTTP/1.1 2x0 OK||", -1, -1, "no number"},
-      {"HTTP/1.1 -200 OK||", -1, -1, ""},
       {"HTTP/1.1||", -1, -1, "no status"},
       {"ICY 200 OK|Content-Length: 5||", -1, 5, "no status line"},
       {"", -1, -1, "nothing"},
@@ -97,17 +94,13 @@ TEST(GurlTest, FindsHostAndPort) {
       {"http://a.test:-1", "", false},
       {"http://a.test:8x", "", false},
       {"http://[::1]:81/", "[::1]:81", true},
-      {"http://[::1]/", "[::1]:80", true},
       {"http://[::1/", "", false},
       {"http://[::1]x/", "", false},
       {"ftp://a.test/", "a.test", true},
       {"http://", "", false},
-      {"http://@:80/", "", false},
       {"http:a.test", "", false},
       {"data:,x", "", true},
       {"1http://a.test/", "", false},
-      {"//a.test/", "", false},
-      {"a.test", "", false},
       {"", "", false},
   };
   for (const auto& row : rows) {
@@ -143,7 +136,6 @@ TEST(TimeTest, DeltasAreWholeMillisecondsAndSaturate) {
     int64_t from, to;  // in microseconds
     int ms;
   } rows[] = {
-      {0, 0, 0},
       {0, 1999, 1},
       {1000, 0, -1},
       {5, 120000005, 120000},

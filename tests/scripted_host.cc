@@ -160,26 +160,6 @@ int ScriptedHost::Fetch(void* cookie, net::URLRequestContext* context) {
   return fetchAnswer;
 }
 
-void* ScriptedHost::IoMessageLoop() {
-  RecordQuestion("IoMessageLoop");
-  return hasLoop ? this : nullptr;
-}
-
-void* ScriptedHost::HttpCache() {
-  RecordQuestion("HttpCache");
-  return hasHttpCache ? this : nullptr;
-}
-
-int ScriptedHost::MaxSocketsPerGroup() {
-  RecordQuestion("MaxSockets");
-  return maxSockets;
-}
-
-base::Time ScriptedHost::SystemTime() {
-  RecordQuestion("SystemTime");
-  return base::Time::FromInternalValue(nowMs * 1000);
-}
-
 CorvaneCmd* ScriptedHost::CmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int value) {
   Record("CmdCreate " + std::to_string(type) + " " + std::to_string(action) + " " + std::to_string(value));
   return canCreateCommands ? corvane::NewCommand(type, action) : nullptr;
@@ -214,8 +194,9 @@ void ScriptedHost::Record(const std::string& line) {
   record_ += line + "\n";
 }
 
-void ScriptedHost::RecordQuestion(const char* name) {
-  if (recordQuestions) Record(name);
+void* ScriptedHost::Asked(const char* question, bool exists) {
+  if (recordQuestions) Record(question);
+  return exists ? this : nullptr;
 }
 
 }  // namespace tests

@@ -130,10 +130,12 @@ class ScriptedHost : public corvane::Host {
   // --- corvane::Host
   uint32_t Hash(const char* url) override;
   int Fetch(void* cookie, net::URLRequestContext* context) override;
-  void* IoMessageLoop() override;
-  void* HttpCache() override;
-  int MaxSocketsPerGroup() override;
-  base::Time SystemTime() override;
+  void* IoMessageLoop() override { return Asked("IoMessageLoop", hasLoop); }
+  void* HttpCache() override { return Asked("HttpCache", hasHttpCache); }
+  int MaxSocketsPerGroup() override { return Asked("MaxSockets"), maxSockets; }
+  base::Time SystemTime() override {
+    return Asked("SystemTime"), base::Time::FromInternalValue(nowMs * 1000);
+  }
   int VerboseLevel() override { return verbosity; }
   bool VerboseEnabled() override { return verboseEnabled; }
   CorvaneCmd* CmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int value) override;
@@ -142,7 +144,7 @@ class ScriptedHost : public corvane::Host {
  private:
   static void WriteLine(int bufferId, int priority, const char* tag, const char* text);
   void Record(const std::string& line);
-  void RecordQuestion(const char* name);
+  void* Asked(const char* question, bool exists = true);
 
   std::map<uint32_t, std::string> sentTexts_;  // by hash, the first one of each
   std::vector<CorvaneCmd*> posted_;
