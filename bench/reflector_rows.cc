@@ -1,0 +1,159 @@
+// Known URLs: a page requested again, a sub-resource seen for the first time, a report of the disk cache.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "bench/floor_records.h"
+#include "bench/plugin_driver.h"
+#include "bench/rows.h"
+#include "bench/urls.h"
+
+namespace bench {
+namespace {
+
+constexpr size_t kHosts = 1000;
+constexpr size_t kLookups = 4096;  // per batch
+
+struct Size {
+  size_t urls;
+  const char* name;
+};
+constexpr Size kSizes[] = {{1'000, "1 k URLs"}, {30'000, "30 k URLs"}, {1'000'000, "1 M URLs"}};
+
+// The same URLs in the plugin and in a map of the same records, entered in the same order.
+struct Known {
+  explicit Known(size_t count) : urls(MakeUrls("known", count, kHosts)) {
+    EmptyPlugin();
+    AddKnownUrls(urls);
+    for (const std::string& url : urls) floor.try_emplace(CorvaneHash(url.c_str()), KnownUrl{.url = url});
+  }
+
+  std::vector<std::string> urls;
+  KnownUrls floor;
+};
+
+void RepeatPageRequest(benchmark::State& state, size_t count) {
+  const Known known(count);
+  RandomWalk forPlugin(count, 1);
+  RandomWalk forFloor(count, 2);
+  Command requested(3, 9, 3);
+  requested.Set(1, "GET");
+  requested.Set(2, "");
+
+  const auto operation = [&] {
+    size_t handled = 0;
+    const double spent = Nanoseconds([&] {
+      for (size_t i = 0; i < kLookups; ++i) {
+        requested.Set(0, known.urls[forPlugin.Next()].c_str());
+        handled += requested.Send() != 0;
+      }
+    });
+    Expect(handled == kLookups, "a page request was not handled");
+    return spent / kLookups;
+  };
+  const auto floor = [&] {
+    size_t found = 0;
+    const double spent = Nanoseconds([&] {
+      for (size_t i = 0; i < kLookups; ++i) {
+        const auto place = known.floor.find(CorvaneHash(known.urls[forFloor.Next()].c_str()));
+        found += place != known.floor.end();
+      }
+    });
+    Expect(found == kLookups, "a known URL is missing from the floor's map");
+    return spent / kLookups;
+  };
+  RunRounds(state, operation, floor);
+}
+
+// Each batch sees URLs that the plugin does not know, and has the disk cache deny them again afterwards.
+void NewSubResource(benchmark::State& state, size_t count) {
+  Known known(count);
+  const size_t batch = std::min(kLookups, count / 8);
+  const std::vector<std::string> fresh = MakeUrls("fresh", 8 * batch, kHosts);
+  const std::string& page = known.urls.front();
+  RandomWalk forPlugin(fresh.size(), 1);
+  RandomWalk forFloor(fresh.size(), 2);
+  Command seen(3, 5, 5);
+  seen.Set(0, page.c_str());
+  Command denied(2, 13, 2);
+  std::vector<const char*> added(batch);
+
+  const auto operation = [&] {
+    size_t handled = 0;
+    const double spent = Nanoseconds([&] {
+      for (const char*& url : added) {
+        url = fresh[forPlugin.Next()].c_str();
+        seen.Set(1, url);
+        handled += seen.Send() != 0;
+      }
+    });
+    Expect(handled == batch, "a sub-resource was not handled");
+    for (const char* const url : added) {
+      denied.Set(0, CorvaneHash(url));
+      denied.Send();
+    }
+    return spent / static_cast<double>(batch);
+  };
+  const auto floor = [&] {
+    const double spent = Nanoseconds([&] {
+      for (const char*& url : added) {
+        url = fresh[forFloor.Next()].c_str();
+        const uint32_t pageHash = CorvaneHash(page.c_str());
+        known.floor.emplace(CorvaneHash(url), KnownUrl{.url = url, .mainUrlHash = pageHash});
+      }
+    });
+    for (const char* const url : added) known.floor.erase(CorvaneHash(url));
+    return spent / static_cast<double>(batch);
+  };
+  RunRounds(state, operation, floor);
+}
+
+void CacheStatus(benchmark::State& state, size_t count) {
+  Known known(count);
+  std::vector<uint32_t> hashes;
+  hashes.reserve(count);
+  for (const std::string& url : known.urls) hashes.push_back(CorvaneHash(url.c_str()));
+  RandomWalk forPlugin(count, 1);
+  RandomWalk forFloor(count, 2);
+  Command cached(2, 13, 2);
+  cached.Set(1, uint32_t{1});
+
+  const auto operation = [&] {
+    size_t handled = 0;
+    const double spent = Nanoseconds([&] {
+      for (size_t i = 0; i < kLookups; ++i) {
+        cached.Set(0, hashes[forPlugin.Next()]);
+        handled += cached.Send() != 0;
+      }
+    });
+    Expect(handled == kLookups, "a cache status was not handled");
+    return spent / kLookups;
+  };
+  const auto floor = [&] {
+    const double spent = Nanoseconds([&] {
+      for (size_t i = 0; i < kLookups; ++i) {
+        const auto place = known.floor.find(hashes[forFloor.Next()]);
+        if (place != known.floor.end()) place->second.inDiskCache = true;
+      }
+    });
+    return spent / kLookups;
+  };
+  RunRounds(state, operation, floor);
+}
+
+}  // namespace
+
+void AddReflectorRows() {
+  for (const auto [urls, name] : kSizes) {
+    AddRow({"repeat page request", name, 1.3}, kRounds,
+           [urls](auto& state) { RepeatPageRequest(state, urls); });
+  }
+  for (const auto [urls, name] : kSizes) {
+    AddRow({"new sub-resource", name, 1.5}, kRounds, [urls](auto& state) { NewSubResource(state, urls); });
+  }
+  for (const auto [urls, name] : kSizes) {
+    AddRow({"cache status", name, 1.5}, kRounds, [urls](auto& state) { CacheStatus(state, urls); });
+  }
+}
+
+}  // namespace bench

@@ -1,0 +1,132 @@
+// The browser's own transactions: one starts, one is done (which walks all hosts that are open).
+#include <string>
+#include <vector>
+
+#include "bench/host_floor.h"
+#include "bench/plugin_driver.h"
+#include "bench/rows.h"
+#include "bench/urls.h"
+
+namespace bench {
+namespace {
+
+constexpr size_t kTransactions = 64;  // per batch
+constexpr uint32_t kFirstId = 1'000'000;
+
+struct Size {
+  size_t hosts;
+  const char* name;
+};
+constexpr Size kSizes[] = {{1, "1 host"}, {100, "100 hosts"}, {10'000, "10 k hosts"}};
+
+// Hosts kept open by one transaction each, on both sides, and URLs for more transactions to them.
+class OpenHosts {
+ public:
+  explicit OpenHosts(size_t count)
+      : urls_(MakeUrls("page", 8 * std::max(count, kTransactions), count)),
+        forPlugin_(urls_.size(), 1),
+        forFloor_(urls_.size(), 2),
+        batch_(kTransactions) {
+    EmptyPlugin();
+    const std::vector<std::string> keepers = MakeUrls("keeper", count, count);
+    OpenTransactions(keepers);
+    uint32_t id = 0;
+    for (const std::string& url : keepers) hosts_[KeyOf(url)].transactions[++id].url = url;
+  }
+
+  void DrawForPlugin() {
+    for (const char*& url : batch_) url = urls_[forPlugin_.Next()].c_str();
+  }
+  void DrawForFloor() {
+    for (const char*& url : batch_) url = urls_[forFloor_.Next()].c_str();
+  }
+
+  void Start() {
+    uint32_t id = kFirstId;
+    for (const char* const url : batch_) {
+      start_.Set(0, url);
+      start_.Set(2, id++);
+      start_.Send();
+    }
+  }
+  void Finish() {
+    uint32_t id = kFirstId;
+    for (const char* const url : batch_) {
+      done_.Set(0, url);
+      done_.Set(1, id++);
+      done_.Send();
+    }
+  }
+
+  void StartInFloor() {
+    uint32_t id = kFirstId;
+    for (const char* const url : batch_) {
+      benchmark::DoNotOptimize(CorvaneHash(url));
+      KnownUrl transaction = {.url = url};
+      HostRecord& host = hosts_[KeyOf(transaction.url)];
+      host.transactions.try_emplace(id++, std::move(transaction));
+    }
+  }
+  void FinishInFloor() {
+    uint32_t id = kFirstId;
+    for (const char* const url : batch_) {
+      const auto host = hosts_.find(KeyOf(url));
+      if (host != hosts_.end()) host->second.transactions.erase(id++);
+      BareWalk(hosts_);
+    }
+  }
+
+ private:
+  std::vector<std::string> urls_;
+  RandomWalk forPlugin_;
+  RandomWalk forFloor_;
+  std::vector<const char*> batch_;
+  Hosts hosts_;
+  Command start_{9, 1, 3};
+  Command done_{9, 4, 2};
+};
+
+void Starts(benchmark::State& state, size_t count) {
+  OpenHosts hosts(count);
+  const auto operation = [&] {
+    hosts.DrawForPlugin();
+    const double spent = Nanoseconds([&] { hosts.Start(); });
+    hosts.Finish();
+    return spent / kTransactions;
+  };
+  const auto floor = [&] {
+    hosts.DrawForFloor();
+    const double spent = Nanoseconds([&] { hosts.StartInFloor(); });
+    hosts.FinishInFloor();
+    return spent / kTransactions;
+  };
+  RunRounds(state, operation, floor);
+}
+
+void Dones(benchmark::State& state, size_t count) {
+  OpenHosts hosts(count);
+  const auto operation = [&] {
+    hosts.DrawForPlugin();
+    hosts.Start();
+    return Nanoseconds([&] { hosts.Finish(); }) / kTransactions;
+  };
+  const auto floor = [&] {
+    hosts.DrawForFloor();
+    hosts.StartInFloor();
+    return Nanoseconds([&] { hosts.FinishInFloor(); }) / kTransactions;
+  };
+  RunRounds(state, operation, floor);
+}
+
+}  // namespace
+
+void AddTransactionRows() {
+  for (const auto [hosts, name] : kSizes) {
+    AddRow({"transaction start", name, 1.5}, kRounds, [hosts](auto& state) { Starts(state, hosts); });
+  }
+  for (const auto [hosts, name] : kSizes) {
+    AddRow({"transaction done", name, 1.5}, kRounds, [hosts](auto& state) { Dones(state, hosts); });
+  }
+}
+
+}  // namespace bench
