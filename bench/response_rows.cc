@@ -4,6 +4,7 @@
 
 #include "bench/host_floor.h"
 #include "bench/plugin_driver.h"
+#include "bench/preload_floor.h"
 #include "bench/rows.h"
 #include "bench/urls.h"
 
@@ -30,13 +31,9 @@ class InFlight {
     LaunchPreloads(urls_, AddPage(page_));
   }
   void LaunchInFloor() {
-    preloads_.clear();
+    floor_ = PreloadFloor();
     for (auto& [key, host] : hosts_) host.activePreloads = kPreloads / kHosts;
-    for (const std::string& url : urls_) {
-      const auto made = preloads_.emplace(CorvaneHash(url.c_str()), std::make_unique<HeldPreload>()).first;
-      made->second->url = url;
-      made->second->dataSize = 1;
-    }
+    for (const std::string& url : urls_) floor_.Launch(url, CorvaneHash(page_.c_str())).dataSize = 1;
   }
 
   template <typename Body>
@@ -49,7 +46,7 @@ class InFlight {
 
   // Both find what they need without checking: the preload is there.
   HeldPreload& FindInFloor(void* cookie) {
-    return *preloads_.find(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(cookie)))->second;
+    return *floor_.preloads.find(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(cookie)))->second;
   }
   HostRecord& FindHostInFloor(const HeldPreload& preload) { return hosts_.find(KeyOf(preload.url))->second; }
 
@@ -61,7 +58,7 @@ class InFlight {
   std::string page_ = MakeUrls("page", 1, 1).front();
   std::vector<void*> cookies_;
   RandomWalk order_;
-  HeldPreloads preloads_;
+  PreloadFloor floor_;
   Hosts hosts_;
 };
 
