@@ -9,9 +9,8 @@ namespace kiv {
 namespace {
 
 // A loan belongs to a hash, not to one body: which of the hash's bodies a returning caller has read is not
-// known.
-bool LoansAreOut(uint32_t urlHash) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock) {
-  const PreloadEntry* const entry = FindByHash(urlHash);
+// known. `entry` is the one in the cache, null for none.
+bool LoansAreOut(uint32_t urlHash, const PreloadEntry* entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock) {
   if (entry != nullptr && entry->loans != 0) return true;
   const auto [first, last] = ParkedEntries.equal_range(urlHash);
   for (auto parked = first; parked != last; ++parked) {
@@ -46,7 +45,7 @@ int32_t StartFetch(const PreloadEntry& entry) {
 
 PreloadIterator RemoveEntry(PreloadIterator place) {
   const auto next = std::next(place);
-  const bool park = place->second->lent && LoansAreOut(place->first);
+  const bool park = place->second->lent && LoansAreOut(place->first, place->second.get());
   auto removed = PreloadCache.extract(place);
   if (park) ParkedEntries.insert(std::move(removed));
   return next;
@@ -55,7 +54,7 @@ PreloadIterator RemoveEntry(PreloadIterator place) {
 void GrowBody(PreloadEntry& entry, uint32_t capacity) {
   auto grown = std::make_unique_for_overwrite<char[]>(capacity);
   if (entry.dataSize != 0) std::memcpy(grown.get(), entry.data.get(), entry.dataSize);
-  if (entry.lent && LoansAreOut(entry.urlHash)) ParkBody(entry);
+  if (entry.lent && LoansAreOut(entry.urlHash, &entry)) ParkBody(entry);
   entry.data = std::move(grown);
   entry.dataCapacity = capacity;
 }
@@ -65,8 +64,7 @@ void LendBody(PreloadEntry& entry) {
   entry.lent = true;
 }
 
-void ReturnLoan(uint32_t urlHash) {
-  PreloadEntry* const entry = FindByHash(urlHash);
+void ReturnLoan(uint32_t urlHash, PreloadEntry* entry) {
   if (entry != nullptr && entry->loans != 0) {
     --entry->loans;
   } else {
@@ -76,7 +74,7 @@ void ReturnLoan(uint32_t urlHash) {
     if (parked == last) return;
     --parked->second->loans;
   }
-  if (!LoansAreOut(urlHash)) ParkedEntries.erase(urlHash);
+  if (!LoansAreOut(urlHash, entry)) ParkedEntries.erase(urlHash);
 }
 
 }  // namespace kiv

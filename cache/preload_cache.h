@@ -72,8 +72,8 @@ void GrowBody(PreloadEntry& entry, uint32_t capacity) EXCLUSIVE_LOCKS_REQUIRED(P
 // Counts one more reader of the entry's body. Not at UINT32_MAX loans.
 void LendBody(PreloadEntry& entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
 
-// Takes one loan of the hash back, if one is out.
-void ReturnLoan(uint32_t urlHash) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+// Takes one loan of the hash back, if one is out. `entry` is the hash's entry in the cache, null for none.
+void ReturnLoan(uint32_t urlHash, PreloadEntry* entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
 
 }  // namespace kiv
 

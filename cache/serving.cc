@@ -38,9 +38,10 @@ int32_t ReleasePreloaded(const char* url) {
   if (!GetPluginState().cacheEnabled) return 0;
   const base::AutoLock hold(PreloadLock);
   const uint32_t urlHash = CorvaneHash(url);
-  ReturnLoan(urlHash);
   const auto found = PreloadCache.find(urlHash);
-  if (found == PreloadCache.end()) return 0;
+  const bool held = found != PreloadCache.end();
+  ReturnLoan(urlHash, held ? found->second.get() : nullptr);
+  if (!held) return 0;
   RemoveEntry(found);
   KIV_DEBUG("Release preloaded URL: %s", url);
   return 1;
