@@ -62,10 +62,10 @@ void AddBodyRows() {
     size_t preloads;
     double aim;
   };
-  for (const auto [chunk, name, preloads, aim] :
+  for (const Size size :
        {Size{1 << 10, "1 kB", 512, 0}, Size{64 << 10, "64 kB", 128, 1.1}, Size{2 << 20, "2 MB", 16, 1.1}}) {
-    AddRow({"body in", name, aim}, kRounds,
-           [chunk, preloads](auto& state) { BodyIn(state, chunk, preloads); });
+    AddRow({"body in", size.name, size.aim}, kRounds,
+           [size](auto& state) { BodyIn(state, size.chunk, size.preloads); });
   }
 }
 

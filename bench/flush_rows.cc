@@ -85,17 +85,17 @@ void AddFlushRows() {
   };
   constexpr Size kSizes[] = {
       {1'000, "1 k", kRounds}, {30'000, "30 k", kRoundsOfHeavyRows}, {1'000'000, "1 M", 2}};
-  for (const auto [count, name, rounds] : kSizes) {
-    AddRow({"flush of URLs, per URL", name, 1.2}, rounds,
-           [count](auto& state) { FlushUrls(state, count, 0); });
+  for (const Size& size : kSizes) {
+    AddRow({"flush of URLs, per URL", size.name, 1.2}, size.rounds,
+           [size](auto& state) { FlushUrls(state, size.count, 0); });
   }
-  for (const auto [count, name, rounds] : kSizes) {
-    AddRow({"flush of every other URL, per URL", name}, rounds,
-           [count](auto& state) { FlushUrls(state, count, 2); });
+  for (const Size& size : kSizes) {
+    AddRow({"flush of every other URL, per URL", size.name}, size.rounds,
+           [size](auto& state) { FlushUrls(state, size.count, 2); });
   }
-  for (const auto [count, name, rounds] : {kSizes[0], kSizes[1]}) {
-    AddRow({"flush of URLs with held preloads", name, 1.2}, rounds,
-           [count](auto& state) { FlushPreloads(state, count); });
+  for (const Size& size : {kSizes[0], kSizes[1]}) {
+    AddRow({"flush of URLs with held preloads", size.name, 1.2}, size.rounds,
+           [size](auto& state) { FlushPreloads(state, size.count); });
   }
 }
 

@@ -144,15 +144,16 @@ void CacheStatus(benchmark::State& state, size_t count) {
 }  // namespace
 
 void AddReflectorRows() {
-  for (const auto [urls, name] : kSizes) {
-    AddRow({"repeat page request", name, 1.3}, kRounds,
-           [urls](auto& state) { RepeatPageRequest(state, urls); });
+  for (const Size& size : kSizes) {
+    AddRow({"repeat page request", size.name, 1.3}, kRounds,
+           [size](auto& state) { RepeatPageRequest(state, size.urls); });
   }
-  for (const auto [urls, name] : kSizes) {
-    AddRow({"new sub-resource", name, 1.5}, kRounds, [urls](auto& state) { NewSubResource(state, urls); });
+  for (const Size& size : kSizes) {
+    AddRow({"new sub-resource", size.name, 1.5}, kRounds,
+           [size](auto& state) { NewSubResource(state, size.urls); });
   }
-  for (const auto [urls, name] : kSizes) {
-    AddRow({"cache status", name, 1.5}, kRounds, [urls](auto& state) { CacheStatus(state, urls); });
+  for (const Size& size : kSizes) {
+    AddRow({"cache status", size.name, 1.5}, kRounds, [size](auto& state) { CacheStatus(state, size.urls); });
   }
 }
 

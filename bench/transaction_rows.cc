@@ -121,11 +121,12 @@ void Dones(benchmark::State& state, size_t count) {
 }  // namespace
 
 void AddTransactionRows() {
-  for (const auto [hosts, name] : kSizes) {
-    AddRow({"transaction start", name, 1.5}, kRounds, [hosts](auto& state) { Starts(state, hosts); });
+  for (const Size& size : kSizes) {
+    AddRow({"transaction start", size.name, 1.5}, kRounds,
+           [size](auto& state) { Starts(state, size.hosts); });
   }
-  for (const auto [hosts, name] : kSizes) {
-    AddRow({"transaction done", name, 1.5}, kRounds, [hosts](auto& state) { Dones(state, hosts); });
+  for (const Size& size : kSizes) {
+    AddRow({"transaction done", size.name, 1.5}, kRounds, [size](auto& state) { Dones(state, size.hosts); });
   }
 }
 
