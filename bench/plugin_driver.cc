@@ -65,23 +65,14 @@ uint32_t AddPage(const std::string& url) {
 }
 
 void AddKnownUrls(const std::vector<std::string>& urls) {
-  Command requested(3, 9, 3);
-  requested.Set(1, "GET");
-  requested.Set(2, "");
-  for (const std::string& url : urls) {
-    requested.Set(0, url.c_str());
-    requested.Send();
-  }
+  PageRequest request;
+  for (const std::string& url : urls) request.Send(url.c_str());
 }
 
 void OpenTransactions(const std::vector<std::string>& urls) {
-  Command start(9, 1, 3);
+  TransactionStart start;
   uint32_t id = 0;
-  for (const std::string& url : urls) {
-    start.Set(0, url.c_str());
-    start.Set(2, ++id);
-    start.Send();
-  }
+  for (const std::string& url : urls) start.Send(url.c_str(), ++id);
 }
 
 void LaunchPreloads(const std::vector<std::string>& urls, uint32_t pageHash) {

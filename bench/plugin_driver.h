@@ -49,6 +49,35 @@ class Command {
   CorvaneCmd cmd_{};
 };
 
+// Requests pages without headers.
+class PageRequest {
+ public:
+  PageRequest() {
+    request_.Set(1, "GET");
+    request_.Set(2, "");
+  }
+  bool Send(const char* url) {
+    request_.Set(0, url);
+    return request_.Send() != 0;
+  }
+
+ private:
+  Command request_{3, 9, 3};
+};
+
+// Starts transactions.
+class TransactionStart {
+ public:
+  bool Send(const char* url, uint32_t id) {
+    start_.Set(0, url);
+    start_.Set(2, id);
+    return start_.Send() != 0;
+  }
+
+ private:
+  Command start_{9, 1, 3};
+};
+
 // Orders preloads for one page.
 class PreloadOrder {
  public:

@@ -20,12 +20,16 @@ struct Size {
 };
 constexpr Size kSizes[] = {{1'000, "1 k URLs"}, {30'000, "30 k URLs"}, {1'000'000, "1 M URLs"}};
 
-// The same URLs in the plugin and in a map of the same records, entered in the same order.
+// The same URLs in the plugin and in a map of the same records, entered by turns so that both are spread over
+// the same memory.
 struct Known {
   explicit Known(size_t count) : urls(MakeUrls("known", count, kHosts)) {
     EmptyPlugin();
-    AddKnownUrls(urls);
-    for (const std::string& url : urls) floor.try_emplace(CorvaneHash(url.c_str()), KnownUrl{.url = url});
+    PageRequest request;
+    for (const std::string& url : urls) {
+      request.Send(url.c_str());
+      floor.try_emplace(CorvaneHash(url.c_str()), KnownUrl{.url = url});
+    }
   }
 
   std::vector<std::string> urls;
@@ -36,16 +40,13 @@ void RepeatPageRequest(benchmark::State& state, size_t count) {
   const Known known(count);
   RandomWalk forPlugin(count, 1);
   RandomWalk forFloor(count, 2);
-  Command requested(3, 9, 3);
-  requested.Set(1, "GET");
-  requested.Set(2, "");
+  PageRequest request;
 
   const auto operation = [&] {
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
       for (size_t i = 0; i < kLookups; ++i) {
-        requested.Set(0, known.urls[forPlugin.Next()].c_str());
-        handled += requested.Send() != 0;
+        handled += request.Send(known.urls[forPlugin.Next()].c_str());
       }
     });
     Expect(handled == kLookups, "a page request was not handled");
@@ -143,15 +144,21 @@ void CacheStatus(benchmark::State& state, size_t count) {
 
 }  // namespace
 
-void AddReflectorRows() {
+void AddPageRequestRows() {
   for (const Size& size : kSizes) {
     AddRow({"repeat page request", size.name, 1.3}, kRounds,
            [size](auto& state) { RepeatPageRequest(state, size.urls); });
   }
+}
+
+void AddSubResourceRows() {
   for (const Size& size : kSizes) {
     AddRow({"new sub-resource", size.name, 1.5}, kRounds,
            [size](auto& state) { NewSubResource(state, size.urls); });
   }
+}
+
+void AddCacheStatusRows() {
   for (const Size& size : kSizes) {
     AddRow({"cache status", size.name, 1.5}, kRounds, [size](auto& state) { CacheStatus(state, size.urls); });
   }

@@ -1,5 +1,5 @@
 // The rows of the table: what each measures, and how operation and floor take turns. Rows are added before
-// the run, by the functions at the end; they run one after the other on the main thread.
+// the run, by the functions at the end, and run one after the other on the main thread.
 #ifndef BENCH_ROWS_H_
 #define BENCH_ROWS_H_
 
@@ -53,9 +53,12 @@ double Nanoseconds(const Body& body) {
 // and says nothing.
 void Expect(bool happened, const char* what);
 
-void AddReflectorRows();
+void AddPageRequestRows();
+void AddSubResourceRows();
+void AddCacheStatusRows();
 void AddTransactionRows();
 void AddQueueRows();
+void AddLaunchRows();
 void AddBodyRows();
 void AddResponseRows();
 void AddServingRows();

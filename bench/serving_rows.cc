@@ -112,7 +112,7 @@ void AddServingRows() {
     const char* operation;
   };
   for (const auto [headerBytes, name] :
-       {Size{512, "serve + release, 0.5 kB headers"}, Size{8192, "serve + release, 8 kB headers"}}) {
+       {Size{512, "serve and release, 0.5 kB headers"}, Size{8192, "serve and release, 8 kB headers"}}) {
     for (const size_t threads : {1U, 2U, 4U}) {
       AddRow({name, std::to_string(threads) + (threads == 1 ? " thread" : " threads"), 1.3}, kRounds,
              [bytes = headerBytes, threads](auto& state) { ServeAndRelease(state, bytes, threads); });

@@ -54,11 +54,7 @@ class Reporter : public RowReporter {
 
 class Table : public Reporter {
  public:
-  bool ReportContext(const Context& /*context*/) override {
-    std::printf("%-34s %-14s %10s %10s %6s %5s %-6s %8s %8s\n", "operation", "size", "time", "floor", "ratio",
-                "aim", "", "growth", "floor's");
-    return true;
-  }
+  bool ReportContext(const Context& /*context*/) override { return true; }
 
  private:
   // Growth is against the first row of the same operation, which carries the smallest size.
@@ -104,6 +100,11 @@ class JsonLines : public Reporter {
 };
 
 }  // namespace
+
+void PrintTableHead() {
+  std::printf("%-34s %-14s %10s %10s %6s %5s %-6s %8s %8s\n", "operation", "size", "time", "floor", "ratio",
+              "aim", "", "growth", "floor's");
+}
 
 std::unique_ptr<RowReporter> MakeTable() {
   return std::make_unique<Table>();

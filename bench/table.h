@@ -17,6 +17,8 @@ class RowReporter : public benchmark::BenchmarkReporter {
   bool failed_ = false;
 };
 
+// The first line of the table, above all rows.
+void PrintTableHead();
 std::unique_ptr<RowReporter> MakeTable();
 std::unique_ptr<RowReporter> MakeJsonLines();
 

@@ -19,7 +19,7 @@ struct Size {
 };
 constexpr Size kSizes[] = {{1, "1 host"}, {100, "100 hosts"}, {10'000, "10 k hosts"}};
 
-// Hosts kept open by one transaction each, on both sides, and URLs for more transactions to them.
+// Hosts kept open by one transaction each, by turns on both sides, and URLs for more transactions to them.
 class OpenHosts {
  public:
   explicit OpenHosts(size_t count)
@@ -29,9 +29,10 @@ class OpenHosts {
         batch_(kTransactions) {
     EmptyPlugin();
     const std::vector<std::string> keepers = MakeUrls("keeper", count, count);
-    OpenTransactions(keepers);
-    uint32_t id = 0;
-    for (const std::string& url : keepers) hosts_[KeyOf(url)].transactions[++id].url = url;
+    for (const std::string& url : keepers) {
+      start_.Send(url.c_str(), 1);
+      hosts_[KeyOf(url)].transactions[1].url = url;
+    }
   }
 
   void DrawForPlugin() {
@@ -43,11 +44,7 @@ class OpenHosts {
 
   void Start() {
     uint32_t id = kFirstId;
-    for (const char* const url : batch_) {
-      start_.Set(0, url);
-      start_.Set(2, id++);
-      start_.Send();
-    }
+    for (const char* const url : batch_) start_.Send(url, id++);
   }
   void Finish() {
     uint32_t id = kFirstId;
@@ -82,7 +79,7 @@ class OpenHosts {
   RandomWalk forFloor_;
   std::vector<const char*> batch_;
   Hosts hosts_;
-  Command start_{9, 1, 3};
+  TransactionStart start_;
   Command done_{9, 4, 2};
 };
 
