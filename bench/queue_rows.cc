@@ -97,7 +97,8 @@ void SortAndLaunch(benchmark::State& state, size_t queued) {
     EmptyPlugin();
     PreloadOrder order(AddPage(page));
     TheHost().maxSockets = 1;  // all kept idle: the queue fills
-    for (const std::string& url : urls) order.Send(url.c_str(), static_cast<uint32_t>(priorities.Next() / 4));
+    const std::vector<uint32_t>& drawn = priorities.Draw(queued);
+    for (size_t i = 0; i < queued; ++i) order.Send(urls[i].c_str(), drawn[i] / 4);
     TheHost().maxSockets = INT_MAX;
     const double spent = Nanoseconds([&] { pass.Send(); });
     for (const std::string& url : urls)
@@ -111,9 +112,8 @@ void SortAndLaunch(benchmark::State& state, size_t queued) {
     Hosts hosts;
     const uint32_t pageHash = CorvaneHash(page.c_str());
     known.emplace(pageHash, KnownUrl{.url = page, .headers = PageHeaders(), .context = PageContext()});
-    for (const std::string& url : urls) {
-      Append(hosts, url.c_str(), pageHash, static_cast<uint32_t>(priorities.Next() / 4));
-    }
+    const std::vector<uint32_t>& drawn = priorities.Draw(queued);
+    for (size_t i = 0; i < queued; ++i) Append(hosts, urls[i].c_str(), pageHash, drawn[i] / 4);
     return Nanoseconds([&] { LaunchAll(hosts.begin()->second, known, preloads, mutex); }) /
            static_cast<double>(queued);
   };

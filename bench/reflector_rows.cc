@@ -43,21 +43,20 @@ void RepeatPageRequest(benchmark::State& state, size_t count) {
   PageRequest request;
 
   const auto operation = [&] {
+    const std::vector<uint32_t>& places = forPlugin.Draw(kLookups);
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
-      for (size_t i = 0; i < kLookups; ++i) {
-        handled += request.Send(known.urls[forPlugin.Next()].c_str());
-      }
+      for (const uint32_t place : places) handled += request.Send(known.urls[place].c_str());
     });
     Expect(handled == kLookups, "a page request was not handled");
     return spent / kLookups;
   };
   const auto floor = [&] {
+    const std::vector<uint32_t>& places = forFloor.Draw(kLookups);
     size_t found = 0;
     const double spent = Nanoseconds([&] {
-      for (size_t i = 0; i < kLookups; ++i) {
-        const auto place = known.floor.find(CorvaneHash(known.urls[forFloor.Next()].c_str()));
-        found += place != known.floor.end();
+      for (const uint32_t place : places) {
+        found += known.floor.find(CorvaneHash(known.urls[place].c_str())) != known.floor.end();
       }
     });
     Expect(found == kLookups, "a known URL is missing from the floor's map");
@@ -77,13 +76,17 @@ void NewSubResource(benchmark::State& state, size_t count) {
   Command seen(3, 5, 5);
   seen.Set(0, page.c_str());
   Command denied(2, 13, 2);
-  std::vector<const char*> added(batch);
+  std::vector<const char*> added;
+  const auto draw = [&](RandomWalk& walk) {
+    added.clear();
+    for (const uint32_t place : walk.Draw(batch)) added.push_back(fresh[place].c_str());
+  };
 
   const auto operation = [&] {
+    draw(forPlugin);
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
-      for (const char*& url : added) {
-        url = fresh[forPlugin.Next()].c_str();
+      for (const char* const url : added) {
         seen.Set(1, url);
         handled += seen.Send() != 0;
       }
@@ -96,9 +99,9 @@ void NewSubResource(benchmark::State& state, size_t count) {
     return spent / static_cast<double>(batch);
   };
   const auto floor = [&] {
+    draw(forFloor);
     const double spent = Nanoseconds([&] {
-      for (const char*& url : added) {
-        url = fresh[forFloor.Next()].c_str();
+      for (const char* const url : added) {
         const uint32_t pageHash = CorvaneHash(page.c_str());
         known.floor.emplace(CorvaneHash(url), KnownUrl{.url = url, .mainUrlHash = pageHash});
       }
@@ -120,10 +123,11 @@ void CacheStatus(benchmark::State& state, size_t count) {
   cached.Set(1, uint32_t{1});
 
   const auto operation = [&] {
+    const std::vector<uint32_t>& places = forPlugin.Draw(kLookups);
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
-      for (size_t i = 0; i < kLookups; ++i) {
-        cached.Set(0, hashes[forPlugin.Next()]);
+      for (const uint32_t place : places) {
+        cached.Set(0, hashes[place]);
         handled += cached.Send() != 0;
       }
     });
@@ -131,10 +135,11 @@ void CacheStatus(benchmark::State& state, size_t count) {
     return spent / kLookups;
   };
   const auto floor = [&] {
+    const std::vector<uint32_t>& places = forFloor.Draw(kLookups);
     const double spent = Nanoseconds([&] {
-      for (size_t i = 0; i < kLookups; ++i) {
-        const auto place = known.floor.find(hashes[forFloor.Next()]);
-        if (place != known.floor.end()) place->second.inDiskCache = true;
+      for (const uint32_t place : places) {
+        const auto found = known.floor.find(hashes[place]);
+        if (found != known.floor.end()) found->second.inDiskCache = true;
       }
     });
     return spent / kLookups;

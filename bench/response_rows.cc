@@ -38,8 +38,9 @@ class InFlight {
 
   template <typename Body>
   double TimePerPreload(const Body& body) {
+    const std::vector<uint32_t>& places = order_.Draw(kPreloads);
     return Nanoseconds([&] {
-             for (size_t i = 0; i < kPreloads; ++i) body(cookies_[order_.Next()]);
+             for (const uint32_t place : places) body(cookies_[place]);
            }) /
            kPreloads;
   }

@@ -1,5 +1,7 @@
 #include "bench/rows.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <map>
 #include <stdexcept>
@@ -59,6 +61,12 @@ void RunRounds(benchmark::State& state, const Batch& operation, const Batch& flo
   state.counters["time"] = Median(times);
   state.counters["floor"] = Median(floors);
   state.counters["ratio"] = Median(ratios);
+}
+
+double ProcessorTime() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
 void Expect(bool happened, const char* what) {

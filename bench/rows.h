@@ -5,7 +5,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -40,13 +39,16 @@ using Batch = std::function<double()>;
 // floors and ratios as counters of the names "time", "floor" and "ratio".
 void RunRounds(benchmark::State& state, const Batch& operation, const Batch& floor);
 
+// Nanoseconds of this thread's processor time: what other programs take of a shared machine does not count.
+double ProcessorTime();
+
 // Nanoseconds that `body` took.
 template <typename Body>
 double Nanoseconds(const Body& body) {
-  const auto start = std::chrono::steady_clock::now();
+  const double start = ProcessorTime();
   body();
   benchmark::ClobberMemory();
-  return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+  return ProcessorTime() - start;
 }
 
 // Fails the row being run (and the whole run) unless `happened`: a batch that the plugin refused costs little

@@ -1,6 +1,7 @@
 // Held responses are served and given back, by one network thread and by several at once.
 #include <algorithm>
 #include <barrier>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -49,15 +50,14 @@ void ServeAndRelease(benchmark::State& state, size_t headerBytes, size_t threads
   const std::string page = MakeUrls("page", 1, 1).front();
   const std::string body(kBodyBytes, 'b');
   const net::HttpResponseHeaders headers = MakeHeaders(headerBytes, kBodyBytes);
-  std::vector<uint32_t> order;
   RandomWalk walk(kPreloads, 1);
-  for (size_t i = 0; i < kPreloads; ++i) order.push_back(static_cast<uint32_t>(walk.Next()));
   std::vector<char> served(kPreloads);
 
   const auto operation = [&] {
     EmptyPlugin();
     HoldPreloads(urls, AddPage(page), headers, body);
     std::fill(served.begin(), served.end(), '\0');
+    const std::vector<uint32_t>& order = walk.Draw(kPreloads);
     const double time = TimeOnThreads(threads, [&](size_t i) {
       static thread_local std::string block;
       const char* const url = urls[order[i]].c_str();
@@ -91,6 +91,7 @@ void ServeAndRelease(benchmark::State& state, size_t headerBytes, size_t threads
     held.known.clear();
     held.Hold(urls, CorvaneHash(page.c_str()), headers, body);
     std::fill(served.begin(), served.end(), '\0');
+    const std::vector<uint32_t>& order = walk.Draw(kPreloads);
     const double time = TimeOnThreads(threads, [&](size_t i) {
       static thread_local std::string block;
       const char* const url = urls[order[i]].c_str();

@@ -25,8 +25,7 @@ class OpenHosts {
   explicit OpenHosts(size_t count)
       : urls_(MakeUrls("page", 8 * std::max(count, kTransactions), count)),
         forPlugin_(urls_.size(), 1),
-        forFloor_(urls_.size(), 2),
-        batch_(kTransactions) {
+        forFloor_(urls_.size(), 2) {
     EmptyPlugin();
     const std::vector<std::string> keepers = MakeUrls("keeper", count, count);
     for (const std::string& url : keepers) {
@@ -35,12 +34,8 @@ class OpenHosts {
     }
   }
 
-  void DrawForPlugin() {
-    for (const char*& url : batch_) url = urls_[forPlugin_.Next()].c_str();
-  }
-  void DrawForFloor() {
-    for (const char*& url : batch_) url = urls_[forFloor_.Next()].c_str();
-  }
+  void DrawForPlugin() { Draw(forPlugin_); }
+  void DrawForFloor() { Draw(forFloor_); }
 
   void Start() {
     uint32_t id = kFirstId;
@@ -74,6 +69,11 @@ class OpenHosts {
   }
 
  private:
+  void Draw(RandomWalk& walk) {
+    batch_.clear();
+    for (const uint32_t place : walk.Draw(kTransactions)) batch_.push_back(urls_[place].c_str());
+  }
+
   std::vector<std::string> urls_;
   RandomWalk forPlugin_;
   RandomWalk forFloor_;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <numeric>
-#include <random>
 
 namespace bench {
 
@@ -23,9 +22,20 @@ std::vector<std::string> MakeUrls(const std::string& set, size_t count, size_t h
   return urls;
 }
 
-RandomWalk::RandomWalk(size_t size, uint32_t seed) : order_(size) {
+RandomWalk::RandomWalk(size_t size, uint32_t seed) : random_(seed), order_(size), next_(size) {
   std::iota(order_.begin(), order_.end(), 0U);
-  std::shuffle(order_.begin(), order_.end(), std::mt19937(seed));
+}
+
+const std::vector<uint32_t>& RandomWalk::Draw(size_t count) {
+  drawn_.clear();
+  while (drawn_.size() < count) {
+    if (next_ == order_.size()) {
+      std::shuffle(order_.begin(), order_.end(), random_);
+      next_ = 0;
+    }
+    drawn_.push_back(order_[next_++]);
+  }
+  return drawn_;
 }
 
 }  // namespace bench

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -13,19 +14,21 @@ namespace bench {
 // hash. Two sets with different names share no URL, but share their hosts.
 std::vector<std::string> MakeUrls(const std::string& set, size_t count, size_t hosts);
 
-// Places in a set of `size` elements, each once per round through it, in random order, for ever.
+// Random places in a set of `size` elements, each once before any comes again, in an order that never
+// repeats: a processor remembers the branches of a search through a whole round of keys and would run it from
+// memory.
 class RandomWalk {
  public:
   RandomWalk(size_t size, uint32_t seed);
 
-  size_t Next() {
-    if (next_ == order_.size()) next_ = 0;
-    return order_[next_++];
-  }
+  // The next `count` places, valid until the next call. Draw before the clock starts.
+  const std::vector<uint32_t>& Draw(size_t count);
 
  private:
+  std::mt19937 random_;
   std::vector<uint32_t> order_;
   size_t next_ = 0;
+  std::vector<uint32_t> drawn_;
 };
 
 }  // namespace bench
