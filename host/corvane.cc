@@ -153,6 +153,12 @@ void Corvane::PageLeft() {
 
 void Corvane::Flush() {
   fetcher_.AbandonAll();
+  // What still waits would be launched beside the next page's order for the same URL, and the second launch
+  // of a URL keeps its slot for ever. A transaction takes its URL out of the queue.
+  for (auto& [cookie, order] : orders_) {
+    const bool waits = order.record != nullptr && order.record->stage == PreloadStage::Ordered;
+    if (waits) order.transactionId = TransactionStarts(order.url);
+  }
   for (auto& [cookie, order] : std::exchange(orders_, {})) {
     if (order.transactionId != 0) TransactionDone(order.url, order.transactionId);
   }

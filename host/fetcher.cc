@@ -32,7 +32,8 @@ class Fetcher::Fetch final : public TransferClient {
   }
 
   void Abandon() {
-    pluginHears_ = false;
+    // Its end, but nobody else hears of it: without it the plugin would never have the slot back.
+    if (std::exchange(pluginHears_, false)) fetcher_.plugin_.FetchDone(Cookie(), kAborted);
     if (joiners_.empty()) Cancel();
   }
 
@@ -63,9 +64,15 @@ class Fetcher::Fetch final : public TransferClient {
   }
 
   void Cancel() {
-    if (transfer_ == 0) return;
+    if (StopTransfer())
+      fetcher_.executor_.PostDelayed(0, [&fetcher = fetcher_, id = id_] { fetcher.Forget(id); });
+  }
+
+  // False when none was under way.
+  bool StopTransfer() {
+    if (transfer_ == 0) return false;
     fetcher_.transport_.Cancel(std::exchange(transfer_, 0));
-    fetcher_.executor_.PostDelayed(0, [&fetcher = fetcher_, id = id_] { fetcher.Forget(id); });
+    return true;
   }
 
  private:
@@ -111,7 +118,7 @@ Fetcher::Fetcher(const PluginFunctions& plugin, Executor& executor, Transport& t
     : plugin_(plugin), executor_(executor), transport_(transport), observer_(observer) {}
 
 Fetcher::~Fetcher() {
-  for (const auto& [id, fetch] : fetches_) fetch->Cancel();
+  for (const auto& [id, fetch] : fetches_) fetch->StopTransfer();
 }
 
 int Fetcher::Start(void* cookie) {

@@ -54,8 +54,9 @@ class Fetcher {
   // called from inside.
   void Join(uint32_t cookie, FetchJoiner joiner);
 
-  // For a flush, before it: the plugin hears no more of any running fetch, because what it launches next may
-  // have the same cookie. A fetch that somebody waits for goes on for them, the others are cancelled.
+  // For a flush, before it: every running fetch ends for the plugin, which after the flush would not know it
+  // any more, or take it for a new one of the same cookie. A fetch that somebody waits for goes on for them,
+  // the others are cancelled.
   void AbandonAll();
 
  private:
