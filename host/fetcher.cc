@@ -97,9 +97,10 @@ class Fetcher::Fetch final : public TransferClient {
 
   void Ended(int32_t result) {
     transfer_ = 0;
+    const bool forPlugin = pluginHears_;
     TellPlugin(result);
     TellJoiners();
-    for (const Waiting& waiting : joiners_) waiting.joiner.onDone(result);
+    for (const Waiting& waiting : joiners_) waiting.joiner.onDone(result, forPlugin);
     // Later, because the transport is still inside its call of this object.
     fetcher_.executor_.PostDelayed(0, [&fetcher = fetcher_, id = id_] { fetcher.Forget(id); });
   }

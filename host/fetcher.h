@@ -32,7 +32,9 @@ class FetchObserver {
 // come even when the plugin refuses the response: the transfer then goes on for those who wait.
 struct FetchJoiner {
   std::function<void(const net::HttpResponseHeaders&)> onResponse;
-  std::function<void(int32_t result)> onDone;
+  // `forPlugin`: the plugin heard of the end as well, so it may hold the response now. False when it had
+  // refused the response or was told to forget the fetch.
+  std::function<void(int32_t result, bool forPlugin)> onDone;
 };
 
 // Must outlive every task that it posted to the executor.

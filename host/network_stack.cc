@@ -79,10 +79,10 @@ TransferId NetworkStack::Send(const LoadRequest& request, LoadClient& client) {
 
 void NetworkStack::Join(const LoadRequest& request, LoadClient& client) {
   if (PreloadRecord* const record = corvane_.FindRecord(request.url)) record->joined = true;
-  const auto onDone = [this, url = request.url, &client](int32_t result) {
+  const auto onDone = [this, url = request.url, &client](int32_t result, bool forPlugin) {
     std::string headers;
     std::string body;
-    if (result == kOk && Take(url, headers, body)) {
+    if (result == kOk && forPlugin && Take(url, headers, body)) {
       if (PreloadRecord* const record = corvane_.FindRecord(url)) record->used = true;
       client.OnPreloadedBody(headers, body);
     }
