@@ -80,9 +80,7 @@ void Corvane::NetworkStackIsUp() {
 
 void Corvane::PageRequested(const PageRequest& page) {
   if (settings_.flushBeforePage) Flush();
-  ledger_.clear();
-  std::erase_if(orders_, [this](const auto& order) { return !fetcher_.IsRunning(order.first); });
-  for (auto& [cookie, order] : orders_) order.record = nullptr;
+  KeepWhatIsThere();
   pageUrl_ = page.url;
   database_.BeginVisit(page.url);
 
@@ -100,6 +98,36 @@ void Corvane::PageRequested(const PageRequest& page) {
   Send(seen);
 
   OrderKnown(page);
+}
+
+// What waits in the plugin's queue would be launched beside the next page's order for the same URL, and the
+// second launch of a URL keeps its slot for ever. A transaction takes its URL out of the queue.
+void Corvane::WithdrawWaiting() {
+  for (auto& [cookie, order] : orders_) {
+    if (order.record->stage == PreloadStage::Ordered) order.transactionId = TransactionStarts(order.url);
+  }
+  for (auto& [cookie, order] : orders_) {
+    if (order.record->stage != PreloadStage::Ordered) continue;
+    TransactionDone(order.url, std::exchange(order.transactionId, 0));
+  }
+}
+
+// Of the last page's orders, when no flush has dropped them: what runs or is held must not be ordered again,
+// and what failed has to leave the plugin before it can be.
+void Corvane::KeepWhatIsThere() {
+  WithdrawWaiting();
+  PreloadLedger kept;
+  for (auto& [cookie, order] : std::exchange(orders_, {})) {
+    const PreloadRecord& record = *order.record;
+    const bool isHeld = record.stage == PreloadStage::Held && !record.used;
+    if (record.stage != PreloadStage::Launched && !isHeld) {
+      plugin_.ReleasePreloaded(order.url.c_str());
+      continue;
+    }
+    order.record = &(kept[order.url] = record);
+    orders_.emplace(cookie, std::move(order));
+  }
+  ledger_ = std::move(kept);
 }
 
 void Corvane::ResourceSeen(const std::string& url, ResourceKind kind, const std::string& method) {
@@ -153,12 +181,7 @@ void Corvane::PageLeft() {
 
 void Corvane::Flush() {
   fetcher_.AbandonAll();
-  // What still waits would be launched beside the next page's order for the same URL, and the second launch
-  // of a URL keeps its slot for ever. A transaction takes its URL out of the queue.
-  for (auto& [cookie, order] : orders_) {
-    const bool waits = order.record != nullptr && order.record->stage == PreloadStage::Ordered;
-    if (waits) order.transactionId = TransactionStarts(order.url);
-  }
+  WithdrawWaiting();
   for (auto& [cookie, order] : std::exchange(orders_, {})) {
     if (order.transactionId != 0) TransactionDone(order.url, order.transactionId);
   }
@@ -222,19 +245,18 @@ void Corvane::CommitDelayed(CorvaneCmd* cmd, unsigned int delay) {
 
 void Corvane::OnFetchTaken(uint32_t cookie, TransferId transfer) {
   const auto order = orders_.find(cookie);
-  if (order != orders_.end() && order->second.record != nullptr) order->second.record->transfer = transfer;
+  if (order != orders_.end()) order->second.record->transfer = transfer;
 }
 
 void Corvane::OnFetchResponse(uint32_t cookie, const net::HttpResponseHeaders& headers, bool accepted) {
   const auto order = orders_.find(cookie);
   if (order == orders_.end()) return;
   database_.ResponseSeen(order->second.url, headers);
-  PreloadRecord* const record = order->second.record;
-  if (record == nullptr) return;
-  record->status = headers.response_code();
-  record->declaredLength = headers.GetContentLength();
-  record->html = headers.raw_headers().find("text/html") != std::string::npos;
-  record->cancelled = !accepted;
+  PreloadRecord& record = *order->second.record;
+  record.status = headers.response_code();
+  record.declaredLength = headers.GetContentLength();
+  record.html = headers.raw_headers().find("text/html") != std::string::npos;
+  record.cancelled = !accepted;
 }
 
 void Corvane::OnFetchEnded(uint32_t cookie, int32_t result) {
@@ -242,11 +264,10 @@ void Corvane::OnFetchEnded(uint32_t cookie, int32_t result) {
   if (place == orders_.end()) return;
   Order& order = place->second;
   --preloadsInFlight_[order.hostPort];
-  if (order.record != nullptr) {
-    const bool held = result == kOk && !order.record->cancelled && order.record->status == 200;
-    order.record->stage = held ? PreloadStage::Held : PreloadStage::Failed;
-    order.record->ended = executor_.Now();
-  }
+  PreloadRecord& record = *order.record;
+  const bool held = result == kOk && !record.cancelled && record.status == 200;
+  record.stage = held ? PreloadStage::Held : PreloadStage::Failed;
+  record.ended = executor_.Now();
   // FetchDone freed a slot but started nothing: either command has the plugin look for what can go next.
   if (const uint32_t id = std::exchange(order.transactionId, 0); id != 0) {
     TransactionDone(order.url, id);
@@ -270,10 +291,8 @@ void Corvane::AnnounceLaunches() {
     if (place == orders_.end()) continue;  // the plugin's own order: the bypass command
     Order& order = place->second;
     ++preloadsInFlight_[order.hostPort];
-    if (order.record != nullptr) {
-      order.record->stage = PreloadStage::Launched;
-      order.record->launched = executor_.Now();
-    }
+    order.record->stage = PreloadStage::Launched;
+    order.record->launched = executor_.Now();
     if (settings_.announcePreloads) order.transactionId = TransactionStarts(order.url);
   }
 }
@@ -300,6 +319,7 @@ void Corvane::OrderKnown(const PageRequest& request) {
   std::vector<std::pair<uint32_t, PreloadRecord*>> wanted;
   for (size_t position = 0; position < page->resources.size(); ++position) {
     const KnownResource& resource = page->resources[position];
+    if (ledger_.contains(resource.url)) continue;  // ordered on the last page, and still there
     PreloadRecord& record = ledger_[resource.url];
     record.url = resource.url;
     record.kind = resource.kind;

@@ -89,7 +89,7 @@ class Corvane final : public corvane::Host, private FetchObserver {
   void CommitDelayed(CorvaneCmd* cmd, unsigned int delay) override;
 
  private:
-  // An order of this page, or a fetch of the last one that still runs (then without record).
+  // An order of this page, or of an earlier one that still runs or is held. `record` is in ledger_.
   struct Order {
     std::string url;
     std::string hostPort;
@@ -104,6 +104,8 @@ class Corvane final : public corvane::Host, private FetchObserver {
 
   void Send(CorvaneCmd* cmd);
   void AnnounceLaunches();
+  void WithdrawWaiting();
+  void KeepWhatIsThere();
   void OrderKnown(const PageRequest& request);
   NotOrdered WhyNotOrder(const KnownPage& page, const KnownResource& resource,
                          const PageRequest& request) const;
