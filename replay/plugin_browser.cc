@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
@@ -24,16 +25,18 @@ struct Log {
 Log g_log;
 
 // "01-01 00:00:12.345     1     1 D text": month and day, time, process, thread, priority. The clock starts
-// with the year.
+// with a year that is no leap year.
 std::string ThreadTime(int64_t nowUs, int priority, const char* text) {
   constexpr std::string_view kPriorities = "??VDIWE";
-  const int64_t ms = nowUs / 1000;
-  const int64_t days = ms / 86400000;
+  const std::chrono::sys_time<std::chrono::milliseconds> now(std::chrono::milliseconds(nowUs / 1000));
+  const auto day = std::chrono::floor<std::chrono::days>(now);
+  const std::chrono::year_month_day date(day);
+  const std::chrono::hh_mm_ss time(now - day);
   char stamp[64];
-  std::snprintf(stamp, sizeof stamp, "%02d-%02d %02d:%02d:%02d.%03d %5d %5d %c ",
-                static_cast<int>(days / 31 % 12 + 1), static_cast<int>(days % 31 + 1),
-                static_cast<int>(ms / 3600000 % 24), static_cast<int>(ms / 60000 % 60),
-                static_cast<int>(ms / 1000 % 60), static_cast<int>(ms % 1000), 1, 1,
+  std::snprintf(stamp, sizeof stamp, "%02u-%02u %02d:%02d:%02d.%03d %5d %5d %c ", unsigned{date.month()},
+                unsigned{date.day()}, static_cast<int>(time.hours().count()),
+                static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
+                static_cast<int>(time.subseconds().count()), 1, 1,
                 priority >= 0 && priority < 7 ? kPriorities[static_cast<size_t>(priority)] : '?');
   return std::string(stamp) + text;
 }
