@@ -137,7 +137,7 @@ class HostTest : public testing::Test {
   // The transfer at a place gets this response, four bytes, and its end.
   void Answer(size_t place, const std::string& body = "body",
               const net::HttpResponseHeaders& headers = Ok()) {
-    TransferClient* const client = transport.transfers[place].client;
+    TransferClient* const client = transport.transfers.at(place).client;
     client->OnResponse(headers);
     if (transport.IsCancelled(place)) return;
     client->OnBody(body.data(), static_cast<int32_t>(body.size()));
@@ -232,7 +232,7 @@ TEST_F(HostTest, OnePreloadAfterTheOtherWhateverTheirEnds) {
     Answer(1, "", Ok("Transfer-Encoding: chunked"));
     EXPECT_TRUE(transport.IsCancelled(1)) << "nobody waits for it";
     clock.Run();
-    transport.transfers[2].client->OnDone(-7);
+    transport.transfers.at(2).client->OnDone(-7);
     clock.Run();
     Answer(3, "", Ok("Content-Length: 0"));
     Answer(4);
@@ -345,7 +345,7 @@ TEST_F(HostTest, WithoutAFlushOrdersOnlyWhatIsNotThere) {
   clock.Run();
   Answer(0);
   Answer(1);
-  transport.transfers[2].client->OnDone(-7);
+  transport.transfers.at(2).client->OnDone(-7);
   clock.Run();
   RecordingClient used, held;
   EXPECT_EQ(Get("used", used).source, LoadSource::Served);
