@@ -27,6 +27,11 @@ double SharedLink::RateOf(host::Urgency urgency) const {
   return bytesPerUs_ * preloadShare_ / (browser + preloadShare_) / preloads;
 }
 
+// Of a class without transfers: the same transfers then take the same time whatever was rounded before them.
+void SharedLink::StartOver(Class& flows) {
+  if (flows.ends.empty()) flows.progress = 0;
+}
+
 // Brings the progress of both classes up to now.
 void SharedLink::Settle() {
   const auto elapsedUs = static_cast<double>(clock_.NowUs() - std::exchange(settledUs_, clock_.NowUs()));
@@ -76,6 +81,7 @@ void SharedLink::Finish() {
 void SharedLink::Add(uint64_t id, int64_t bytes, host::Urgency urgency, std::function<void()> done) {
   Settle();
   Class& flows = ClassOf(urgency);
+  StartOver(flows);
   const double end = flows.progress + static_cast<double>(bytes);
   flows.ends.emplace(end, id);
   flows_[id] = {urgency, static_cast<double>(bytes), end, std::move(done)};
@@ -90,6 +96,7 @@ void SharedLink::SetUrgency(uint64_t id, host::Urgency urgency) {
   Class& from = ClassOf(flow.urgency);
   Class& to = ClassOf(urgency);
   const double left = std::max(0.0, flow.end - from.progress);
+  StartOver(to);
   from.ends.erase({flow.end, id});
   flow.urgency = urgency;
   flow.end = to.progress + left;

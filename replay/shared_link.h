@@ -45,6 +45,7 @@ class SharedLink {
 
   Class& ClassOf(host::Urgency urgency) { return classes_[static_cast<size_t>(urgency)]; }
   double RateOf(host::Urgency urgency) const;  // bytes per microsecond of each transfer
+  static void StartOver(Class& flows);
   void Settle();
   void Schedule();
   void Finish();
