@@ -107,7 +107,7 @@ TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
         wasted += visit.wastedBytes;
       }
       EXPECT_GT(used, 30u);
-      EXPECT_GT(gainUs, 0);
+      EXPECT_TRUE(gainUs > 0 || !profile.rttMs) << "as recorded there is no distance";
       EXPECT_GT(wasted, 0u) << "it has addresses that are new on every load";
       EXPECT_EQ(result.logLines.size(), 0u);
     }
