@@ -69,6 +69,8 @@ void Corvane::Start() {
   // What the host orders must be what the plugin can hold, so it reads the same limits.
   pluginIsOn_ = Property("net.cv.kiv.on", "1") != 0;
   sizeLimit_ = static_cast<uint32_t>(Property("net.cv.kiv.cslimit", "2097152"));
+  neverLaunches_ = Property("net.cv.kiv.prlimit", "5") == 0 ||
+                   Property("net.cv.kiv.idlesock", "1") == MaxSocketsPerGroup();
   plugin_.OnInit(0);
   plugin_.OnGetCmdMask(&mask_);
 }
@@ -84,6 +86,8 @@ void Corvane::PageRequested(const PageRequest& page) {
   pageUrl_ = page.url;
   database_.BeginVisit(page.url);
 
+  // A page that was first seen as a resource of another one is known as that until the disk cache drops it.
+  if (toldAsResource_.erase(page.url) != 0 && !page.isFresh(page.url)) CacheStatus(page.url, false);
   CorvaneCmd* const requested = corvane::NewCommand(3, 9);
   corvane::AddText(requested, page.url.c_str());
   corvane::AddText(requested, page.method.c_str());
@@ -132,6 +136,7 @@ void Corvane::KeepWhatIsThere() {
 
 void Corvane::ResourceSeen(const std::string& url, ResourceKind kind, const std::string& method) {
   if (url == pageUrl_) return;
+  toldAsResource_.insert(url);
   database_.ResourceSeen(url, kind, method == "GET");
   CorvaneCmd* const cmd = corvane::NewCommand(3, 5);
   corvane::AddText(cmd, pageUrl_.c_str());
@@ -147,11 +152,14 @@ void Corvane::ResponseSeen(const std::string& url, const net::HttpResponseHeader
 }
 
 uint32_t Corvane::TransactionStarts(const std::string& url) {
+  const std::string hostPort = HostPortOf(url);
   if (PreloadRecord* const record = FindRecord(url);
       record != nullptr && record->stage == PreloadStage::Ordered) {
-    const auto inFlight = preloadsInFlight_.find(HostPortOf(url));
-    record->preloadsInTheWay = inFlight != preloadsInFlight_.end() && inFlight->second > 0;
+    // It still waits, and not only because transactions of the browser have the sockets.
+    record->limitReached =
+        neverLaunches_ || preloadsInFlight_[hostPort] > 0 || openTransactions_[hostPort] == 0;
   }
+  ++openTransactions_[hostPort];
   const uint32_t id = ++lastTransactionId_;
   CorvaneCmd* const cmd = corvane::NewCommand(9, 1);
   corvane::AddText(cmd, url.c_str());
@@ -162,6 +170,7 @@ uint32_t Corvane::TransactionStarts(const std::string& url) {
 }
 
 void Corvane::TransactionDone(const std::string& url, uint32_t id) {
+  --openTransactions_[HostPortOf(url)];
   CorvaneCmd* const cmd = corvane::NewCommand(9, 4);
   corvane::AddText(cmd, url.c_str());
   corvane::AddNumber(cmd, id);
@@ -221,7 +230,7 @@ void* Corvane::HttpCache() {
   return networkStackIsUp_ ? this : nullptr;
 }
 int Corvane::MaxSocketsPerGroup() {
-  return settings_.socketsPerGroup;
+  return std::max(settings_.socketsPerGroup - settings_.reservedSockets, 1);
 }
 base::Time Corvane::SystemTime() {
   return executor_.Now();
@@ -265,7 +274,7 @@ void Corvane::OnFetchEnded(uint32_t cookie, int32_t result) {
   Order& order = place->second;
   --preloadsInFlight_[order.hostPort];
   PreloadRecord& record = *order.record;
-  const bool held = result == kOk && !record.cancelled && record.status == 200;
+  const bool held = result == kOk && !record.cancelled && record.status == 200 && record.declaredLength != 0;
   record.stage = held ? PreloadStage::Held : PreloadStage::Failed;
   record.ended = executor_.Now();
   // FetchDone freed a slot but started nothing: either command has the plugin look for what can go next.
@@ -278,7 +287,7 @@ void Corvane::OnFetchEnded(uint32_t cookie, int32_t result) {
 
 void Corvane::Send(CorvaneCmd* cmd) {
   const std::unique_ptr<CorvaneCmd, decltype(&corvane::FreeCommand)> owned(cmd, corvane::FreeCommand);
-  if ((mask_ >> cmd->type & 1U) == 0) return;
+  if (!pluginIsOn_ || (mask_ >> cmd->type & 1U) == 0) return;
   ++commandCount_;
   if (plugin_.OnCmd(cmd) == 0) ++unansweredCount_;
   AnnounceLaunches();
@@ -306,8 +315,9 @@ NotOrdered Corvane::WhyNotOrder(const KnownPage& page, const KnownResource& reso
   if (resource.status != 200) return NotOrdered::StatusNot200;
   if (resource.html) return NotOrdered::Html;
   if (resource.declaredLength < 0) return NotOrdered::NoDeclaredLength;
+  if (resource.declaredLength == 0) return NotOrdered::EmptyBody;
   if (static_cast<uint64_t>(resource.declaredLength) > sizeLimit_) return NotOrdered::OverSizeLimit;
-  if (request.context == nullptr) return NotOrdered::NoContext;
+  if (request.context == nullptr || request.method != "GET") return NotOrdered::NoContext;
   const auto sameHash = orders_.find(CorvaneHash(resource.url.c_str()));
   if (sameHash != orders_.end()) return NotOrdered::SharesHash;
   return NotOrdered::None;

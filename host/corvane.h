@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -119,12 +120,15 @@ class Corvane final : public corvane::Host, private FetchObserver {
   PreloadLedger ledger_;
   std::map<uint32_t, Order> orders_;             // by URL hash, which is also the fetch cookie
   std::map<std::string, int> preloadsInFlight_;  // by host and port
+  std::map<std::string, int> openTransactions_;  // by host and port: the browser\'s, and announced preloads
   std::vector<uint32_t> justLaunched_;           // by the command being handled: cookies
   std::string pageUrl_;
+  std::set<std::string> toldAsResource_;  // URLs that the plugin may know as resources of a page
   uint32_t mask_ = 0;
   uint32_t lastTransactionId_ = 0;
   uint64_t sizeLimit_ = 0;  // the plugin's, in bytes
   bool pluginIsOn_ = false;
+  bool neverLaunches_ = false;  // by the properties: no preload, or no socket for one
   bool networkStackIsUp_ = false;
   uint64_t commandCount_ = 0;
   uint64_t unansweredCount_ = 0;

@@ -79,17 +79,25 @@ TransferId NetworkStack::Send(const LoadRequest& request, LoadClient& client) {
 
 void NetworkStack::Join(const LoadRequest& request, LoadClient& client) {
   if (PreloadRecord* const record = corvane_.FindRecord(request.url)) record->joined = true;
-  const auto onDone = [this, url = request.url, &client](int32_t result, bool forPlugin) {
+  const auto heard = std::make_shared<bool>(false);
+  const auto onResponse = [heard, &client](const net::HttpResponseHeaders& headers) {
+    *heard = true;
+    client.OnResponse(headers);
+  };
+  const auto onDone = [this, heard, request, &client](int32_t result, bool forPlugin) {
+    if (result != kOk && !*heard) {  // the preload came to nothing: the request is on its own
+      Send(request, client);
+      return;
+    }
     std::string headers;
     std::string body;
-    if (result == kOk && forPlugin && Take(url, headers, body)) {
-      if (PreloadRecord* const record = corvane_.FindRecord(url)) record->used = true;
+    if (result == kOk && forPlugin && Take(request.url, headers, body)) {
+      if (PreloadRecord* const record = corvane_.FindRecord(request.url)) record->used = true;
       client.OnPreloadedBody(headers, body);
     }
     // What the plugin did not hold reached the joiner through the fetcher.
     client.OnDone(result);
   };
-  const auto onResponse = [&client](const net::HttpResponseHeaders& headers) { client.OnResponse(headers); };
   corvane_.Join(request.url, {onResponse, onDone});
 }
 

@@ -24,6 +24,7 @@ enum class NotOrdered {
   StatusNot200,
   NoDeclaredLength,
   OverSizeLimit,
+  EmptyBody,
   NoContext,   // the page came without a request context
   SharesHash,  // another URL that was ordered has the same hash
 };
@@ -41,12 +42,11 @@ struct PreloadRecord {
   ResourceKind kind = ResourceKind::Other;
   NotOrdered notOrdered = NotOrdered::None;
   PreloadStage stage = PreloadStage::NotOrdered;
-  bool cancelled = false;  // the plugin refused the response
-  bool joined = false;     // a request waited for it
-  bool used = false;       // a request got it
-  bool preloadsInTheWay =
-      false;        // never launched: other preloads to its host were in flight when the browser asked
-  int status = -1;  // of the response, once there was one
+  bool cancelled = false;     // the plugin refused the response
+  bool joined = false;        // a request waited for it
+  bool used = false;          // a request got it
+  bool limitReached = false;  // never launched, and not only for the browser's own transactions
+  int status = -1;            // of the response, once there was one
   int64_t declaredLength = -1;
   bool html = false;
   base::Time ordered;

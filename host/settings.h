@@ -5,8 +5,13 @@
 namespace host {
 
 struct HostSettings {
-  // The socket pool's limit per host and port, as the plugin is told.
+  // The socket pool's limit per host and port.
   int socketsPerGroup = 6;
+
+  // How many of these the plugin is not told of, so that they stay the browser's. Preloads that nobody asks
+  // for can hold their sockets through a slow server's whole think time, which hurrying them does not
+  // shorten.
+  int reservedSockets = 2;
 
   // A request for a URL whose preload is running waits for it, and makes it as urgent as itself, instead of
   // downloading the same bytes twice.

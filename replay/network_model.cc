@@ -83,7 +83,11 @@ void NetworkModel::Cancel(host::TransferId id) {
   Group& group = *transfer.group;
   TransferTimes& times = times_[id];
   times.endUs = clock_.NowUs();
-  times.bytes += link_.Remove(id);
+  const int64_t came = link_.Remove(id);
+  if (transfer.recorded != nullptr) {
+    times.bytes =
+        std::max<int64_t>(came - static_cast<int64_t>(transfer.recorded->responseHeaders.size()), 0);
+  }
   if (transfer.active) {
     // An HTTP/1 connection with half a response on it is of no more use.
     Leave(group, id, false);
@@ -99,7 +103,8 @@ void NetworkModel::OpenConnections(const std::string& url) {
   group.idle.resize(count, {.connectUs = clock_.NowUs(), .fresh = false});
 }
 
-void NetworkModel::Reset() {
+void NetworkModel::Reset(uint64_t contentVersion) {
+  contentVersion_ = contentVersion;
   groups_.clear();
   transfers_.clear();
   times_.clear();
@@ -162,8 +167,12 @@ void NetworkModel::Send(Group& group, host::TransferId id, Connection connection
 
 void NetworkModel::HurryBlocking(Group& group) {
   if (!settings_.hurryBlockingPreloads) return;
-  for (const host::TransferId id : group.active) {
-    transfers_.at(id).request.urgency = host::Urgency::Browser;
+  size_t waiting = group.waiting[Index(host::Urgency::Browser)].size() - group.connecting;
+  for (const host::TransferId id : group.active) {  // the longest running first
+    host::Urgency& urgency = transfers_.at(id).request.urgency;
+    if (urgency == host::Urgency::Browser) continue;
+    if (waiting-- == 0) return;
+    urgency = host::Urgency::Browser;
     link_.SetUrgency(id, host::Urgency::Browser);
   }
 }
@@ -199,8 +208,8 @@ void NetworkModel::Complete(host::TransferId id) {
   times.endUs = clock_.NowUs();
   host::TransferClient& client = *transfer.client;
   if (const Request* const recorded = transfer.recorded; recorded != nullptr) {
-    times.bytes = recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
-    const uint64_t seed = ContentSeed(recorded->url, recorded->contentVersion);
+    times.bytes = recorded->bodyBytes;
+    const uint64_t seed = ContentSeed(recorded->url, contentVersion_);
     GenerateContent(seed, recorded->bodyBytes, [&](std::string_view piece) {
       client.OnBody(piece.data(), static_cast<int32_t>(piece.size()));
       return transfers_.contains(id);  // unless that cancelled it

@@ -27,7 +27,7 @@ struct TransferTimes {
   int64_t sentUs = -1;
   int64_t firstByteUs = -1;
   int64_t endUs = -1;  // complete, or cancelled
-  int64_t bytes = 0;   // of the body and its headers, that came over the link
+  int64_t bytes = 0;   // of the body, as far as they came over the link
 };
 
 class NetworkModel final : public host::Transport {
@@ -49,8 +49,9 @@ class NetworkModel final : public host::Transport {
   // Of any transfer since the last Reset.
   const TransferTimes& Times(host::TransferId id) const { return times_.at(id); }
 
-  // Closes every connection and forgets the times. Only while nothing is under way.
-  void Reset();
+  // Closes every connection and forgets the times. Only while nothing is under way. The bodies of what
+  // follows are those of `contentVersion` (see replay/content.h).
+  void Reset(uint64_t contentVersion);
 
  private:
   struct Connection {
@@ -97,6 +98,7 @@ class NetworkModel final : public host::Transport {
   std::map<host::TransferId, Transfer> transfers_;  // under way
   std::map<host::TransferId, TransferTimes> times_;
   host::TransferId lastId_ = 0;
+  uint64_t contentVersion_ = 0;
 };
 
 }  // namespace replay

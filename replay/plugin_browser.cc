@@ -66,6 +66,8 @@ WhyNot WhyNotOrdered(host::NotOrdered why) {
       return WhyNot::NoDeclaredLength;
     case host::NotOrdered::OverSizeLimit:
       return WhyNot::OverSizeLimit;
+    case host::NotOrdered::EmptyBody:
+      return WhyNot::EmptyBody;
     case host::NotOrdered::NoContext:
       return WhyNot::NoContext;
     case host::NotOrdered::SharesHash:
@@ -94,11 +96,13 @@ PreloadFate FateOf(const host::PreloadRecord& record) {
 
 WhyNot WhyNotServed(const host::PreloadRecord* record) {
   if (record == nullptr) return WhyNot::NotKnownYet;
+  if (record->notOrdered == host::NotOrdered::FreshInDiskCache)
+    return WhyNot::WentStale;  // else nobody asks here
   if (record->notOrdered != host::NotOrdered::None) return WhyNotOrdered(record->notOrdered);
   if (record->used || record->joined) return WhyNot::UsedUp;
   switch (record->stage) {
     case host::PreloadStage::Ordered:
-      return record->preloadsInTheWay ? WhyNot::LimitReached : WhyNot::BrowserAskedFirst;
+      return record->limitReached ? WhyNot::LimitReached : WhyNot::BrowserAskedFirst;
     case host::PreloadStage::Launched:
       return WhyNot::StillRunning;
     case host::PreloadStage::NotOrdered:
@@ -145,7 +149,7 @@ class PluginBrowser::Client final : public host::LoadClient {
     const Request* const fetched = FindRecorded(*browser_.setup_, {.url = Wanted().url, .method = "GET"});
     const bool same = fetched != nullptr && headers == fetched->responseHeaders &&
                       static_cast<int64_t>(body.size()) == fetched->bodyBytes &&
-                      IsContent(ContentSeed(fetched->url, fetched->contentVersion), body);
+                      IsContent(ContentSeed(fetched->url, browser_.contentVersion_), body);
     if (!same)
       throw std::runtime_error("what the plugin served for " + Wanted().url + " is not what was fetched");
   }
@@ -209,7 +213,7 @@ void PluginBrowser::Ask(size_t index) {
 }
 
 void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
-  network_.Reset();
+  network_.Reset(++contentVersion_);
   const uint64_t commandsBefore = corvane_.CommandCount();
   const uint64_t unansweredBefore = corvane_.UnansweredCount();
   const uint64_t warningsBefore = g_log.warnings;

@@ -55,6 +55,7 @@ class PluginBrowser {
   DiskCache diskCache_;
 
   // The visit under way.
+  uint64_t contentVersion_ = 0;  // its number: each visit finds other content
   const VisitSetup* setup_ = nullptr;
   class PageLoad* load_ = nullptr;
   std::vector<std::unique_ptr<Client>> clients_;

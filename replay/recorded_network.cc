@@ -4,6 +4,7 @@
 #include <array>
 #include <vector>
 
+#include "net/http/header_text.h"
 #include "url/gurl.h"
 
 namespace replay {
@@ -23,7 +24,7 @@ void KeepSmallest(double& smallest, double value) {
 
 void Add(Samples& samples, const Request& request) {
   ++samples.protocols[static_cast<size_t>(request.protocol)];
-  samples.secure = request.url.starts_with("https:") || request.url.starts_with("wss:");
+  samples.secure = GroupKey(request.url).starts_with("https:");
   KeepSmallest(samples.rttMs, request.connectMs - request.sslMs);
   KeepSmallest(samples.connectMs, request.connectMs + request.dnsMs);
   KeepSmallest(samples.shortestWaitMs, request.waitMs);
@@ -47,7 +48,9 @@ double OverallRtt(const std::map<std::string, Samples>& groups) {
 
 std::string GroupKey(const std::string& url) {
   const GURL parsed(url);
-  return url.substr(0, url.find(':') + 1) + parsed.host() + ":" + std::to_string(parsed.EffectiveIntPort());
+  std::string key = url.substr(0, url.find(':') + 1);
+  std::transform(key.begin(), key.end(), key.begin(), net::ToLowerAscii);
+  return key + parsed.host() + ":" + std::to_string(parsed.EffectiveIntPort());
 }
 
 int ConnectRoundTrips(const RecordedGroup& group) {

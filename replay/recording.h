@@ -38,7 +38,6 @@ struct Request {
       responseHeaders;    // raw block: status line and header lines, each ended by NUL, and one more NUL
   int64_t bodyBytes = 0;  // on the wire, the best that the recording tells
   int64_t declaredLength = -1;  // Content-Length as the network stack reads it; -1 when there is none
-  uint64_t contentVersion = 0;  // tells its simulated body from those of other loads of the same URL
   std::optional<double>
       freshForMs;  // how long a cache may use it without asking; nothing: it may not be stored
 };

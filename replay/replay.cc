@@ -3,6 +3,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "cutils/properties.h"
@@ -21,20 +22,12 @@ const std::string& UrlOf(const Page& page) {
   return page.requests.front().url;
 }
 
-// The loads to replay. Where no page comes back, all of them are made `visits` times.
-Recording ExpandVisits(const Recording& recording, uint32_t visits) {
-  Recording expanded = recording;
-  std::set<std::string> urls;
+// How often all pages are loaded, one after the other: as often as asked where no page of the recording comes
+// back, else once.
+uint32_t RoundsOf(const Recording& recording, uint32_t visits) {
+  std::set<std::string_view> urls;
   for (const Page& page : recording.pages) urls.insert(UrlOf(page));
-  if (urls.size() == recording.pages.size()) {
-    for (uint32_t visit = 1; visit < visits; ++visit) {
-      expanded.pages.insert(expanded.pages.end(), recording.pages.begin(), recording.pages.end());
-    }
-  }
-  for (size_t index = 0; index < expanded.pages.size(); ++index) {
-    for (Request& request : expanded.pages[index].requests) request.contentVersion = index;
-  }
-  return expanded;
+  return urls.size() == recording.pages.size() ? visits : 1;
 }
 
 host::HostSettings Settings(const ReplayOptions& options) {
@@ -54,28 +47,29 @@ WayResult& At(Visit& visit, Way way) {
 RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions& options,
                                 const host::PluginFunctions& plugin) {
   RecordingResult result = {.name = recording.name, .skipped = recording.skipped};
-  const Recording expanded = ExpandVisits(recording, options.visits);
   const RecordedNetwork recordedNetwork = MeasureNetwork(recording);
   const host::HostSettings settings = Settings(options);
   for (const auto& [name, value] : options.properties) property_set(name.c_str(), value.c_str());
 
   RequestIndex recordingIndex;
-  for (const Page& page : expanded.pages) AddToIndex(page, recordingIndex);
+  for (const Page& page : recording.pages) AddToIndex(page, recordingIndex);
 
   PluginBrowser browser(plugin, recordedNetwork, options, settings);
   std::map<std::string, uint32_t> visitsOf;
   std::map<std::string, int64_t> leftUs;
-  for (size_t index = 0; index < expanded.pages.size(); ++index) {
-    const Page& page = expanded.pages[index];
+  const size_t loads = recording.pages.size() * RoundsOf(recording, options.visits);
+  for (size_t load = 0; load < loads; ++load) {
+    const size_t index = load % recording.pages.size();
+    const Page& page = recording.pages[index];
     const PagePlan plan = MakePlan(page);
     RequestIndex pageIndex;
     AddToIndex(page, pageIndex);
-    Visit visit = {
-        .page = index % recording.pages.size(), .pageUrl = UrlOf(page), .number = ++visitsOf[UrlOf(page)]};
+    Visit visit = {.page = index, .pageUrl = UrlOf(page), .number = ++visitsOf[UrlOf(page)]};
     visit.repeat = visit.number > 1;
-    if (index > 0) browser.AdvanceTo(browser.NowUs() + kThinkUs);
     if (visit.repeat) {
       browser.AdvanceTo(leftUs[visit.pageUrl] + static_cast<int64_t>(options.revisitAfterMs * 1000));
+    } else if (load > 0) {
+      browser.AdvanceTo(browser.NowUs() + kThinkUs);
     }
     const DiskCache diskCache = browser.Cache();
     const VisitSetup setup = {.page = page,

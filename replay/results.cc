@@ -24,6 +24,10 @@ WhyNotName NameOf(WhyNot why) {
       return {"no_declared_length", "no declared length"};
     case WhyNot::OverSizeLimit:
       return {"over_size_limit", "over the size limit"};
+    case WhyNot::EmptyBody:
+      return {"empty_body", "empty body"};
+    case WhyNot::WentStale:
+      return {"went_stale", "went stale during the load"};
     case WhyNot::Html:
       return {"html", "HTML"};
     case WhyNot::StatusNot200:

@@ -33,9 +33,11 @@ enum class WhyNot {
   NotKnownYet,    // the page database has not seen it on this page
   SeenTooSeldom,  // known, but on too few of the page's visits
   FreshInDiskCache,
+  WentStale,  // fresh in the disk cache when the page was requested, and no longer when it was
   NotGet,
   NoDeclaredLength,
   OverSizeLimit,
+  EmptyBody,  // the plugin holds nothing without a body
   Html,
   StatusNot200,
   Failed,             // the fetch failed, or was cancelled by the plugin for another reason

@@ -391,12 +391,12 @@ TEST_F(HostTest, DelayedFetchesStartWhenTheNetworkStackIsUp) {
 TEST_F(HostTest, ThePluginsOwnCommandComesBackAfterItsDelay) {
   StartUp({}, {{"net.cv.kiv.bypassen", "1"}, {"net.cv.kiv.bypassdl", "70"}});
   Request();
-  See("frame");
-  corvane->CacheStatus(Url("frame"), true);  // stays known when the page is left
+  See("frame-fresh");
+  corvane->CacheStatus(Url("frame-fresh"), true);  // stays known when the page is left
   corvane->PageLeft();
   clock.Run();
   EXPECT_EQ(clock.NowUs(), 0);
-  Request(Url("frame"));
+  Request(Url("frame-fresh"));
   const uint64_t before = corvane->CommandCount();
   clock.Run();
   EXPECT_EQ(clock.NowUs(), 70'000);
