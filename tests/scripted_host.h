@@ -64,7 +64,7 @@ struct Answer {
 };
 
 class ScriptedHost : public corvane::Host {
-  std::optional<::host::LoadedPlugin> library_;  // first, because `plugin` below refers into it
+  std::optional<::host::LoadedPlugin> library_;  // first, because `plugin` below is filled from it
 
  public:
   // Loads the library anew, with no property set. It is unloaded, with all that it holds, by the destructor.
@@ -88,8 +88,9 @@ class ScriptedHost : public corvane::Host {
   // The requests' contexts; the record calls them by their index.
   net::URLRequestContext contexts[3];
 
-  // --- The plugin. Its functions, and the road to them in the host's language.
-  const ::host::PluginFunctions& plugin;
+  // --- The plugin. Its functions (before which a test may put its own), and the road to them in the host's
+  // language.
+  ::host::PluginFunctions plugin;
 
   // Sets properties by their last word ("cslimit"), initialises the plugin, asks for its mask, and forgets
   // what was recorded meanwhile.
@@ -141,8 +142,11 @@ class ScriptedHost : public corvane::Host {
   CorvaneCmd* CmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int value) override;
   void CommitDelayed(CorvaneCmd* cmd, unsigned int delay) override;
 
- private:
+ protected:
+  // The sink of the log while this host lives.
   static void WriteLine(int bufferId, int priority, const char* tag, const char* text);
+
+ private:
   void Record(const std::string& line);
   void* Asked(const char* question, bool exists = true);
 

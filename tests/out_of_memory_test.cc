@@ -1,0 +1,235 @@
+// The whole road with memory running out at every allocation that the plugin makes on it: at one only, or at
+// one and all that follow. Nothing may crash, leak, be half inserted or be served wrong, and once there is
+// memory again everything is as it was.
+#include <cstdio>
+
+#include "tests/watched_host.h"
+
+namespace tests {
+namespace {
+
+// Long enough that each copy of them is an allocation.
+const std::string kMainPage = "http://page.test/the-front-page-of-the-day.html";
+const std::string kScript = "http://static.test/a/script/of/some/length.js";
+const std::string kStyle = "http://static.test/a/style/sheet/of/some/length.css";
+const std::string kImage = "http://images.test:8080/a/picture/of/some/length.png";
+const std::string kFrame = "http://images.test:8080/a/frame/of/some/length.html";
+const std::string kHeaders = "Accept: text/html\r\nX-Requested-With: com.example.browser.with.a.name\r\n\r\n";
+
+struct Step {
+  const char* name;
+  int32_t result;
+  int32_t refused;       // what the same call answers when it is out of memory
+  std::string served{};  // headers and body, when that is what was asked for
+
+  bool operator==(const Step&) const = default;
+};
+
+void PrintTo(const Step& step, std::ostream* out) {
+  *out << step.name << " = " << step.result << " " << step.served;
+}
+
+// The road, from the first page to the last sweep. The same calls in the same order whatever they answer, but
+// for a chunk that was refused: it is offered once more, and a hole fails the fetch, as the contract asks.
+class Road {
+ public:
+  explicit Road(WatchedHost& host) : host_(host) {}
+
+  std::vector<Step> Walk() {
+    Learn();
+    OrderAndLaunch();
+    Fetch(kScript, {"Content-Type: text/javascript"}, {"half of it, ", "and the rest"});
+    Serve(kScript);
+    Fetch(kStyle, {"Content-Type: text/css"}, {"a{}", std::string(200, 'b')});
+    Serve(kStyle);
+    Fetch(kFrame, {"Content-Type: text/html"}, {"<p>"});
+    Serve(kFrame);
+    StartDelayed();
+    OutliveRemovals();
+    Sweep();
+    return std::move(steps_);
+  }
+
+ private:
+  void Did(const char* name, int32_t result, int32_t refused = 0) {
+    steps_.push_back({name, result, refused});
+  }
+  void Command(const char* name, CorvaneCmdType type, CorvaneActionType action, const Params& params = {}) {
+    Did(name, host_.Send(type, action, params));
+  }
+
+  void Learn() {
+    Command("page requested", 3, 9, {kMainPage, "GET", kHeaders});
+    Command("page requested again", 3, 9, {kMainPage, "GET", kHeaders});  // posts the bypass command
+    Command("request seen", 8, 1, {kMainPage, kHeaders, 0, &host_.contexts[0]});
+    for (int id = 1; id <= 5; ++id) Command("transaction starts", 9, 1, {kScript, 0, id});
+    Command("sub-resource seen", 3, 5, {kMainPage, kImage + "?only-known"});
+    Command("cache status", 2, 13, {host_.Hash((kImage + "?only-known").c_str()), 1});
+  }
+
+  void OrderAndLaunch() {
+    Command("script seen", 3, 5, {kMainPage, kScript, 0, 0, 1});
+    Command("style ordered", 8, 21, {7, kStyle, host_.Hash(kMainPage.c_str()), 0});
+    Command("without page", 8, 21, {7, kStyle + "?b", 0, 0, kHeaders});
+    Command("withdrawn", 3, 8, {host_.Hash(kStyle.c_str())});
+    Command("frame ordered", 8, 21, {7, kFrame, host_.Hash(kMainPage.c_str()), 0x800000});
+    for (int id = 1; id <= 5; ++id) Command("transaction ends", 9, 4, {kScript, id});
+    Command("style seen", 8, 21, {7, kStyle, host_.Hash(kMainPage.c_str()), 0});
+    Command("pass", 8, 4);
+  }
+
+  void Fetch(const std::string& url, std::vector<std::string> headers,
+             const std::vector<std::string>& chunks) {
+    Did("request info", host_.RequestInfo(url) != nullptr ? 1 : 0);
+    headers.insert(headers.begin(), "HTTP/1.1 200 OK");
+    headers.push_back("Content-Length: 24");
+    Did("start complete", host_.StartComplete(url, RawHeaders(headers)));
+    bool hole = false;
+    for (const std::string& chunk : chunks) hole = !Read(url, chunk) || hole;
+    Did("done", host_.Done(url, hole ? -1 : 0));
+  }
+
+  bool Read(const std::string& url, const std::string& chunk) {
+    const bool stored = host_.Read(url, chunk) == 1 || host_.Read(url, chunk) == 1;
+    Did("read complete", stored ? 1 : 0);
+    return stored;
+  }
+
+  void Lend(const std::string& url) {
+    const Answer answer = host_.Ask(url);
+    steps_.push_back(
+        {"is preloaded", answer.result, 0, answer.result == 1 ? answer.headers + answer.body() : ""});
+    if (answer.result == 1) loans_.push_back({url, answer, answer.body()});
+  }
+
+  void ReturnLoans() {
+    for (const Loan& loan : loans_) {
+      EXPECT_EQ(loan.answer.body(), loan.body) << loan.url << ": a lent body changed";
+      host_.plugin.ReleasePreloaded(loan.url.c_str());
+    }
+    loans_.clear();
+  }
+
+  void Serve(const std::string& url) {
+    for (int i = 0; i < 2; ++i) Lend(url);
+    ReturnLoans();
+    Did("asked again", host_.Ask(url).result);
+    Did("frame released", host_.plugin.ReleasePreloaded(kFrame.c_str()));
+  }
+
+  void StartDelayed() {
+    host_.hasLoop = false;
+    Command("delayed", 8, 21, {7, kImage, host_.Hash(kMainPage.c_str()), 0});
+    Command("too early", 8, 20);
+    host_.hasLoop = true;
+    Command("start of the delayed", 8, 20);
+  }
+
+  // Lent bodies that grow, are flushed away, replaced, and reported as held by the disk cache.
+  void OutliveRemovals() {
+    Fetch(kImage, {}, {"picture"});
+    Lend(kImage);
+    Read(kImage, std::string(100, 'l'));  // late, and more than fits
+    Lend(kImage);
+    Did("flush", host_.plugin.OnFlushDb(0), 1);
+    Command("request seen", 8, 1, {kMainPage, kHeaders, 0, &host_.contexts[0]});
+    Command("page requested", 3, 9, {kMainPage, "GET", kHeaders});
+    Command("request seen", 8, 1, {kMainPage, kHeaders, 0, &host_.contexts[0]});
+    Command("ordered again", 8, 21, {7, kImage, host_.Hash(kMainPage.c_str()), 0});
+    Fetch(kImage, {}, {"another"});
+    Lend(kImage);
+    Did("in the disk cache", host_.plugin.IsInDC(kImage.c_str()));
+    ReturnLoans();
+  }
+
+  void Sweep() {
+    std::string name, version;
+    Did("proc info", host_.plugin.OnGetProcInfo(name, version), 1);
+    Did("fetch db", host_.plugin.OnFetchDb(), 1);
+    Did("preloader enabled", host_.plugin.IsPreloaderEnabled(), 1);
+    Command("left running", 8, 21, {7, kScript + "?left", host_.Hash(kMainPage.c_str()), 0});
+    Command("left waiting", 9, 1, {kScript, 0, 1});
+    Did("flush", host_.plugin.OnFlushDb(0), 1);
+    Did("clear", host_.plugin.OnClearDb(0), 1);
+  }
+
+  struct Loan {
+    std::string url;
+    Answer answer;
+    std::string body;
+  };
+
+  WatchedHost& host_;
+  std::vector<Step> steps_;
+  std::vector<Loan> loans_;
+};
+
+void ExpectRefusedAtWorst(const std::vector<Step>& steps, const std::vector<Step>& normal) {
+  ASSERT_EQ(steps.size(), normal.size());
+  for (size_t i = 0; i < steps.size(); ++i) {
+    if (steps[i].result == normal[i].refused) continue;
+    EXPECT_EQ(steps[i], normal[i]) << "step " << i;
+  }
+}
+
+// Walks the road until no allocation of it fails any more, and after each walk once more undisturbed.
+void TryEveryPoint(size_t failCount, const char* mode) {
+  WatchedHost host;
+  host.Start({{"bypassen", "1"}, {"prlimit", "9"}});
+  Road(host).Walk();  // the first one also makes what stays for the life of the library
+  const size_t blocksBefore = watchedMemory.blocks;
+  host.Take();
+  const std::vector<Step> normal = Road(host).Walk();
+  const std::string record = host.Take();
+  ASSERT_EQ(watchedMemory.blocks, blocksBefore);
+
+  watchedMemory.failCount = failCount;
+  size_t point = 1;
+  for (;; ++point) {
+    SCOPED_TRACE(std::string(mode) + " allocation " + std::to_string(point));
+    watchedMemory.allocations = watchedMemory.refused = 0;
+    watchedMemory.failFrom = point;
+    const std::vector<Step> steps = Road(host).Walk();
+    watchedMemory.failFrom = 0;
+    if (watchedMemory.refused == 0) break;
+    ExpectRefusedAtWorst(steps, normal);
+    EXPECT_EQ(watchedMemory.blocks, blocksBefore) << "leaked";
+    host.Take();
+    EXPECT_EQ(Road(host).Walk(), normal) << "the road after it";
+    EXPECT_EQ(host.Take(), record) << "the road after it";
+    if (testing::Test::HasFailure()) return;
+  }
+  std::printf("points tried, %s: %zu\n", mode, point - 1);
+  EXPECT_EQ(point, watchedMemory.allocations + 1);
+}
+
+TEST(OutOfMemoryTest, EveryAllocationOfTheRoadFailsOnce) {
+  TryEveryPoint(1, "failing alone");
+}
+
+TEST(OutOfMemoryTest, EveryAllocationOfTheRoadFailsWithAllThatFollow) {
+  TryEveryPoint(SIZE_MAX, "failing from there on");
+}
+
+TEST(OutOfMemoryTest, WithoutMemoryForItsTableThePluginAsksForNoCommands) {
+  size_t point = 1;
+  for (;; ++point) {
+    WatchedHost host;
+    watchedMemory = {.failFrom = point};
+    uint32_t mask = 0xFFFFFFFF;
+    EXPECT_EQ(host.plugin.OnInit(0), 1);
+    EXPECT_EQ(host.plugin.OnGetCmdMask(&mask), 1);
+    watchedMemory.failFrom = 0;
+    if (watchedMemory.refused == 0) break;
+    EXPECT_EQ(mask, 0u);
+    EXPECT_EQ(host.Send(8, 4), 0);
+    EXPECT_EQ(host.plugin.OnGetCmdMask(&mask), 1);
+    EXPECT_EQ(mask, 0x30Cu) << "there is memory again";
+    EXPECT_EQ(host.Send(8, 4), 1);
+  }
+  std::printf("points tried, start: %zu\n", point - 1);
+  EXPECT_GT(point, 1u);
+}
+
+}  // namespace
+}  // namespace tests
