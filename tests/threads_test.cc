@@ -1,7 +1,10 @@
-// Three threads on one library: commands, flushes and ends of fetches on one, the other callbacks on the
-// second, the network stack's queries on the third. They share nothing but the library, so that a sanitizer
-// sees its lock alone.
+// Five threads on one library: commands, flushes and ends of fetches on one, the other callbacks on two, the
+// network stack's queries on two. They share nothing but the library, so that a sanitizer sees its lock
+// alone. KIV_STRESS_OPERATIONS sets how many calls of the library they make in all.
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <random>
 #include <thread>
 
@@ -11,8 +14,13 @@ namespace tests {
 namespace {
 
 constexpr int kUrls = 32;
-constexpr int kRounds = 80'000;  // of commands; the other threads go on until they are through
 constexpr size_t kChunk = 100;
+constexpr size_t kLoans = 20;  // that a thread holds before it gives them back
+
+int64_t Operations() {
+  const char* const text = std::getenv("KIV_STRESS_OPERATIONS");
+  return text != nullptr ? std::atoll(text) : 100'000;
+}
 
 std::string Url(int index) {
   return "http://h" + std::to_string(index % 4) + ".test/" + std::to_string(index);
@@ -23,88 +31,142 @@ char Fill(int index) {
   return static_cast<char>('A' + index);
 }
 
-std::atomic<bool> g_through = false;  // read and written relaxed: it orders nothing
+// Read and written relaxed: they order nothing.
+std::atomic<int64_t> g_left;  // operations that are still to be made
+std::atomic<bool> g_flushing = false;
 
 bool GoOn() {
-  return !g_through.load(std::memory_order_relaxed);
+  return g_left.load(std::memory_order_relaxed) > 0;
+}
+
+void Made(int64_t operations) {
+  g_left.fetch_sub(operations, std::memory_order_relaxed);
+}
+
+// While it flushes, the command thread stands aside at every line that it asks to write, in the middle of its
+// walk and with the library's lock held.
+class StressHost : public ScriptedHost {
+ public:
+  int VerboseLevel() override {
+    if (g_flushing.load(std::memory_order_relaxed)) std::this_thread::yield();
+    return 0;
+  }
+};
+
+void Flush(ScriptedHost& host) {
+  g_flushing.store(true, std::memory_order_relaxed);
+  host.plugin.OnFlushDb(0);
+  g_flushing.store(false, std::memory_order_relaxed);
 }
 
 void RunCommands(ScriptedHost& host) {
   std::mt19937 random(1);
-  for (int round = 0; round < kRounds; ++round) {
+  for (int round = 0; GoOn(); ++round) {
     const int index = static_cast<int>(random() % kUrls);
     if (round % 64 == 0) host.Learn(kPage);
     host.Order(Url(index), kPage);
     host.Done(Url(static_cast<int>(random() % kUrls)));
     if (round % 8 == 0) host.Send(9, 1, {Url(index), 0, 1});
     if (round % 8 == 4) host.Send(9, 4, {Url(index), 1});
-    if (round % 500 == 99) host.plugin.OnFlushDb(0);
+    if (round % 200 == 99) Flush(host);
     if (round % 1000 == 500) host.Send(8, 20);
     if (round % 1000 == 999) host.plugin.OnClearDb(0);
     host.Take();
+    Made(2);
     std::this_thread::yield();
   }
 }
 
-void RunCallbacks(ScriptedHost& host) {
+void RunCallbacks(ScriptedHost& host, unsigned seed) {
   const std::string headers = RawHeaders({"HTTP/1.1 200 OK", "Content-Length: 250"});
-  std::mt19937 random(2);
+  std::mt19937 random(seed);
   while (GoOn()) {
     const int index = static_cast<int>(random() % kUrls);
     if (host.RequestInfo(Url(index)) != nullptr) {
       host.StartComplete(Url(index), headers);
       for (int chunk = 0; chunk < 3; ++chunk) host.Read(Url(index), std::string(kChunk, Fill(index)));
+      Made(4);
     }
+    Made(1);
     for (int pause = 0; pause < 20; ++pause)
       std::this_thread::yield();  // leave what is finished alone for a while
   }
 }
 
-// Borrows bodies, keeps them while the other threads remove and replace them, and gives them back. How many
-// there were.
-int RunQueries(ScriptedHost& host) {
-  std::mt19937 random(3);
-  int served = 0;
-  std::vector<std::pair<int, Answer>> lent;
-  const auto giveBack = [&] {
-    for (const auto& [index, answer] : lent) {
+struct Checked {
+  int64_t bodies = 0;
+  int64_t duringFlush = 0;  // of these
+};
+
+// Borrows bodies, keeps them while the other threads remove and replace them, and gives them back.
+class Borrower {
+ public:
+  explicit Borrower(ScriptedHost& host) : host_(host) {}
+
+  Checked Run(unsigned seed) {
+    std::mt19937 random(seed);
+    while (GoOn()) {
+      const int index = static_cast<int>(random() % kUrls);
+      const Answer answer = host_.Ask(Url(index));
+      if (answer.result == 1) {
+        lent_.emplace_back(index, answer);
+      } else if (random() % 16 == 0) {
+        host_.plugin.IsInDC(Url(index).c_str());
+      }
+      if (g_flushing.load(std::memory_order_relaxed)) CheckAll();
+      if (lent_.size() >= kLoans) GiveBack();
+      EXPECT_EQ(host_.plugin.IsPreloaderEnabled(), 1);
+      Made(2);
+      std::this_thread::yield();
+    }
+    GiveBack();
+    return checked_;
+  }
+
+ private:
+  void CheckAll() {
+    for (const auto& [index, answer] : lent_) {
       const std::string body = answer.body();
       EXPECT_EQ(body.find_first_not_of(Fill(index)), std::string::npos) << Url(index);
       EXPECT_EQ(body.size() % kChunk, 0u) << Url(index);
-      host.plugin.ReleasePreloaded(Url(index).c_str());
+      ++checked_.bodies;
+      if (g_flushing.load(std::memory_order_relaxed)) ++checked_.duringFlush;
     }
-    lent.clear();
-  };
-  while (GoOn()) {
-    const int index = static_cast<int>(random() % kUrls);
-    const Answer answer = host.Ask(Url(index));
-    if (answer.result == 1) {
-      ++served;
-      lent.emplace_back(index, answer);
-    } else if (random() % 16 == 0) {
-      host.plugin.IsInDC(Url(index).c_str());
-    }
-    if (lent.size() == 20) giveBack();
-    EXPECT_EQ(host.plugin.IsPreloaderEnabled(), 1);
-    std::this_thread::yield();
   }
-  giveBack();
-  return served;
-}
+
+  void GiveBack() {
+    CheckAll();
+    for (const auto& loan : lent_) host_.plugin.ReleasePreloaded(Url(loan.first).c_str());
+    Made(static_cast<int64_t>(lent_.size()));
+    lent_.clear();
+  }
+
+  ScriptedHost& host_;
+  std::vector<std::pair<int, Answer>> lent_;
+  Checked checked_;
+};
 
 TEST(ThreadsTest, CommandsCallbacksAndQueriesShareTheLibrary) {
-  ScriptedHost host;
+  const int64_t operations = Operations();
+  g_left = operations;
+  StressHost host;
   host.Start({{"prlimit", "-1"}});  // flushes leave slots taken, which must not end the launches
-  host.verbosity = 0;
-  int served = 0;
-  std::thread callbacks([&] { RunCallbacks(host); });
-  std::thread queries([&] { served = RunQueries(host); });
+  Checked checked[2];
+  std::thread threads[] = {
+      std::thread([&] { RunCallbacks(host, 2); }),
+      std::thread([&] { RunCallbacks(host, 3); }),
+      std::thread([&] { checked[0] = Borrower(host).Run(4); }),
+      std::thread([&] { checked[1] = Borrower(host).Run(5); }),
+  };
   RunCommands(host);
-  g_through.store(true, std::memory_order_relaxed);
-  callbacks.join();
-  queries.join();
-  EXPECT_GT(served, kRounds / 100) << "too few to have met the other threads";
-  RecordProperty("served", served);
+  for (std::thread& thread : threads) thread.join();
+  const int64_t bodies = checked[0].bodies + checked[1].bodies;
+  const int64_t duringFlush = checked[0].duringFlush + checked[1].duringFlush;
+  std::printf("operations %lld, bodies checked %lld, while a flush ran %lld\n",
+              static_cast<long long>(operations - g_left), static_cast<long long>(bodies),
+              static_cast<long long>(duringFlush));
+  EXPECT_GT(bodies, operations / 1000) << "too few to have met the other threads";
+  EXPECT_GT(duringFlush, 0);
 }
 
 }  // namespace
