@@ -51,8 +51,10 @@ struct ScriptedTransport : Transport {
     transfers.push_back({request.url, request.urgency, &client});
     return transfers.size();
   }
-  void SetUrgency(TransferId id, Urgency urgency) override { transfers[id - 1].urgency = urgency; }
-  void Cancel(TransferId id) override { transfers[id - 1].client = nullptr; }
+  void SetUrgency(TransferId id, Urgency urgency) override {
+    transfers[static_cast<size_t>(id - 1)].urgency = urgency;
+  }
+  void Cancel(TransferId id) override { transfers[static_cast<size_t>(id - 1)].client = nullptr; }
 
   bool IsCancelled(size_t place) const { return transfers[place].client == nullptr; }
   // "p" or "b" by urgency, and the last word of the URL, of each transfer from the given place on.
