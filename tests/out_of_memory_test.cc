@@ -68,6 +68,8 @@ class Road {
     Command("page requested", 3, 9, {kMainPage, "GET", kHeaders});
     Command("page requested again", 3, 9, {kMainPage, "GET", kHeaders});  // posts the bypass command
     Command("request seen", 8, 1, {kMainPage, kHeaders, 0, &host_.contexts[0]});
+    Command("another page", 3, 9, {kMainPage + "?another", "GET", kHeaders});
+    Command("seen without context", 8, 1, {kMainPage + "?another", kHeaders});
     for (int id = 1; id <= 5; ++id) Command("transaction starts", 9, 1, {kScript, 0, id});
     Command("sub-resource seen", 3, 5, {kMainPage, kImage + "?only-known"});
     Command("cache status", 2, 13, {host_.Hash((kImage + "?only-known").c_str()), 1});
