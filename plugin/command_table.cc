@@ -1,5 +1,6 @@
 #include "plugin/command_table.h"
 
+#include <algorithm>
 #include <cassert>
 
 #include "learning/navigation_handler.h"
@@ -29,10 +30,8 @@ CommandEntry MakeRow(CorvaneCmdType type, CommandHandler handler, const CorvaneA
 
 bool Answers(const CommandEntry& row, CorvaneCmdType type, CorvaneActionType action) {
   if (row.commandType != type || row.handler == nullptr) return false;
-  for (uint32_t i = 0; i < row.actionCount; ++i) {
-    if (row.actions[i] == action) return true;
-  }
-  return false;
+  const auto end = row.actions.begin() + row.actionCount;
+  return std::find(row.actions.begin(), end, action) != end;
 }
 
 }  // namespace
