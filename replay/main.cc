@@ -122,9 +122,19 @@ void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& r
     harParts.push_back(report.har);
     jsonLines += JsonLine(report.summary, line.replay) + "\n";
   }
-  if (!line.jsonPath.empty()) WriteOutput(line.jsonPath, jsonLines);
-  if (!line.htmlPath.empty()) WriteOutput(line.htmlPath, HtmlReport(summaries, sections, line.replay));
-  if (!line.harPath.empty()) WriteOutput(line.harPath, HarFile(harParts));
+  // One that cannot be written keeps neither the others nor the table back.
+  std::exception_ptr failure;
+  const auto write = [&failure](const std::string& path, const auto& makeText) {
+    if (path.empty()) return;
+    try {
+      WriteOutput(path, makeText());
+    } catch (const std::exception&) {
+      if (failure == nullptr) failure = std::current_exception();
+    }
+  };
+  write(line.jsonPath, [&] { return jsonLines; });
+  write(line.htmlPath, [&] { return HtmlReport(summaries, sections, line.replay); });
+  write(line.harPath, [&] { return HarFile(harParts); });
 
   const bool outputTaken = line.jsonPath == "-" || line.htmlPath == "-" || line.harPath == "-";
   FILE* const terminal = outputTaken ? stderr : stdout;
@@ -134,6 +144,7 @@ void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& r
   if (std::fwrite(text.data(), 1, text.size(), terminal) != text.size() || std::fflush(terminal) != 0) {
     throw std::runtime_error("the table cannot be written");
   }
+  if (failure != nullptr) std::rethrow_exception(failure);
 }
 
 int Run(const std::vector<std::string>& arguments) {
