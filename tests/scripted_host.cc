@@ -80,6 +80,11 @@ int32_t ScriptedHost::Send(CorvaneCmdType type, CorvaneActionType action, const 
   return plugin.OnCmd(&cmd);
 }
 
+std::string ScriptedHost::Sent(CorvaneCmdType type, CorvaneActionType action, const Params& params) {
+  EXPECT_EQ(Send(type, action, params), 1);
+  return Take();
+}
+
 void ScriptedHost::Learn(const std::string& page) {
   EXPECT_EQ(Send(3, 9, {page, "GET", "X: y\r\n\r\n"}), 1);
   EXPECT_EQ(Send(8, 1, {page, "X: y\r\n\r\n", 0, &contexts[0]}), 1);
@@ -126,6 +131,12 @@ void ScriptedHost::FetchOk(const std::string& url, const std::string& body,
   EXPECT_EQ(StartComplete(url, RawHeaders(headerLines)), 1) << url;
   EXPECT_EQ(Read(url, body), 1) << url;
   EXPECT_EQ(Done(url), 1) << url;
+}
+
+void ScriptedHost::Preload(const std::string& url, const std::string& body,
+                           std::vector<std::string> headerLines) {
+  Launch(url);
+  FetchOk(url, body, std::move(headerLines));
 }
 
 Answer ScriptedHost::Ask(const std::string& url) {

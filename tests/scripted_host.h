@@ -47,11 +47,15 @@ class Param {
 inline constexpr Param::Absent kAbsent;
 using Params = std::vector<Param>;
 
-// The page that Launch learns.
-inline constexpr char kPage[] = "http://page.test/";
+inline constexpr char kPage[] = "http://page.test/";  // that Launch learns
+inline constexpr char kUrl[] = "http://a.test/1";
 
 // A raw response header block: the lines, each ended by a NUL byte, and one more NUL.
 std::string RawHeaders(const std::vector<std::string>& lines);
+// Those of a response 200 with one further line, its length.
+inline std::string OkHeaders(int64_t length) {
+  return RawHeaders({"HTTP/1.1 200 OK", "Content-Length: " + std::to_string(length)});
+}
 
 // What IsPreloaded left in its outputs; `body` is empty when nothing was lent.
 struct Answer {
@@ -98,6 +102,8 @@ class ScriptedHost : public corvane::Host {
 
   // Runs one command. Its texts are gone when this returns.
   int32_t Send(CorvaneCmdType type, CorvaneActionType action, const Params& params = {});
+  // The same for one that has to be accepted: what was recorded since the last Take.
+  std::string Sent(CorvaneCmdType type, CorvaneActionType action, const Params& params = {});
 
   // A page is requested, and its request seen with context 0 and header text "X: y".
   void Learn(const std::string& page);
@@ -114,6 +120,8 @@ class ScriptedHost : public corvane::Host {
   int32_t Done(const std::string& url, int32_t result = 0);
   // All four, for a response 200 that declares its length; each one has to be accepted.
   void FetchOk(const std::string& url, const std::string& body, std::vector<std::string> headerLines = {});
+  // Launch and FetchOk.
+  void Preload(const std::string& url, const std::string& body, std::vector<std::string> headerLines = {});
 
   // Asks IsPreloaded with outputs that hold "untouched", null and -1.
   Answer Ask(const std::string& url);

@@ -70,33 +70,15 @@ bool EnterPlugin(bool inside) {
 }  // namespace tests
 
 // All of them, because a sanitizer would bring its own for those left out. Over-aligned blocks are not used.
-void* operator new(size_t bytes) {
-  return tests::AllocateOrThrow(bytes);
-}
-void* operator new[](size_t bytes) {
-  return tests::AllocateOrThrow(bytes);
-}
-void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
-  return tests::Allocate(bytes);
-}
-void* operator new[](size_t bytes, const std::nothrow_t&) noexcept {
-  return tests::Allocate(bytes);
-}
-void operator delete(void* block) noexcept {
-  tests::Free(block);
-}
-void operator delete[](void* block) noexcept {
-  tests::Free(block);
-}
-void operator delete(void* block, size_t) noexcept {
-  tests::Free(block);
-}
-void operator delete[](void* block, size_t) noexcept {
-  tests::Free(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-  tests::Free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-  tests::Free(block);
-}
+// clang-format off
+void* operator new(size_t bytes) { return tests::AllocateOrThrow(bytes); }
+void* operator new[](size_t bytes) { return tests::AllocateOrThrow(bytes); }
+void* operator new(size_t bytes, const std::nothrow_t&) noexcept { return tests::Allocate(bytes); }
+void* operator new[](size_t bytes, const std::nothrow_t&) noexcept { return tests::Allocate(bytes); }
+void operator delete(void* block) noexcept { tests::Free(block); }
+void operator delete[](void* block) noexcept { tests::Free(block); }
+void operator delete(void* block, size_t) noexcept { tests::Free(block); }
+void operator delete[](void* block, size_t) noexcept { tests::Free(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { tests::Free(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { tests::Free(block); }
+// clang-format on
