@@ -17,9 +17,8 @@ TEST(EntryPointsWithOwnHost, StartsEmptyEveryTimeAndReallyUnloads) {
     EXPECT_EQ(host.Take(),
               "I OnFlushDb - HostMap Size: 0, CachedUrlMap Size: 0\n"
               "D Clean URL cache done (0)\n");
-    host.Launch("http://a.test/1");
-    host.FetchOk("http://a.test/1", "body");
-    EXPECT_EQ(host.Ask("http://a.test/1").body(), "body") << "lent, and never returned";
+    host.Preload(kUrl, "body");
+    EXPECT_EQ(host.Ask(kUrl).body(), "body") << "lent, and never returned";
   }
   EXPECT_EQ(dlopen(KIV_PLUGIN_PATH, RTLD_NOW | RTLD_NOLOAD), nullptr);
 }
@@ -50,8 +49,7 @@ TEST_F(EntryPointsTest, ASecondMaskLeavesEveryCommandHandledOnce) {
   uint32_t mask = 0xFFFFFFFF;
   EXPECT_EQ(host.plugin.OnGetCmdMask(&mask), 1);
   EXPECT_EQ(mask, 0x30Cu) << "what the mask held before is gone";
-  EXPECT_EQ(host.Send(3, 9, {kPage, "GET", ""}), 1);
-  EXPECT_EQ(host.Take(),
+  EXPECT_EQ(host.Sent(3, 9, {kPage, "GET", ""}),
             "D Main URL: http://page.test/\n"
             "D Add to Cache Reflector: http://page.test/\n");
 }
@@ -72,8 +70,7 @@ TEST_F(EntryPointsTest, BeforeOnInitCommandsRunAndAllElseIsOff) {
 
 TEST_F(EntryPointsTest, SwitchedOffItIgnoresCommandsAndSweepsSilently) {
   host.Start();
-  host.Launch("http://a.test/1");
-  host.FetchOk("http://a.test/1", "body");
+  host.Preload(kUrl, "body");
   host.Start({{"on", "0"}});  // what is held stays: only commands and sweeps look at the switch
   EXPECT_EQ(host.Send(3, 9, {kPage, "GET", ""}), 0);
   EXPECT_EQ(host.Send(8, 4), 0);
@@ -81,29 +78,23 @@ TEST_F(EntryPointsTest, SwitchedOffItIgnoresCommandsAndSweepsSilently) {
   EXPECT_EQ(host.plugin.OnClearDb(0), 1);
   EXPECT_EQ(host.plugin.IsPreloaderEnabled(), 1);
   EXPECT_EQ(host.Take(), "");
-  EXPECT_EQ(host.Ask("http://a.test/1").body(), "body");
+  EXPECT_EQ(host.Ask(kUrl).body(), "body");
   EXPECT_EQ(host.plugin.ReleasePreloaded("http://a.test/1"), 1);
 }
 
-TEST_F(EntryPointsTest, ProcInfoReplacesBothTextsAtAnyTime) {
-  std::string name = "old", version = "a version text long enough to be on the heap";
-  EXPECT_EQ(host.plugin.OnGetProcInfo(name, version), 1);
-  EXPECT_EQ(name, "kiv_plugin");
-  EXPECT_EQ(version, "6.0.3");
-  EXPECT_EQ(host.plugin.OnFetchDb(), 1);
-}
-
-TEST_F(EntryPointsTest, NullArgumentsAreRefusedAndChangeNothing) {
+TEST_F(EntryPointsTest, ItNamesItselfAndRefusesNullArguments) {
   host.Start();
-  host.Launch("http://a.test/1");
-  host.FetchOk("http://a.test/1", "body");
+  host.Preload(kUrl, "body");
   host.Take();
   const auto& plugin = host.plugin;
-  void* const cookie = host.Cookie("http://a.test/1");
+  void* const cookie = host.Cookie(kUrl);
   const CorvaneFetchResponse noHeaders = {nullptr};
-  std::string headers = "untouched";
+  std::string headers = "untouched", name = "old", version = "long enough to be on the heap";
   const char* body = nullptr;
   int32_t length = -1;
+  EXPECT_EQ(plugin.OnGetProcInfo(name, version), 1);
+  EXPECT_EQ(name + " " + version, "kiv_plugin 6.0.3");
+  EXPECT_EQ(plugin.OnFetchDb(), 1);
   EXPECT_EQ(plugin.OnCmd(nullptr), 0);
   EXPECT_EQ(plugin.OnGetCmdMask(nullptr), 1);
   EXPECT_EQ(plugin.FetchGetRequestInfo(nullptr), nullptr);
@@ -116,14 +107,14 @@ TEST_F(EntryPointsTest, NullArgumentsAreRefusedAndChangeNothing) {
   EXPECT_EQ(plugin.FetchReadComplete(cookie, "x", -1), 0);
   EXPECT_EQ(plugin.FetchDone(nullptr, 0), 0);
   EXPECT_EQ(plugin.IsPreloaded(nullptr, &headers, &body, &length), 0);
-  EXPECT_EQ(plugin.IsPreloaded("http://a.test/1", nullptr, &body, &length), 0);
-  EXPECT_EQ(plugin.IsPreloaded("http://a.test/1", &headers, nullptr, &length), 0);
-  EXPECT_EQ(plugin.IsPreloaded("http://a.test/1", &headers, &body, nullptr), 0);
+  EXPECT_EQ(plugin.IsPreloaded(kUrl, nullptr, &body, &length), 0);
+  EXPECT_EQ(plugin.IsPreloaded(kUrl, &headers, nullptr, &length), 0);
+  EXPECT_EQ(plugin.IsPreloaded(kUrl, &headers, &body, nullptr), 0);
   EXPECT_EQ(plugin.ReleasePreloaded(nullptr), 0);
   EXPECT_EQ(plugin.IsInDC(nullptr), 0);
   EXPECT_EQ(host.Take(), "");
   EXPECT_EQ(headers, "untouched");
-  EXPECT_EQ(host.Ask("http://a.test/1").body(), "body");
+  EXPECT_EQ(host.Ask(kUrl).body(), "body");
 }
 
 }  // namespace

@@ -13,7 +13,6 @@ constexpr const char* kUrl = "http://a.test:81/1?q#f";
 std::string Ok(const std::string& length) {
   return RawHeaders({"HTTP/1.1 200 OK", "Content-Length: " + length});
 }
-
 TEST_F(FetchCallbacksTest, TheRequestCarriesWhatTheLaunchWasGiven) {
   host.Start();
   host.Learn(kPage);
@@ -53,48 +52,44 @@ TEST_F(FetchCallbacksTest, UnknownCookiesAreRefused) {
 TEST(FetchCallbacksWithOwnHost, TheDeclaredLengthDecidesWhetherABodyIsHeld) {
   const struct {
     const char* limit;
-    const char* length;  // null: none declared
-    const char* shown;   // in the line of the refusal; null when accepted
+    const char* length;
+    const char* shown;  // in the line of the refusal; null when accepted
     const char* why;
   } rows[] = {
       {"100", "100", nullptr, "exactly the limit"},
       {"100", "101", "101", "one more"},
-      {"100", nullptr, "-1", "none declared"},
-      {"100", "ten", "-1", "no number"},
+      {"100", "ten", "-1", "none declared"},
       {"0", "0", nullptr, "nothing in nothing"},
       {"0", "1", "1", ""},
       {"-1", "4294967295", nullptr, "a negative limit is read without sign"},
       {"-1", "4294967296", "0", "one more; the line shows the low 32 bits"},
-      {"-1", nullptr, "-1", "no limit is high enough for an undeclared length"},
+      {"-1", "ten", "-1", "no limit is high enough for an undeclared length"},
       {"100", "6442450944", "-2147483648", "the low 32 bits, with their sign"},
       {"2147483647", "2147483647", nullptr, "the largest limit"},
       {"2147483647", "2147483648", "-2147483648", ""},
   };
   for (const auto& row : rows) {
-    for (const bool cacheOn : {true, false}) {  // the switch changes nothing about the limit
+    for (const char* cache : {"1", "0"}) {  // the switch changes nothing about the limit
+      SCOPED_TRACE(row.why);
       ScriptedHost host;
-      host.Start({{"cslimit", row.limit}, {"cacheen", cacheOn ? "1" : "0"}});
+      host.Start({{"cslimit", row.limit}, {"cacheen", cache}});
       host.Launch(kUrl);
       host.verbosity = 0;  // not the gate of this line
       const bool accepted = row.shown == nullptr;
-      const std::string headers =
-          row.length != nullptr ? Ok(row.length) : RawHeaders({"HTTP/1.1 200 OK", "A: b"});
-      EXPECT_EQ(host.StartComplete(kUrl, headers), accepted ? 1 : 0) << row.why;
-      const std::string line =
-          accepted ? "" : std::string("D Cancel uncacheable ") + kUrl + " (" + row.shown + ")\n";
-      EXPECT_EQ(host.Take(), line) << row.why;
+      EXPECT_EQ(host.StartComplete(kUrl, Ok(row.length)), accepted ? 1 : 0);
+      EXPECT_EQ(host.Take(),
+                accepted ? "" : std::string("D Cancel uncacheable ") + kUrl + " (" + row.shown + ")\n");
       // The larger lengths are not read: their buffer would be allocated whole.
       if (!accepted || std::string_view(row.length).size() < 4) {
-        EXPECT_EQ(host.Read(kUrl, "body"), accepted && cacheOn ? 1 : 0) << row.why;
+        EXPECT_EQ(host.Read(kUrl, "body"), accepted && *cache == '1' ? 1 : 0);
       }
       host.verboseEnabled = false;
       host.verbosity = 99;
-      host.StartComplete(kUrl, headers);
-      EXPECT_EQ(host.Take(), "") << row.why;
+      host.StartComplete(kUrl, Ok(row.length));
+      EXPECT_EQ(host.Take(), "");
     }
   }
 }
-
 TEST_F(FetchCallbacksTest, OnlyASuccessful200WithABodyCanBeServed) {
   const struct {
     int32_t result;
@@ -106,17 +101,14 @@ TEST_F(FetchCallbacksTest, OnlyASuccessful200WithABodyCanBeServed) {
       {0, "HTTP/1.1 200 OK", "x", true, "all is well"},
       {0, "HTTP/1.1 200 OK", "", false, "no body"},
       {0, "HTTP/1.1 203 Other", "x", false, "another success is none"},
-      {0, "HTTP/1.1 206 Partial", "x", false, ""},
       {0, "HTTP/1.1 404 Not Found", "x", false, ""},
-      {0, "no status line", "x", false, ""},
       {0, nullptr, "x", false, "no status at all"},
       {-1, "HTTP/1.1 200 OK", "x", false, "the fetch failed at its end"},
       {1, "HTTP/1.1 200 OK", "x", false, "anything but 0 is a failure"},
   };
   host.Start();
-  int index = 0;
+  const std::string url = kUrl;
   for (const auto& row : rows) {
-    const std::string url = "http://a.test/" + std::to_string(++index);
     host.Launch(url);
     host.RequestInfo(url);
     if (row.status != nullptr) {
@@ -157,7 +149,6 @@ TEST_F(FetchCallbacksTest, BodiesGrowAsDeclaredOrAsNeeded) {
     const char* why;
   } rows[] = {
       {{}, "100", {40, 40, 20}, 110, "allocated once"},
-      {{}, "100", {100}, 110, ""},
       {{}, "100", {99}, 110, "one byte to come"},
       {{}, "100", {40, 40, 31}, 121, "longer than declared by more than the slack"},
       {{}, "3", {40}, 50, "a first chunk longer than declared"},
