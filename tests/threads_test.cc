@@ -1,10 +1,10 @@
 // Five threads on one library: commands, flushes and ends of fetches on one, the other callbacks on two, the
 // network stack's queries on two. They share nothing but the library, so that a sanitizer sees its lock
 // alone. KIV_STRESS_OPERATIONS sets how many calls of the library they make in all.
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -45,8 +45,7 @@ void Made(int64_t operations) {
 
 // While it flushes, the command thread stands aside at every line that it asks to write, in the middle of its
 // walk and with the library's lock held.
-class StressHost : public ScriptedHost {
- public:
+struct StressHost : ScriptedHost {
   int VerboseLevel() override {
     if (g_flushing.load(std::memory_order_relaxed)) std::this_thread::yield();
     return 0;
@@ -93,80 +92,62 @@ void RunCallbacks(ScriptedHost& host, unsigned seed) {
   }
 }
 
-struct Checked {
-  int64_t bodies = 0;
-  int64_t duringFlush = 0;  // of these
-};
+std::atomic<int64_t> g_bodies = 0;       // that were checked
+std::atomic<int64_t> g_duringFlush = 0;  // of these
+
+void Check(int index, const Answer& answer) {
+  const std::string body = answer.body();
+  EXPECT_EQ(body.find_first_not_of(Fill(index)), std::string::npos) << Url(index);
+  EXPECT_EQ(body.size() % kChunk, 0u) << Url(index);
+  g_bodies.fetch_add(1, std::memory_order_relaxed);
+  if (g_flushing.load(std::memory_order_relaxed)) g_duringFlush.fetch_add(1, std::memory_order_relaxed);
+}
 
 // Borrows bodies, keeps them while the other threads remove and replace them, and gives them back.
-class Borrower {
- public:
-  explicit Borrower(ScriptedHost& host) : host_(host) {}
-
-  Checked Run(unsigned seed) {
-    std::mt19937 random(seed);
-    while (GoOn()) {
-      const int index = static_cast<int>(random() % kUrls);
-      const Answer answer = host_.Ask(Url(index));
-      if (answer.result == 1) {
-        lent_.emplace_back(index, answer);
-      } else if (random() % 16 == 0) {
-        host_.plugin.IsInDC(Url(index).c_str());
-      }
-      if (g_flushing.load(std::memory_order_relaxed)) CheckAll();
-      if (lent_.size() >= kLoans) GiveBack();
-      EXPECT_EQ(host_.plugin.IsPreloaderEnabled(), 1);
-      Made(2);
-      std::this_thread::yield();
+void Borrow(ScriptedHost& host, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<std::pair<int, Answer>> lent;
+  for (bool last = false; !last;) {
+    last = !GoOn();
+    const int index = static_cast<int>(random() % kUrls);
+    const Answer asked = host.Ask(Url(index));
+    if (asked.result == 1) {
+      lent.emplace_back(index, asked);
+    } else if (random() % 16 == 0) {
+      host.plugin.IsInDC(Url(index).c_str());
     }
-    GiveBack();
-    return checked_;
-  }
-
- private:
-  void CheckAll() {
-    for (const auto& [index, answer] : lent_) {
-      const std::string body = answer.body();
-      EXPECT_EQ(body.find_first_not_of(Fill(index)), std::string::npos) << Url(index);
-      EXPECT_EQ(body.size() % kChunk, 0u) << Url(index);
-      ++checked_.bodies;
-      if (g_flushing.load(std::memory_order_relaxed)) ++checked_.duringFlush;
+    EXPECT_EQ(host.plugin.IsPreloaderEnabled(), 1);
+    Made(2);
+    const bool giveBack = last || lent.size() >= kLoans;
+    if (giveBack || g_flushing.load(std::memory_order_relaxed)) {
+      for (const auto& [of, answer] : lent) Check(of, answer);
     }
+    if (giveBack) {
+      for (const auto& loan : lent) host.plugin.ReleasePreloaded(Url(loan.first).c_str());
+      Made(static_cast<int64_t>(lent.size()));
+      lent.clear();
+    }
+    std::this_thread::yield();
   }
-
-  void GiveBack() {
-    CheckAll();
-    for (const auto& loan : lent_) host_.plugin.ReleasePreloaded(Url(loan.first).c_str());
-    Made(static_cast<int64_t>(lent_.size()));
-    lent_.clear();
-  }
-
-  ScriptedHost& host_;
-  std::vector<std::pair<int, Answer>> lent_;
-  Checked checked_;
-};
-
+}
 TEST(ThreadsTest, CommandsCallbacksAndQueriesShareTheLibrary) {
   const int64_t operations = Operations();
   g_left = operations;
   StressHost host;
   host.Start({{"prlimit", "-1"}});  // flushes leave slots taken, which must not end the launches
-  Checked checked[2];
   std::thread threads[] = {
-      std::thread([&] { RunCallbacks(host, 2); }),
-      std::thread([&] { RunCallbacks(host, 3); }),
-      std::thread([&] { checked[0] = Borrower(host).Run(4); }),
-      std::thread([&] { checked[1] = Borrower(host).Run(5); }),
+      std::thread(RunCallbacks, std::ref(host), 2),
+      std::thread(RunCallbacks, std::ref(host), 3),
+      std::thread(Borrow, std::ref(host), 4),
+      std::thread(Borrow, std::ref(host), 5),
   };
   RunCommands(host);
   for (std::thread& thread : threads) thread.join();
-  const int64_t bodies = checked[0].bodies + checked[1].bodies;
-  const int64_t duringFlush = checked[0].duringFlush + checked[1].duringFlush;
   std::printf("operations %lld, bodies checked %lld, while a flush ran %lld\n",
-              static_cast<long long>(operations - g_left), static_cast<long long>(bodies),
-              static_cast<long long>(duringFlush));
-  EXPECT_GT(bodies, operations / 1000) << "too few to have met the other threads";
-  EXPECT_GT(duringFlush, 0);
+              static_cast<long long>(operations - g_left), static_cast<long long>(g_bodies),
+              static_cast<long long>(g_duringFlush));
+  EXPECT_GT(g_bodies, operations / 1000) << "too few to have met the other threads";
+  EXPECT_GT(g_duringFlush, 0);
 }
 
 }  // namespace
