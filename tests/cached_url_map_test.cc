@@ -25,7 +25,6 @@ TEST_F(CachedUrlMapTest, AStatusMarksOrForgetsAKnownUrl) {
       {{kAbsent, 5}, "D Set Cache Status: http://a.test/0(1)\n", true, ""},
       // clang-format on
   };
-  host.Start();
   for (const auto& row : rows) {
     for (const char* url : {kPage, "http://a.test/0"}) host.Send(3, 9, {url, "GET"});
     host.Take();
@@ -34,30 +33,8 @@ TEST_F(CachedUrlMapTest, AStatusMarksOrForgetsAKnownUrl) {
   }
 }
 
-TEST_F(CachedUrlMapTest, OnlyConfirmedUrlsSurviveFlushes) {
-  host.hashes = {{"http://a.test/1", 1}, {"http://a.test/2", 2}, {"http://a.test/3", 0x90000000}, {kPage, 4}};
-  host.Start();
-  for (const char* url : {"http://a.test/3", "http://a.test/2", kPage, "http://a.test/1"}) {
-    host.Send(3, 9, {url, "GET"});
-  }
-  host.Send(2, 13, {2, 1});
-  host.Send(2, 13, {4, 1});
-  host.verbosity = 3;
-  host.Take();
-  host.plugin.OnFlushDb(0);
-  EXPECT_EQ(host.Take(),
-            "I Remove from cached list: http://a.test/1 (0)\n"
-            "I Remove from cached list: http://a.test/3 (0)\n"
-            "I OnFlushDb - HostMap Size: 0, CachedUrlMap Size: 2\n");
-  host.Send(2, 13, {4, 1});  // again, after a flush
-  host.Send(2, 13, {2, 0});  // and taken back
-  host.plugin.OnFlushDb(0);
-  EXPECT_EQ(host.Take(), "I OnFlushDb - HostMap Size: 0, CachedUrlMap Size: 1\n");
-}
-
 TEST_F(CachedUrlMapTest, OfTwoUrlsWithOneHashTheFirstStays) {
   host.hashes = {{"http://first.test/", 9}, {"http://second.test/", 9}};
-  host.Start();
   host.Send(3, 9, {"http://first.test/", "GET"});
   host.Take();
   host.Send(3, 9, {"http://second.test/", "GET"});

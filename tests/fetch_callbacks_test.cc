@@ -14,7 +14,6 @@ std::string Ok(const std::string& length) {
   return RawHeaders({"HTTP/1.1 200 OK", "Content-Length: " + length});
 }
 TEST_F(FetchCallbacksTest, TheRequestCarriesWhatTheLaunchWasGiven) {
-  host.Start();
   host.Learn(kPage);
   host.Order(kUrl, kPage, 512, 0x800000);
   const auto request = host.RequestInfo(kUrl);
@@ -29,7 +28,6 @@ TEST_F(FetchCallbacksTest, TheRequestCarriesWhatTheLaunchWasGiven) {
 }
 
 TEST_F(FetchCallbacksTest, UnknownCookiesAreRefused) {
-  host.Start();
   host.Launch(kUrl);
   std::vector<void*> cookies = {host.Cookie("http://never.test/")};
   if (sizeof(void*) > 4)
@@ -51,8 +49,7 @@ TEST_F(FetchCallbacksTest, UnknownCookiesAreRefused) {
 
 TEST(FetchCallbacksWithOwnHost, TheDeclaredLengthDecidesWhetherABodyIsHeld) {
   const struct {
-    const char* limit;
-    const char* length;
+    const char *limit, *length;
     const char* shown;  // in the line of the refusal; null when accepted
     const char* why;
   } rows[] = {
@@ -106,7 +103,6 @@ TEST_F(FetchCallbacksTest, OnlyASuccessful200WithABodyCanBeServed) {
       {-1, "HTTP/1.1 200 OK", "x", false, "the fetch failed at its end"},
       {1, "HTTP/1.1 200 OK", "x", false, "anything but 0 is a failure"},
   };
-  host.Start();
   const std::string url = kUrl;
   for (const auto& row : rows) {
     host.Launch(url);
@@ -157,7 +153,6 @@ TEST_F(FetchCallbacksTest, BodiesGrowAsDeclaredOrAsNeeded) {
       {{40}, "100", {20}, 110, "the declared length counts from the start on"},
       {{40}, "100", {5}, 50, "what fits stays in place"},
   };
-  host.Start();
   int index = 0;
   for (const auto& row : rows) {
     const std::string url = "http://a.test/" + std::to_string(++index);
@@ -189,7 +184,6 @@ TEST_F(FetchCallbacksTest, BodiesGrowAsDeclaredOrAsNeeded) {
 }
 
 TEST_F(FetchCallbacksTest, TheEndGivesTheHostsSlotBackOrReportsAnUnmatchedOne) {
-  host.Start();
   host.Send(9, 1, {kUrl, 0, 1});  // keeps the host's record alive
   host.Launch(kUrl);
   EXPECT_EQ(host.Done(kUrl), 1);

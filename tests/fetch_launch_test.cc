@@ -43,7 +43,6 @@ TEST(FetchLaunchWithOwnHost, AFetchNeedsTheLoopAndThenTheHttpCache) {
 
 TEST_F(FetchLaunchTest, AUrlWithTheHashOfAnotherIsAlreadyThere) {
   host.hashes = {{kUrl, 77}, {"http://b.test/other", 77}};
-  host.Start();
   host.Launch(kUrl);
   EXPECT_EQ(Launched(host, "http://b.test/other"), "D URL is already in KIV cache http://b.test/other\n");
   host.FetchOk(kUrl, "of the first");
@@ -52,7 +51,6 @@ TEST_F(FetchLaunchTest, AUrlWithTheHashOfAnotherIsAlreadyThere) {
 
 TEST_F(FetchLaunchTest, DelayedFetchesStartInKeyOrderAndOnlyOnce) {
   host.hashes = {{"http://a.test/3", 3}, {"http://a.test/1", 1}, {"http://a.test/high", 0x80000000}};
-  host.Start();
   host.Launch("http://a.test/running");
   host.hasLoop = false;
   for (const char* url : {"http://a.test/high", "http://a.test/3", "http://a.test/1"}) host.Order(url, kPage);

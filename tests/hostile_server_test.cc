@@ -37,28 +37,21 @@ TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
       {{kOk, "Content-Length: 2097152"}, 1, 0, 0, false, "huge, and nothing comes"},
       {{kOk, "Content-Length: 2097153"}, 1, 1, 0, false, "above the limit"},
       {{kOk, "Content-Length: 4294967297"}, 1, 1, 0, false, "1 in 32 bits"},
-      {{kOk, "Content-Length: 9223372036854775808"}, 1, 1, 0, false, "one more"},
       {{kOk, "Content-Length: 18446744073709551617"}, 1, 1, 0, false, "1 in 64 bits"},
       {{kOk, "Content-Length: " + std::string(100'000, '9')}, 1, 1, 0, false, "digits without end"},
       {{kOk, "Content-Length: 10"}, 1000, 1000, 10, true, "a body without end"},
       {{kOk, "Content-Length: 0"}, 1000, 1000, 0, true, "a body where none was declared"},
       {{kOk, "Content-Length: -1"}, 1, 1, 0, false, "negative"},
-      {{kOk, "Content-Length: +1"}, 1, 1, 0, false, "with a sign"},
-      {{kOk, "Content-Length: 0x1"}, 1, 1, 0, false, ""},
       {{kOk, "Content-Length: 1, 1"}, 1, 1, 0, false, "a list"},
-      {{kOk, "Content-Length:"}, 1, 1, 0, false, "empty"},
       {{kOk, "Content-Length : 1"}, 1, 1, 1, true, "a blank before the colon"},
       {{kOk, "Content-Length: 3", "Content-Length: 3000000"}, 9, 1, 3, true, "twice: the first counts"},
       {{kOk, "Content-Length: 3000000", "Content-Length: 3"}, 9, 1, 0, false, "twice, the other way round"},
-      {{std::string(kOk) + "\nContent-Length: 1"}, 1, 1, 0, false, "lines that are one"},
       {{kOk, "Content-Length: 1", Line(1'000'000, 'x')}, 1, 1, 1, true, "a line of a megabyte"},
       {manyLinesOk, 1, 1, 1, true, "a megabyte of lines"},
       {manyLines, 1, 1, 0, false, "neither status nor length"},
       {{}, 1, 1, 0, false, "nothing at all"},
       {{"", "Content-Length: 1"}, 1, 1, 1, false, "an empty status line"},
-      {{"200 OK", "Content-Length: 1"}, 1, 1, 1, false, "no protocol"},
       {{"HTTP/1.1", "Content-Length: 1"}, 1, 1, 1, false, "no status"},
-      {{"HTTP/1.1 -200 OK", "Content-Length: 1"}, 1, 1, 1, false, "with a sign"},
       {{"HTTP/1.1 4294967496 OK", "Content-Length: 1"}, 1, 1, 1, false, "200 in 32 bits"},
       {{"Content-Length: 1", kOk}, 1, 1, 1, false, "a status line that is not the first"},
   };
@@ -86,6 +79,12 @@ TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
     EXPECT_EQ(host.Done(kUrl), 1);
     EXPECT_EQ(host.Ask(kUrl).body(), std::string(row.served ? received : 0, 'c'));
     host.plugin.ReleasePreloaded(kUrl);
+    const size_t removed = Held();
+    EXPECT_EQ(host.Done(kUrl), 0);
+    EXPECT_EQ(host.Read(kUrl, std::string(100'000, 'l')), 0);
+    EXPECT_EQ(host.RequestInfo(kUrl), nullptr);
+    EXPECT_EQ(host.StartComplete(kUrl, OkHeaders(1)), 0);
+    EXPECT_EQ(Held(), removed) << "nothing is kept for a preload that is gone";
     host.plugin.OnFlushDb(0);
     EXPECT_LE(Held(), before);
   }
@@ -95,9 +94,7 @@ TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
 TEST(HostileServerTest, CountsThatNobodyCanMeanAreRefusedUnread) {
   const struct {
     int64_t declared;
-    const char* cacheSwitch;
-    const char* url;
-    const char* why;
+    const char *cacheSwitch, *url, *why;
   } rows[] = {
       {4, "1", "http://a.test/unknown", "a bad cookie"},
       {2097153, "1", kUrl, "declared above the limit"},
@@ -151,38 +148,6 @@ TEST(HostileServerTest, LengthsAtTheEndOf32BitsAreRefusedAndLeaveTheBodyAsItWas)
     host.Done(kUrl);
     EXPECT_EQ(host.Ask(kUrl).body(), "early longer than its slack") << row.why;
     host.plugin.ReleasePreloaded(kUrl);
-  }
-}
-
-// Whatever comes after a preload was removed finds nothing, however often, and leaves nothing behind.
-TEST(HostileServerTest, CallbacksOfRemovedPreloadsHoldNothing) {
-  enum { kRelease, kFlush, kDiskCache };
-  for (const int removal : {kRelease, kFlush, kDiskCache}) {
-    for (const bool lent : {false, true}) {
-      WatchedHost host;
-      host.Start();
-      host.verbosity = 0;
-      host.Launch(kUrl);
-      const size_t launched = Held();
-      host.FetchOk(kUrl, "body");
-      const Answer loan = lent ? host.Ask(kUrl) : Answer{};
-      if (removal == kRelease) host.plugin.ReleasePreloaded(kUrl);
-      if (removal == kFlush) host.plugin.OnFlushDb(0);
-      if (removal == kDiskCache) host.plugin.IsInDC(kUrl);
-      const size_t before = Held();
-      for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(host.Done(kUrl, i), 0);
-        EXPECT_EQ(host.Read(kUrl, std::string(100'000, 'l')), 0);
-        EXPECT_EQ(host.RequestInfo(kUrl), nullptr);
-        EXPECT_EQ(host.StartComplete(kUrl, RawHeaders({"HTTP/1.1 200 OK", Line(100'000, 'l')})), 0);
-      }
-      EXPECT_EQ(Held(), before);
-      if (lent && removal != kRelease) {
-        EXPECT_EQ(loan.body(), "body");
-        host.plugin.ReleasePreloaded(kUrl);
-      }
-      EXPECT_LT(Held(), launched) << "record and body are gone";
-    }
   }
 }
 

@@ -51,7 +51,6 @@ TEST(MaintenanceWithOwnHost, AFlushRemovesEveryPreloadAndReportsTheStuckOnes) {
 }
 TEST_F(MaintenanceTest, AFlushTellsItsStoryInOrder) {
   host.hashes = {{kPage, 5}, {"http://a.test/1", 0x80000000}, {"http://b.test/2", 2}};
-  host.Start();
   host.recordQuestions = true;
   host.plugin.OnFlushDb(1);
   EXPECT_EQ(host.Take(),
@@ -60,13 +59,15 @@ TEST_F(MaintenanceTest, AFlushTellsItsStoryInOrder) {
             "D Clean URL cache done (0)\n");
   host.Launch("http://a.test/1");
   host.Order("http://b.test/2", kPage);
+  host.Send(3, 9, {"http://confirmed.test/", "GET"});
+  host.Send(2, 13, {host.Hash("http://confirmed.test/"), 1});
   host.Take();
   host.plugin.OnFlushDb(0xFFFFFFFF);
   EXPECT_EQ(host.Take(),
             "I Remove from cached list: http://b.test/2 (0)\n"
             "I Remove from cached list: http://page.test/ (0)\n"
             "I Remove from cached list: http://a.test/1 (0)\n"
-            "I OnFlushDb - HostMap Size: 1, CachedUrlMap Size: 0\n"
+            "I OnFlushDb - HostMap Size: 1, CachedUrlMap Size: 1\n"
             "SystemTime\n"
             "I OnFlushDb - Stuck preload: http://b.test/2 (0)\n"
             "I OnFlushDb - Stuck preload: http://a.test/1 (0)\n"
@@ -90,7 +91,6 @@ TEST_F(MaintenanceTest, AFlushLeavesTheSlotsOfRunningFetchesTaken) {
   }
 }
 TEST_F(MaintenanceTest, AClearForgetsUrlsAndHostsAndKeepsPreloads) {
-  host.Start();
   host.Preload("http://a.test/held", "held");
   host.Launch("http://a.test/running");
   host.maxSockets = 1;

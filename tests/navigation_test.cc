@@ -7,11 +7,9 @@ namespace {
 using NavigationTest = PluginTest;
 
 TEST_F(NavigationTest, OnlyAGetOfAUrlIsRecordedAsAPage) {
-  host.Start();
   const struct {
     Params params;
-    const char* record;
-    const char* why;
+    const char *record, *why;
   } rows[] = {
       // clang-format off
       {{nullptr, "GET", ""}, "", "a null URL"},
@@ -78,7 +76,6 @@ TEST_F(NavigationTest, ASubResourceIsRecordedAndPreloadedWhenBothNumbersSaySo) {
       {{kPage, nullptr, 0, 0, 1}, "", "a null URL"},
       {{nullptr, kUrl, 0, 0, 1}, "", "a null page"},
   };
-  host.Start();
   for (const auto& row : rows) {
     host.plugin.OnFlushDb(0);
     host.plugin.OnClearDb(0);
@@ -93,7 +90,6 @@ TEST_F(NavigationTest, ASubResourceIsRecordedAndPreloadedWhenBothNumbersSaySo) {
 }
 TEST_F(NavigationTest, WithdrawingRemovesEveryQueuedPreloadOfAKnownUrl) {
   host.hashes = {{"http://a.test/zero", 0}};  // the hash that an absent number reads as
-  host.Start();
   host.Learn(kPage);
   host.maxSockets = 1;  // everything waits
   for (const char* url : {"http://a.test/1", "http://a.test/zero", "http://a.test/2"}) {

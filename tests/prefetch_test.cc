@@ -9,8 +9,7 @@ using PrefetchTest = PluginTest;
 TEST(PrefetchWithOwnHost, APagesHeadersAreReducedToTwo) {
   const struct {
     Param headers;
-    const char* reduced;
-    const char* why;
+    const char *reduced, *why;
   } rows[] = {
       {"Accept: text/html\r\nUser-Agent: u\r\nX-Requested-With: Y\r\nCookie: c\r\n\r\n",
        "Accept: */*\r\nX-Requested-With: Y\r\n\r\n", "the rest stays out"},
@@ -35,7 +34,6 @@ TEST(PrefetchWithOwnHost, APagesHeadersAreReducedToTwo) {
 }
 
 TEST_F(PrefetchTest, ARequestSeenMarksItsUrlAndOnlyAPageTakesTheContext) {
-  host.Start();
   host.Learn(kPage);
   host.Send(3, 5, {kPage, "http://a.test/sub"});
   // Seen as a request of its own, a sub-resource lends its context to nobody.
@@ -60,7 +58,6 @@ TEST_F(PrefetchTest, ARequestSeenMarksItsUrlAndOnlyAPageTakesTheContext) {
 }
 
 TEST_F(PrefetchTest, OrdersAreQueuedUnlessTheirUrlWasSeenOrTheyNameNothingToFetchWith) {
-  host.Start();
   host.verbosity = 3;
   const uint32_t page = host.Hash("http://unknown.test/");
   const auto queued = [](const std::string& first, const std::string& url, const std::string& key) {

@@ -18,7 +18,6 @@ std::string Fetches(const std::vector<std::string>& names) {
 }
 
 TEST_F(PreloadSchedulingTest, HostsAreVisitedInByteOrderOfTheirKeys) {
-  host.Start();
   host.verbosity = 3;
   host.maxSockets = 1;  // no host is dropped
   for (const char* url :
@@ -105,7 +104,6 @@ TEST_F(PreloadSchedulingTest, FinishedPreloadsMakeRoomUnderTheLimit) {
   EXPECT_EQ(host.Take(), Fetches({"5", "6"}));
 }
 TEST_F(PreloadSchedulingTest, WhatIsNotLaunchedCostsNoSlotAndIsNotQueuedAgain) {
-  host.Start();
   host.Learn(kPage);
   host.Send(3, 9, {"http://no-context.test/", "GET"});
   host.maxSockets = 1;
@@ -157,7 +155,6 @@ TEST(PreloadSchedulingWithOwnHost, TheFetchersAnswerAndTheCacheDecideWhatCountsA
   }
 }
 TEST_F(PreloadSchedulingTest, AResourceIsFetchedWithItsPagesContextAndHeadersAndItsOwnFlags) {
-  host.Start();
   const uint32_t flags[] = {0, 0x801234, 0x80000001};
   for (const int i : {1, 2}) {
     const std::string page = "http://" + std::to_string(i) + ".test/";

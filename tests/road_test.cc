@@ -14,7 +14,6 @@ using RoadTest = PluginTest;
 constexpr const char* kScript = "http://a.test/script.js";
 
 TEST_F(RoadTest, APageLoadLearnsPreloadsAndServes) {
-  host.Start();
   host.verbosity = 0;
   host.Learn(kPage);
   for (int id = 1; id <= 5; ++id) host.Send(9, 1, {"http://a.test/own" + std::to_string(id), 0, id});

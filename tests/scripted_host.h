@@ -164,9 +164,11 @@ class ScriptedHost : public corvane::Host {
   std::string record_;
 };
 
-// A test with a host whose library was loaded just now.
+// A test with a host whose library was loaded just now, and started with no property set.
 class PluginTest : public testing::Test {
  protected:
+  PluginTest() { host.Start(); }
+
   ScriptedHost host;
 };
 

@@ -20,8 +20,7 @@ void ExpectReadable([[maybe_unused]] const Answer& lent, [[maybe_unused]] bool r
 #endif
 }
 
-TEST_F(ServingTest, AHeldResponseIsServedUntilItIsReleased) {
-  host.Start();
+TEST_F(ServingTest, AHeldResponseIsServedUntilItIsReleasedOrReportedAsInTheDiskCache) {
   host.Preload(kUrl, std::string("b\0dy", 4), {"Content-Type: image/png"});
   for (int i = 0; i < 2; ++i) {
     const Answer answer = host.Ask(kUrl);
@@ -38,10 +37,6 @@ TEST_F(ServingTest, AHeldResponseIsServedUntilItIsReleased) {
             "D Get preloaded URL: http://a.test/1 (4)\n"
             "D Get preloaded URL: http://a.test/1 (4)\n"
             "D Release preloaded URL: http://a.test/1\n");
-}
-
-TEST_F(ServingTest, ItIsReportedAsInTheDiskCacheOnceAndDropped) {
-  host.Start();
   host.Preload(kUrl, "body");
   EXPECT_EQ(host.plugin.IsInDC("http://a.test/other"), 0);
   EXPECT_EQ(host.plugin.IsInDC(kUrl), 1);
@@ -52,7 +47,6 @@ TEST_F(ServingTest, ItIsReportedAsInTheDiskCacheOnceAndDropped) {
 
 TEST_F(ServingTest, WhatIsNotCompleteIsNotServedButCanBeReleased) {
   enum { kPending, kDelayed, kRunning, kRunningAgain, kFailed };
-  host.Start();
   host.Learn(kPage);
   for (const int state : {kPending, kDelayed, kRunning, kRunningAgain, kFailed}) {
     SCOPED_TRACE(state);
@@ -92,7 +86,6 @@ TEST_F(ServingTest, AResponseThatMentionsHtmlIsRefusedAfterItsHeadersWereCopied)
       {"Content-Type: TEXT/HTML", false},
       {"Content-Type: text /html", false},
   };
-  host.Start();
   host.verbosity = 0;
   for (const auto& row : rows) {
     host.Preload(kUrl, "body", {row.header});
@@ -107,7 +100,6 @@ TEST_F(ServingTest, AResponseThatMentionsHtmlIsRefusedAfterItsHeadersWereCopied)
 }
 
 TEST_F(ServingTest, TheSwitchesAndTheLimitAreAskedAnew) {
-  host.Start();
   for (const char* url : {kUrl, "http://a.test/2"}) host.Preload(url, "body");
   host.Start({{"cslimit", "3"}});
   EXPECT_EQ(host.Ask(kUrl).result, 0) << "four bytes were declared";
@@ -136,7 +128,6 @@ TEST_F(ServingTest, ALentBodyStaysReadableUntilItsLastLoanIsReturned) {
       {"a flush and a new preload of the URL", [&] { flush(), host.Preload(kUrl, "other"); }},
       // clang-format on
   };
-  host.Start();
   for (const auto& row : rows) {
     host.plugin.ReleasePreloaded(kUrl);
     host.Preload(kUrl, "body");
@@ -153,7 +144,6 @@ TEST_F(ServingTest, ALentBodyStaysReadableUntilItsLastLoanIsReturned) {
 }
 
 TEST_F(ServingTest, AReleaseReturnsOneLoanAndRemovesTheNewPreloadOfItsUrlToo) {
-  host.Start();
   host.Preload(kUrl, "old");
   const Answer old = host.Ask(kUrl);
   EXPECT_EQ(host.plugin.IsInDC(kUrl), 1);

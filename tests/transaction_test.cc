@@ -31,7 +31,6 @@ TEST_F(TransactionTest, TransactionsAreCountedByIdAndHost) {
       // clang-format on
   };
   host.verbosity = 3;
-  host.Start();
   for (const auto& row : rows) {
     for (const Step& step : row.steps) EXPECT_EQ(host.Send(9, step.action, step.params), 1);
     host.Take();
@@ -44,7 +43,6 @@ TEST_F(TransactionTest, TransactionsAreCountedByIdAndHost) {
 }
 
 TEST_F(TransactionTest, AStartWritesItsLineAndRunsNoPass) {
-  host.Start();
   host.Learn(kPage);
   host.maxSockets = 1;
   host.Order("http://b.test/waits", kPage);
@@ -62,7 +60,6 @@ TEST_F(TransactionTest, AStartWritesItsLineAndRunsNoPass) {
 }
 
 TEST_F(TransactionTest, AStartDropsTheQueuedPreloadsOfItsUrl) {
-  host.Start();
   host.Learn(kPage);
   host.maxSockets = 1;
   for (const char* url : {kUrl, "http://a.test/2", kUrl, "http://a.test/3", kUrl}) host.Order(url, kPage);
@@ -80,7 +77,6 @@ TEST_F(TransactionTest, AStartDropsTheQueuedPreloadsOfItsUrl) {
 
 TEST_F(TransactionTest, TheEndDropsAnIdleHostOnlyWhenASocketIsFree) {
   host.verbosity = 3;
-  host.Start();
   host.maxSockets = 1;
   host.Send(9, 1, {kUrl, 0, 1});
   const char* const line = "I Check Preload (a.test:80) - Active:0, In Preload Queue:0\n";
