@@ -101,13 +101,14 @@ TEST_F(EntryPointsTest, ItNamesItselfAndRefusesNullArguments) {
   EXPECT_EQ(plugin.FetchStartComplete(cookie, &noHeaders), 0);
   EXPECT_EQ(plugin.FetchReadComplete(nullptr, "x", 1), 0);
   EXPECT_EQ(plugin.FetchReadComplete(cookie, nullptr, 1), 0);
-  EXPECT_EQ(plugin.FetchReadComplete(cookie, "x", 0), 0);
-  EXPECT_EQ(plugin.FetchReadComplete(cookie, "x", -1), 0);
+  for (const int count : {0, -1}) EXPECT_EQ(plugin.FetchReadComplete(cookie, "x", count), 0);
   EXPECT_EQ(plugin.FetchDone(nullptr, 0), 0);
-  EXPECT_EQ(plugin.IsPreloaded(nullptr, &headers, &body, &length), 0);
-  EXPECT_EQ(plugin.IsPreloaded(kUrl, nullptr, &body, &length), 0);
-  EXPECT_EQ(plugin.IsPreloaded(kUrl, &headers, nullptr, &length), 0);
-  EXPECT_EQ(plugin.IsPreloaded(kUrl, &headers, &body, nullptr), 0);
+  for (int null = 0; null < 4; ++null) {
+    EXPECT_EQ(plugin.IsPreloaded(null == 0 ? nullptr : kUrl, null == 1 ? nullptr : &headers,
+                                 null == 2 ? nullptr : &body, null == 3 ? nullptr : &length),
+              0)
+        << null;
+  }
   EXPECT_EQ(plugin.ReleasePreloaded(nullptr), 0);
   EXPECT_EQ(plugin.IsInDC(nullptr), 0);
   EXPECT_EQ(host.Take(), "");

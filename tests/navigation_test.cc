@@ -19,7 +19,7 @@ TEST_F(NavigationTest, OnlyAGetOfAUrlIsRecordedAsAPage) {
       {{kPage, "get", ""}, "D Not GET method: http://page.test/\n", "case counts"},
       {{kPage, "GE", ""}, "D Not GET method: http://page.test/\n", "one letter less"},
       {{kPage, "GET ", ""}, "D Not GET method: http://page.test/\n", "one letter more"},
-      {{kPage, "GET"}, "D Main URL: http://page.test/\nD Add to Cache Reflector: http://page.test/\n", "the first GET"},
+      {{kPage, "GET"}, "D Main URL: http://page.test/\nD Add to Cache Reflector: http://page.test/\n", "a GET"},
       // clang-format on
       {{kPage, "GET"}, "", "known now, and bypass is off"},
   };

@@ -162,12 +162,13 @@ TEST(RoadWithOwnHost, EveryLineHasItsPriorityAndItsGate) {
            "D Main URL: ", "D Not GET method: ", "I Delayed preload : ", "D Start NET trans (", "D NET trans (",
            "I Set For Preload (", "I Check Preload (", "I Do Preload - ", "I Skip URL with undefined context ",
            "D URL is already in KIV cache ", "D Delayed Fetch: ", "D Process Delayed Fetch: ",
-           "W No Prefetch Headers or Context: ", "I Bypass: ", "I Prefetch: ", "D Fetch Request Info - bad cookie.",
-           "D Fetch Start Complete - bad cookie.", "D Fetch Read Complete - bad cookie.", "D Fetch Done - bad cookie.",
+           "W No Prefetch Headers or Context: ", "I Bypass: ", "I Prefetch: ", "D Fetch Request Info - bad cookie.\n",
+           "D Fetch Start Complete - bad cookie.\n", "D Fetch Read Complete - bad cookie.\n",
+           "D Fetch Done - bad cookie.\n",
            "W Unbalanced preloading: ", "W ignoring HTML resource: ", "D Get preloaded URL: ",
            "D Release preloaded URL: ", "D URL preloaded to DC: ", "D Set Cache Status: ",
            "D Add to Cache Reflector: ", "I Remove from cached list: ", "I OnFlushDb - HostMap Size: ",
-           "I OnFlushDb - Stuck preload: ", "D Clean URL cache done (", "I OnClearDb"}) {
+           "I OnFlushDb - Stuck preload: ", "D Clean URL cache done (", "I OnClearDb\n"}) {
     // clang-format on
     EXPECT_NE(("\n" + all).find(std::string("\n") + line), std::string::npos) << line;
   }
