@@ -82,10 +82,12 @@ TEST(HarReader, RefusesWhatIsNoHar) {
       {"{'log': {\n 'entries': [{'time': 1, 2}]}}", "line 2, column 26 (byte 35): not JSON"},
       {"{'log': {'entries': [", "line 1, column 22 (byte 21): it ends before its objects and arrays are closed"},
       {"{'log': {'entries': [{'time': '1", "line 1, column 33 (byte 32): it ends inside a string"},
-      {"{'log': {\n'a\\'': 'b\tc', 'entries': []}}", "line 2, column 10 (byte 19): a control character inside a string"},
+      {"{'log': {\n'a\\'': 'b\tc', 'entries': []}}",
+       "line 2, column 10 (byte 19): a control character inside a string"},
       {"{'log': {'a\xc3\xa9': 'b\xe9g'}}", "line 1, column 19 (byte 18): not UTF-8"},
       {"\xef\xbb\xbf{'log': {'a': '\xff'}}", "line 1, column 19 (byte 18): not UTF-8"},
-      {"{'log': {'entries': []}}\n{}", "line 2, column 1 (byte 25): there is more after the end of the JSON document"},
+      {"{'log': {'entries': []}}\n{}",
+       "line 2, column 1 (byte 25): there is more after the end of the JSON document"},
       {"[]", "no HAR: the JSON document is not an object"},
       {"{'entries': []}", "no HAR: it has no log"},
       {"{'log': []}", "no HAR: log is not an object"},
@@ -136,7 +138,8 @@ TEST(HarReader, SkipsWhatCannotBeReplayed) {
   const auto withStatus = [](const std::string& status) { return RowOf("", "", "'status': " + status); };
   const std::map<std::string, std::vector<std::string>> cases = {
       // clang-format off
-      {"no URL", {withUrl(""), "{'request': {'url': 7}, 'response': {}}", "null, 7, [], {'request': null, 'response': []}"}},
+      {"no URL", {withUrl(""), "{'request': {'url': 7}, 'response': {}}",
+       "null, 7, [], {'request': null, 'response': []}"}},
       {"data: URL", {withUrl("data:image/png;base64,AAAA")}},
       {"about: URL", {withUrl("about:blank")}},
       {"blob: URL", {withUrl("blob:http://a.test/1")}},
@@ -224,7 +227,8 @@ TEST(HarReader, PutsRowsIntoPages) {
       {"an undated row follows the one before it", "",
        {{"a", no}, {"b", "00:05"}, {"c", "00:06"}, {"d", no}, {"e", "00:07"}}, {": a@0 b@0 c@1000 d@1000 e@2000"}},
       {"a date that is years off counts for none", "",
-       {{"a", "00:05"}, {"b", "00:06"}, {"c", "1970-01-01T00:00:00Z"}, {"d", "00:07"}}, {": a@0 b@1000 c@1000 d@2000"}},
+       {{"a", "00:05"}, {"b", "00:06"}, {"c", "1970-01-01T00:00:00Z"}, {"d", "00:07"}},
+       {": a@0 b@1000 c@1000 d@2000"}},
       {"nothing to replay", first, {}, {}},
       // clang-format on
   };
@@ -367,7 +371,8 @@ TEST(HarReader, CleansHeaders) {
         {'name': 'x', 'value': '3'}, {'name': 'Empty'}, {'name': 'Odd', 'value': '\u00e9\ud800'}, 7], )",
                                         R"('status': 200, 'statusText': 'O\nK', 'headers': [
         {'name': ':status', 'value': '200'}, {'name': 'Cache-Control', 'value': 'max-age=60\nprivate'},
-        {'name': 'A:b', 'value': 'x'}, {'name': 'Set-Cookie', 'value': 'a'}, {'name': 'Set-Cookie', 'value': 'b\u0000c\r'},
+        {'name': 'A:b', 'value': 'x'}, {'name': 'Set-Cookie', 'value': 'a'},
+        {'name': 'Set-Cookie', 'value': 'b\u0000c\r'},
         {'name': 'Content-Type', 'value': 'text/CSS ; charset=x'}, {'name': 'Content-Length', 'value': '12'}],
         'content': {'mimeType': 'x-unknown'})"));
   EXPECT_EQ(request.requestHeaders,
