@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "net/http/http_request_info.h"
 #include "net/http/http_response_headers.h"
@@ -29,9 +30,9 @@ struct OwnCommand : CorvaneCmd {
     paramsBegin = paramsEnd = places;
   }
   OwnCommand& Add(uintptr_t value) {
-    params[paramsEnd - paramsBegin].value = value;
-    places[paramsEnd - paramsBegin] = &params[paramsEnd - paramsBegin];
-    ++paramsEnd;
+    CorvaneCmdParam*& place = places[paramsEnd++ - paramsBegin];
+    place = &params[&place - places];
+    place->value = value;
     return *this;
   }
   OwnCommand& Add(const void* pointer) { return Add(reinterpret_cast<uintptr_t>(pointer)); }
@@ -39,49 +40,31 @@ struct OwnCommand : CorvaneCmd {
   CorvaneCmdParam params[5];
   CorvaneCmdParam* places[5];
 };
+OwnCommand& Own(CorvaneCmd* cmd) {
+  return *static_cast<OwnCommand*>(cmd);
+}
 
 }  // namespace
 
-uint32_t CorvaneHash(const char* url) {
-  return static_cast<uint32_t>(std::strlen(url));  // enough to tell the three URLs below apart
-}
-void CorvaneGetHostPortFromUrl(const std::string& url, std::string& hostPort) {
-  hostPort = url.substr(0, url.find('/'));
-}
-int CorvaneFetch(void* cookie, net::URLRequestContext* context) {
-  g_record += "fetch " + std::to_string(reinterpret_cast<uintptr_t>(cookie)) +
-              (context != nullptr ? "\n" : " bare\n");
-  return 5;
-}
-void* CorvaneGetIoMessageLoop() {
-  return &g_something;
-}
-void* CorvaneGetHttpCache() {
-  return &g_something;
-}
-int CorvaneGetMaxSocketsPerGroup() {
-  return 3;
-}
-base::Time CorvaneGetSystemTime() {
-  return base::Time::FromInternalValue(7);
-}
-int CorvaneGetTimeDeltaInMs(const base::Time& from, const base::Time& to) {
-  return from == to ? 120001 : 0;
-}
-int CorvaneGetVerboseLevel() {
-  return 3;
-}
-bool CorvaneIsVerboseEnabled() {
-  return false;
-}
+// clang-format off
+uint32_t CorvaneHash(const char* url) { return static_cast<uint32_t>(std::strlen(url)); }  // tells the URLs below apart
+void CorvaneGetHostPortFromUrl(const std::string& url, std::string& hostPort) { hostPort = url.substr(0, url.find('/')); }
+void* CorvaneGetIoMessageLoop() { return &g_something; }
+void* CorvaneGetHttpCache() { return &g_something; }
+int CorvaneGetMaxSocketsPerGroup() { return 3; }
+base::Time CorvaneGetSystemTime() { return base::Time::FromInternalValue(7); }
+int CorvaneGetTimeDeltaInMs(const base::Time& from, const base::Time& to) { return from == to ? 120001 : 0; }
+int CorvaneGetVerboseLevel() { return 3; }
+bool CorvaneIsVerboseEnabled() { return false; }
 CorvaneCmd* CorvaneCmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int) {
   return new OwnCommand(type, action);
 }
-void CorvaneCmdAddParamAsUint32(CorvaneCmd* cmd, unsigned int number) {
-  static_cast<OwnCommand*>(cmd)->Add(uintptr_t{number});
-}
-void CorvaneCmdAddParamAsString(CorvaneCmd* cmd, const char* text) {
-  static_cast<OwnCommand*>(cmd)->Add(text);  // its one text outlives the command here
+void CorvaneCmdAddParamAsUint32(CorvaneCmd* cmd, unsigned int number) { Own(cmd).Add(uintptr_t{number}); }
+void CorvaneCmdAddParamAsString(CorvaneCmd* cmd, const char* text) { Own(cmd).Add(text); }  // outlives it here
+// clang-format on
+int CorvaneFetch(void* cookie, net::URLRequestContext* context) {
+  g_record += "fetch " + std::to_string(reinterpret_cast<uintptr_t>(cookie)) + (context ? "\n" : " bare\n");
+  return 5;
 }
 void CorvaneCmdCommitDelayed(CorvaneCmd* cmd, unsigned int delay) {
   g_record += "commit " + std::to_string(delay) + "\n";
@@ -106,20 +89,13 @@ extern "C" __attribute__((format(printf, 4, 5))) int __android_log_buf_print(int
 
 namespace {
 
-// Ends the program when something is not as it should be.
-void Require(bool holds, int line) {
-  if (holds) return;
-  std::fprintf(stderr, "foreign_host: line %d does not hold; recorded:\n%s", line, g_record.c_str());
-  std::exit(1);
-}
-
 bool Recorded(const char* expected) {
-  if (g_record != expected) return false;
-  g_record.clear();
-  return true;
+  return std::exchange(g_record, {}) == expected;
 }
 
-#define REQUIRE(condition) Require((condition), __LINE__)
+// Ends the program when something is not as it should be.
+#define REQUIRE(condition) \
+  if (!(condition)) std::fprintf(stderr, "foreign_host: line %d does not hold\n", __LINE__), std::exit(1)
 #define FIND(name) (reinterpret_cast<decltype(&name)>(dlsym(library, #name)))
 
 void WalkTheRoad(void* library) {

@@ -33,7 +33,6 @@ net::HttpResponseHeaders Headers(const std::string& lines) {
   return net::HttpResponseHeaders(raw);
 }
 
-// A complete answer that can be preloaded, or with other header lines.
 net::HttpResponseHeaders Ok(const std::string& lines = "Content-Length: 4") {
   return Headers("HTTP/1.1 200 OK\n" + lines);
 }
@@ -69,28 +68,25 @@ struct ScriptedTransport : Transport {
 };
 
 struct RecordingClient : LoadClient {
-  Lines heard;
+  std::string heard;
 
   void OnResponse(const net::HttpResponseHeaders& headers) override {
-    heard.push_back("response " + std::to_string(headers.response_code()));
+    heard += std::to_string(headers.response_code());
   }
-  void OnPreloadedBody(const std::string&, const std::string& body) override {
-    heard.push_back("body " + body);
-  }
-  void OnDone(int32_t result) override { heard.push_back("done " + std::to_string(result)); }
+  void OnPreloadedBody(const std::string&, const std::string& body) override { heard += " " + body; }
+  void OnDone(int32_t result) override { heard += " done " + std::to_string(result); }
 };
 
 class HostTest : public testing::Test {
  protected:
   HostTest() {
     log.clear();
+    warnings = 0;
     android_log::SetSink([](int, int priority, const char*, const char* text) {
-      constexpr std::string_view kPrefix = "netstack: KIV_PROC - ";
       if (priority >= ANDROID_LOG_WARN) ++warnings;
-      log.push_back(std::string(text).substr(kPrefix.size()));
+      log.push_back(std::string(text).substr(std::string_view("netstack: KIV_PROC - ").size()));
       EXPECT_EQ(log.back().find("bad cookie"), std::string::npos) << "a fetch outlived its preload";
     });
-    warnings = 0;
   }
   ~HostTest() override {
     EXPECT_EQ(warnings, 0);
@@ -98,21 +94,19 @@ class HostTest : public testing::Test {
   }
 
   // The library anew, with a host around it.
-  void Start(HostSettings settings = {}, const Properties& properties = {}) {
+  void Start(HostSettings settings = {}, const Properties& properties = {}, bool stackIsUp = true) {
     settings.verboseLevel = 4;
     for (const char* name : kSwitches) property_set(name, nullptr);
     for (const auto& [name, value] : properties) property_set(name, value);
     clock.Run();  // the host has to outlive its tasks
     stack.reset();
     corvane.reset();
+    transport.transfers.clear();
     library.emplace(KIV_PLUGIN_PATH);
     corvane.emplace(library->Functions(), clock, transport, settings);
     stack.emplace(*corvane, clock, transport);
     corvane->Start();
-  }
-  void StartUp(HostSettings settings = {}, const Properties& properties = {}) {
-    Start(settings, properties);
-    corvane->NetworkStackIsUp();
+    if (stackIsUp) corvane->NetworkStackIsUp();
   }
 
   void Request(const std::string& url = kPage) {
@@ -127,23 +121,26 @@ class HostTest : public testing::Test {
     corvane->ResourceSeen(Url(name), kind, method);
     corvane->ResponseSeen(Url(name), headers);
   }
-  // A first visit that teaches these, all alike.
-  void Learn(const Lines& names) {
+  // A first visit that teaches these, all alike, and the page once more.
+  void LearnAndRequest(const Lines& names) {
     Request();
     for (const std::string& name : names) See(name);
     corvane->PageLeft();
+    Request();
   }
   static std::string Url(const std::string& name) { return "http://s.test/" + name; }
   PreloadRecord& Record(const std::string& name) { return *corvane->FindRecord(Url(name)); }
 
-  // The transfer at a place gets this response, four bytes, and its end.
+  // The transfer at a place gets this response, these bytes, and its end.
   void Answer(size_t place, const std::string& body = "body",
               const net::HttpResponseHeaders& headers = Ok()) {
+    transport.transfers.at(place).client->OnResponse(headers);
+    if (!transport.IsCancelled(place)) Finish(place, body);
+  }
+  void Finish(size_t place, const std::string& body = "body", int32_t result = kOk) {
     TransferClient* const client = transport.transfers.at(place).client;
-    client->OnResponse(headers);
-    if (transport.IsCancelled(place)) return;
-    client->OnBody(body.data(), static_cast<int32_t>(body.size()));
-    if (!transport.IsCancelled(place)) client->OnDone(kOk);
+    if (!body.empty()) client->OnBody(body.data(), static_cast<int32_t>(body.size()));
+    if (!transport.IsCancelled(place)) client->OnDone(result);
     clock.Run();
   }
   Load Get(const std::string& name, RecordingClient& client) {
@@ -169,28 +166,31 @@ class HostTest : public testing::Test {
 };
 
 TEST_F(HostTest, OrdersWhatIsWorthItByKindThenByPosition) {
-  StartUp();
+  Start();
+  using Kind = ResourceKind;
+  using Why = NotOrdered;
+  // clang-format off
   const struct {
     const char* name;
-    ResourceKind kind;
+    Kind kind;
     net::HttpResponseHeaders headers;
-    NotOrdered why;
+    Why why;
     const char* method = "GET";
   } rows[] = {
-      {"image", ResourceKind::Image, Ok(), NotOrdered::None},
-      {"data", ResourceKind::Data, Ok(), NotOrdered::None},
-      {"font", ResourceKind::Font, Ok(), NotOrdered::None},
-      {"post", ResourceKind::Data, Ok(), NotOrdered::NotGet, "POST"},
-      {"fresh", ResourceKind::Script, Ok(), NotOrdered::FreshInDiskCache},
-      {"missing", ResourceKind::Image, Headers("HTTP/1.1 404 No\nContent-Length: 4"),
-       NotOrdered::StatusNot200},
-      {"frame", ResourceKind::Document, Ok("Content-Length: 4\nContent-Type: text/html"), NotOrdered::Html},
-      {"chunked", ResourceKind::Script, Ok("Transfer-Encoding: chunked"), NotOrdered::NoDeclaredLength},
-      {"large", ResourceKind::Image, Ok("Content-Length: 2097152"), NotOrdered::None},
-      {"too-large", ResourceKind::Image, Ok("Content-Length: 2097153"), NotOrdered::OverSizeLimit},
-      {"sheet", ResourceKind::Stylesheet, Ok(), NotOrdered::None},
-      {"script", ResourceKind::Script, Ok(), NotOrdered::None},
+      {"image", Kind::Image, Ok(), Why::None},
+      {"data", Kind::Data, Ok(), Why::None},
+      {"font", Kind::Font, Ok(), Why::None},
+      {"post", Kind::Data, Ok(), Why::NotGet, "POST"},
+      {"fresh", Kind::Script, Ok(), Why::FreshInDiskCache},
+      {"missing", Kind::Image, Headers("HTTP/1.1 404 No\nContent-Length: 4"), Why::StatusNot200},
+      {"frame", Kind::Document, Ok("Content-Length: 4\nContent-Type: text/html"), Why::Html},
+      {"chunked", Kind::Script, Ok("Transfer-Encoding: chunked"), Why::NoDeclaredLength},
+      {"large", Kind::Image, Ok("Content-Length: 2097152"), Why::None},
+      {"too-large", Kind::Image, Ok("Content-Length: 2097153"), Why::OverSizeLimit},
+      {"sheet", Kind::Stylesheet, Ok(), Why::None},
+      {"script", Kind::Script, Ok(), Why::None},
   };
+  // clang-format on
   Request();
   for (const auto& row : rows) See(row.name, row.kind, row.headers, row.method);
   corvane->PageLeft();
@@ -198,25 +198,24 @@ TEST_F(HostTest, OrdersWhatIsWorthItByKindThenByPosition) {
   Request();
   EXPECT_EQ(Ordered(), "font sheet script data image large ");
   for (const auto& row : rows) EXPECT_EQ(Record(row.name).notOrdered, row.why) << row.name;
-  See("rare", ResourceKind::Script);  // 1 of 2 visits
+  See("rare", Kind::Script);  // 1 of 2 visits
   corvane->PageLeft();
   Request();
   EXPECT_EQ(Ordered(), "rare font sheet script data image large ");
   corvane->PageLeft();
   Request();  // 1 of 3; the others 1 of 3 as well
   EXPECT_EQ(Ordered(), "");
-  EXPECT_EQ(Record("rare").notOrdered, NotOrdered::SeenTooSeldom);
+  EXPECT_EQ(Record("rare").notOrdered, Why::SeenTooSeldom);
   clock.Run();
   EXPECT_EQ(corvane->UnansweredCount(), 0u);
 }
 
 TEST_F(HostTest, OrdersNothingWithoutContextOrWhileSwitchedOff) {
-  for (const char* off : {"net.cv.kiv.on", "net.cv.kiv.cacheen", "net.cv.kiv.preloaderen", ""}) {
-    StartUp({}, *off != '\0' ? Properties{{off, "0"}} : Properties{});
-    Learn({"a"});
-    hasContext = *off != '\0';
-    Request();
-    EXPECT_EQ(Record("a").notOrdered, *off != '\0' ? NotOrdered::SwitchedOff : NotOrdered::NoContext) << off;
+  for (const std::string off : {"net.cv.kiv.on", "net.cv.kiv.cacheen", "net.cv.kiv.preloaderen", ""}) {
+    Start({}, off.empty() ? Properties{} : Properties{{off.c_str(), "0"}});
+    hasContext = !off.empty();
+    LearnAndRequest({"a"});
+    EXPECT_EQ(Record("a").notOrdered, hasContext ? NotOrdered::SwitchedOff : NotOrdered::NoContext) << off;
     EXPECT_EQ(Ordered(), "");
   }
 }
@@ -224,18 +223,15 @@ TEST_F(HostTest, OrdersNothingWithoutContextOrWhileSwitchedOff) {
 // Each end of a fetch frees a slot, and has to be followed by a pass that uses it.
 TEST_F(HostTest, OnePreloadAfterTheOtherWhateverTheirEnds) {
   for (const bool announce : {true, false}) {
-    transport.transfers.clear();
-    StartUp({.announcePreloads = announce}, {{"net.cv.kiv.prlimit", "1"}});
-    Learn({"ok", "refused", "failed", "empty", "last"});
-    Request();
+    Start({.announcePreloads = announce}, {{"net.cv.kiv.prlimit", "1"}});
+    LearnAndRequest({"ok", "refused", "failed", "empty", "last"});
     clock.Run();
     ASSERT_EQ(transport.Urls(), " p:ok");
     Answer(0);
     Answer(1, "", Ok("Transfer-Encoding: chunked"));
     EXPECT_TRUE(transport.IsCancelled(1)) << "nobody waits for it";
     clock.Run();
-    transport.transfers.at(2).client->OnDone(-7);
-    clock.Run();
+    Finish(2, "", -7);
     Answer(3, "", Ok("Content-Length: 0"));
     Answer(4);
     EXPECT_EQ(transport.Urls(), " p:ok p:refused p:failed p:empty p:last");
@@ -250,105 +246,80 @@ TEST_F(HostTest, OnePreloadAfterTheOtherWhateverTheirEnds) {
 // One request joins before the fetcher has begun, one while it runs, one when the response is there.
 TEST_F(HostTest, ARunningPreloadIsJoinedAndHurried) {
   const struct {
-    const char* why;
     net::HttpResponseHeaders headers;
     LoadSource third;
-    Lines first, others;
+    const char *first, *others;
   } rows[] = {
-      {"held, and handed out once",
-       Ok(),
-       LoadSource::Joined,
-       {"response 200", "body body", "done 0"},
-       {"response 200", "done 0"}},
-      {"refused by the plugin: goes on for those who wait",
-       Ok("A: b"),
-       LoadSource::Network,
-       {"response 200", "done 0"},
-       {"response 200", "done 0"}},
-      {"complete, but not held",
-       Headers("HTTP/1.1 404 No\nContent-Length: 4"),
-       LoadSource::Joined,
-       {"response 404", "done 0"},
-       {"response 404", "done 0"}},
+      {Ok(), LoadSource::Joined, "200 body done 0", "200 done 0"},    // held, and handed out once
+      {Ok("A: b"), LoadSource::Network, "200 done 0", "200 done 0"},  // refused: goes on for those who wait
+      {Headers("HTTP/1.1 404 No\nContent-Length: 4"), LoadSource::Joined, "404 done 0", "404 done 0"},
   };
   for (const auto& row : rows) {
-    transport.transfers.clear();
-    StartUp();
-    Learn({"a", "b"});
-    Request();
+    SCOPED_TRACE(row.first);
+    Start();
+    LearnAndRequest({"a", "b"});
     RecordingClient first, second, third;
     EXPECT_EQ(Get("a", first).source, LoadSource::Joined);
     clock.Run();
-    EXPECT_EQ(transport.Urls(), " b:a p:b") << row.why;
+    EXPECT_EQ(transport.Urls(), " b:a p:b");
     EXPECT_EQ(Get("a", second).source, LoadSource::Joined);
     transport.transfers[0].client->OnResponse(row.headers);
-    EXPECT_EQ(first.heard.size(), 1u);
+    EXPECT_EQ(first.heard.size(), 3u);
     EXPECT_EQ(Get("a", third).source, row.third);
-    EXPECT_EQ(third.heard, Lines{}) << "never from inside";
+    EXPECT_EQ(third.heard, "") << "never from inside";
     clock.Run();
     ASSERT_FALSE(transport.IsCancelled(0));
-    transport.transfers[0].client->OnBody("body", 4);
-    transport.transfers[0].client->OnDone(kOk);
-    clock.Run();
-    EXPECT_EQ(first.heard, row.first) << row.why;
-    EXPECT_EQ(second.heard, row.others) << row.why;
-    EXPECT_EQ(third.heard, row.third == LoadSource::Joined ? row.others : Lines{}) << row.why;
+    Finish(0);
+    EXPECT_EQ(first.heard, row.first);
+    EXPECT_EQ(second.heard, row.others);
+    EXPECT_EQ(third.heard, row.third == LoadSource::Joined ? row.others : "");
     EXPECT_EQ(Get("b", second).source, LoadSource::Joined);
     EXPECT_EQ(transport.Urls(1).substr(0, 4), " b:b");
   }
-  StartUp({.joinRunning = false});
-  Learn({"a"});
-  Request();
+  Start({.joinRunning = false});
+  LearnAndRequest({"a"});
   RecordingClient client;
   EXPECT_EQ(Get("a", client).source, LoadSource::Network);
 }
 
 // What ran, waited or was held on a page that is left must neither reach the next one nor cost it a slot.
 TEST_F(HostTest, AFlushLeavesNothingBehind) {
-  for (const bool announce : {true, false}) {
-    for (const bool confirmed : {false, true}) {
-      transport.transfers.clear();
-      StartUp({.announcePreloads = announce}, {{"net.cv.kiv.prlimit", "2"}});
-      Learn({"a", "b", "c", "d"});
-      Request();
-      if (confirmed) corvane->CacheStatus(kPage, true);  // then a flush does not forget the page's context
-      RecordingClient joined, own;
-      EXPECT_EQ(Get("own", own).source, LoadSource::Network);
-      EXPECT_EQ(Get("a", joined).source, LoadSource::Joined);
-      clock.Run();
-      ASSERT_EQ(transport.Urls(), " b:own b:a p:b");
-      transport.transfers[1].client->OnResponse(Ok());
-      log.clear();
-      Request();
-      EXPECT_EQ(Ordered(), "a b c d ");
-      EXPECT_TRUE(transport.IsCancelled(2));
-      clock.Run();
-      ASSERT_EQ(transport.Urls(3), " p:a p:b");
-      Answer(3, "new!");
-      // The old transfer of the same URL comes to its end, for the request that waits for it.
-      transport.transfers[1].client->OnBody("old!", 4);
-      transport.transfers[1].client->OnDone(kOk);
-      for (size_t place = 4; place < transport.transfers.size(); ++place) Answer(place);
-      EXPECT_EQ(transport.Urls(3), " p:a p:b p:c p:d") << announce << confirmed;
-      EXPECT_EQ(joined.heard, (Lines{"response 200", "done 0"}));
-      RecordingClient served;
-      EXPECT_EQ(Get("a", served).source, LoadSource::Served);
-      EXPECT_EQ(Get("d", served).source, LoadSource::Served);
-      clock.Run();
-      EXPECT_EQ(served.heard[1], "body new!");
-    }
+  for (const int way : {0, 1, 2, 3}) {
+    SCOPED_TRACE(way);
+    Start({.announcePreloads = way % 2 == 0}, {{"net.cv.kiv.prlimit", "2"}});
+    LearnAndRequest({"a", "b", "c", "d"});
+    if (way > 1) corvane->CacheStatus(kPage, true);  // then a flush does not forget the page's context
+    RecordingClient joined, own, served;
+    EXPECT_EQ(Get("own", own).source, LoadSource::Network);
+    EXPECT_EQ(Get("a", joined).source, LoadSource::Joined);
+    clock.Run();
+    ASSERT_EQ(transport.Urls(), " b:own b:a p:b");
+    transport.transfers[1].client->OnResponse(Ok());
+    log.clear();
+    Request();
+    EXPECT_EQ(Ordered(), "a b c d ");
+    EXPECT_TRUE(transport.IsCancelled(2));
+    clock.Run();
+    ASSERT_EQ(transport.Urls(3), " p:a p:b");
+    Answer(3, "new!");
+    Finish(1, "old!");  // the old transfer of the same URL, for the request that waits for it
+    for (size_t place = 4; place < transport.transfers.size(); ++place) Answer(place);
+    EXPECT_EQ(transport.Urls(3), " p:a p:b p:c p:d");
+    EXPECT_EQ(joined.heard, "200 done 0");
+    EXPECT_EQ(Get("d", own).source, LoadSource::Served);
+    EXPECT_EQ(Get("a", served).source, LoadSource::Served);
+    clock.Run();
+    EXPECT_EQ(served.heard, "200 new! done 0");
   }
 }
 
 TEST_F(HostTest, WithoutAFlushOrdersOnlyWhatIsNotThere) {
-  StartUp({.flushBeforePage = false}, {{"net.cv.kiv.prlimit", "1"}});
-  Learn({"held", "used", "failed", "running", "waiting"});
-  Request();
+  Start({.flushBeforePage = false}, {{"net.cv.kiv.prlimit", "1"}});
+  LearnAndRequest({"held", "used", "failed", "running", "waiting"});
   clock.Run();
   Answer(0);
   Answer(1);
-  transport.transfers.at(2).client->OnDone(-7);
-  clock.Run();
+  Finish(2, "", -7);
   RecordingClient used, held;
   EXPECT_EQ(Get("used", used).source, LoadSource::Served);
   log.clear();
@@ -362,10 +333,9 @@ TEST_F(HostTest, WithoutAFlushOrdersOnlyWhatIsNotThere) {
 
 TEST_F(HostTest, NeverAsksForAUrlThatSharesItsHash) {
   const char *one = "943738.png", *other = "1206106.png";
-  StartUp();
+  Start();
   ASSERT_EQ(CorvaneHash(Url(one).c_str()), CorvaneHash(Url(other).c_str()));
-  Learn({one, other});
-  Request();
+  LearnAndRequest({one, other});
   EXPECT_EQ(Record(other).notOrdered, NotOrdered::SharesHash);
   clock.Run();
   RecordingClient client;
@@ -378,9 +348,8 @@ TEST_F(HostTest, NeverAsksForAUrlThatSharesItsHash) {
 }
 
 TEST_F(HostTest, DelayedFetchesStartWhenTheNetworkStackIsUp) {
-  Start();
-  Learn({"a"});
-  Request();
+  Start({}, {}, false);
+  LearnAndRequest({"a"});
   clock.Run();
   EXPECT_EQ(transport.Urls(), "");
   corvane->NetworkStackIsUp();
@@ -391,7 +360,7 @@ TEST_F(HostTest, DelayedFetchesStartWhenTheNetworkStackIsUp) {
 }
 
 TEST_F(HostTest, ThePluginsOwnCommandComesBackAfterItsDelay) {
-  StartUp({}, {{"net.cv.kiv.bypassen", "1"}, {"net.cv.kiv.bypassdl", "70"}});
+  Start({}, {{"net.cv.kiv.bypassen", "1"}, {"net.cv.kiv.bypassdl", "70"}});
   Request();
   See("frame-fresh");
   corvane->CacheStatus(Url("frame-fresh"), true);  // stays known when the page is left
@@ -412,9 +381,10 @@ TEST(PageDatabaseTest, RemembersTheLastOrderAndTheBestAnswer) {
     database.BeginVisit(kPage);
     for (const auto& [url, statuses] : seen) {
       database.ResourceSeen(url, ResourceKind::Image, true);
-      for (const int status : statuses)
-        database.ResponseSeen(url, Headers("HTTP/1.1 " + std::to_string(status) +
-                                           " X\nContent-Length: " + std::to_string(status + 1)));
+      for (const int status : statuses) {
+        const std::string length = "\nContent-Length: " + std::to_string(status + 1);
+        database.ResponseSeen(url, Headers("HTTP/1.1 " + std::to_string(status) + " X" + length));
+      }
     }
     EXPECT_EQ(database.Find("http://other.test/"), nullptr);
   };
@@ -424,10 +394,13 @@ TEST(PageDatabaseTest, RemembersTheLastOrderAndTheBestAnswer) {
   database.EndVisit();
   std::string all;
   for (const KnownResource& known : database.Find(kPage)->resources) {
-    all += known.url + ":" + std::to_string(known.visitsSeen) + "/" + std::to_string(known.lastVisit) + ":" +
-           std::to_string(known.status) + ":" + std::to_string(known.declaredLength) + " ";
+    all += known.url;
+    for (const int64_t number :
+         {int64_t{known.visitsSeen}, int64_t{known.lastVisit}, int64_t{known.status}, known.declaredLength})
+      all += ":" + std::to_string(number);
+    all += " ";
   }
-  EXPECT_EQ(all, "c:1/2:200:201 b:2/2:404:405 a:1/1:200:201 ");
+  EXPECT_EQ(all, "c:1:2:200:201 b:2:2:404:405 a:1:1:200:201 ");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-
 #include <functional>
 #include <map>
 #include <string>
@@ -18,6 +17,7 @@ namespace replay {
 namespace {
 
 using host::Urgency;
+using Times = std::vector<std::string>;
 
 constexpr auto kBrowser = Urgency::Browser;
 constexpr auto kPreload = Urgency::Preload;
@@ -32,33 +32,24 @@ TEST(SharedLink, TransfersShareIt) {
     int64_t bytes;  // to transfer, or that had come
     Urgency urgency = kBrowser;
   };
+  // clang-format off
   const struct {
-    const char* why;
     std::vector<Step> steps;
     std::map<int, int64_t> ends;
   } rows[] = {
-      {"alone, then half each", {{0, Add, 1, 1000}, {500, Add, 2, 1000}}, {{1, 1500}, {2, 2000}}},
-      {"nothing to transfer", {{7, Add, 1, 0}}, {{1, 7}}},
-      {"4/5 and 1/5, then all", {{0, Add, 1, 1000}, {0, Add, 2, 1000, kPreload}}, {{1, 1250}, {2, 2000}}},
-      {"two preloads share the fifth",
-       {{0, Add, 1, 1000}, {0, Add, 2, 500, kPreload}, {0, Add, 3, 500, kPreload}},
-       {{1, 1250}, {2, 2000}, {3, 2000}}},
-      {"beside two of the browser: 4/9, 4/9, 1/9",
-       {{0, Add, 1, 400}, {0, Add, 2, 400}, {0, Add, 3, 100, kPreload}},
-       {{1, 900}, {2, 900}, {3, 900}}},
-      {"preloads alone have it all",
-       {{0, Add, 1, 500, kPreload}, {0, Add, 2, 1000, kPreload}},
-       {{1, 1000}, {2, 1500}}},
-      {"hurried after 100 of its bytes",
-       {{0, Add, 1, 1000}, {0, Add, 2, 400, kPreload}, {500, Become, 2, 0, kBrowser}},
-       {{1, 1400}, {2, 1100}}},
-      {"demoted: 500 and 500 left, at 4/5 and 1/5",
-       {{0, Add, 1, 1000}, {0, Add, 2, 1000}, {1000, Become, 2, 0, kPreload}},
-       {{1, 1625}, {2, 2000}}},
-      {"the rest of a removed one goes to the other; once gone, it has nothing",
-       {{0, Add, 1, 1000}, {0, Add, 2, 1000}, {500, Remove, 1, 250}, {600, Remove, 1, 0}},
-       {{2, 1250}}},
+      {{{0, Add, 1, 1000}, {500, Add, 2, 1000}}, {{1, 1500}, {2, 2000}}},  // alone, then half each
+      {{{7, Add, 1, 0}}, {{1, 7}}},                                        // nothing to transfer
+      // Two preloads share the fifth; beside two of the browser they have 1/9; alone all of it.
+      {{{0, Add, 1, 1000}, {0, Add, 2, 500, kPreload}, {0, Add, 3, 500, kPreload}}, {{1, 1250}, {2, 2000}, {3, 2000}}},
+      {{{0, Add, 1, 400}, {0, Add, 2, 400}, {0, Add, 3, 100, kPreload}}, {{1, 900}, {2, 900}, {3, 900}}},
+      {{{0, Add, 1, 500, kPreload}, {0, Add, 2, 1000, kPreload}}, {{1, 1000}, {2, 1500}}},
+      // Hurried after 100 of its bytes; demoted with 500 and 500 left, at 4/5 and 1/5.
+      {{{0, Add, 1, 1000}, {0, Add, 2, 400, kPreload}, {500, Become, 2, 0, kBrowser}}, {{1, 1400}, {2, 1100}}},
+      {{{0, Add, 1, 1000}, {0, Add, 2, 1000}, {1000, Become, 2, 0, kPreload}}, {{1, 1625}, {2, 2000}}},
+      // The rest of a removed one goes to the other; once gone, it has nothing.
+      {{{0, Add, 1, 1000}, {0, Add, 2, 1000}, {500, Remove, 1, 250}, {600, Remove, 1, 0}}, {{2, 1250}}},
   };
+  // clang-format on
   for (const auto& row : rows) {
     VirtualClock clock;
     SharedLink link(clock, 1, 0.25);
@@ -68,13 +59,11 @@ TEST(SharedLink, TransfersShareIt) {
         const auto id = static_cast<uint64_t>(step.id);
         if (step.act == Add) link.Add(id, step.bytes, step.urgency, [&] { ends[step.id] = clock.NowUs(); });
         if (step.act == Become) link.SetUrgency(id, step.urgency);
-        if (step.act == Remove) {
-          EXPECT_EQ(link.Remove(id), step.bytes);
-        }
+        EXPECT_TRUE(step.act != Remove || link.Remove(id) == step.bytes) << step.at;
       });
     }
     clock.Run();
-    EXPECT_EQ(ends, row.ends) << row.why;
+    EXPECT_EQ(ends, row.ends) << "row " << &row - rows;
   }
 }
 
@@ -93,34 +82,27 @@ struct Network : host::TransferClient {
                    host::HostSettings settings = {})
       : page{.requests = std::move(requests)},
         recorded(MeasureNetwork({.pages = {page}})),
-        model(clock, profile, recorded, settings,
-              [this](const host::TransferRequest& request) -> const Request* {
-                for (const Request& row : page.requests) {
-                  if (row.url == request.url) return &row;
-                }
-                return nullptr;
-              }) {}
+        model(clock, profile, recorded, settings, [this](const host::TransferRequest& asked) {
+          const auto same = [&asked](const Request& row) { return row.url == asked.url; };
+          const auto found = std::find_if(page.requests.begin(), page.requests.end(), same);
+          return found == page.requests.end() ? nullptr : &*found;
+        }) {}
 
-  // A transfer that starts, and is cancelled, at these times; its number, counted from 1.
   void Start(int64_t atMs, const std::string& url, Urgency urgency = kBrowser) {
     At(atMs, [this, url, urgency] { model.Start({.url = url, .method = "GET", .urgency = urgency}, *this); });
   }
   void At(int64_t ms, std::function<void()> task) { clock.PostDelayed(ms * 1000, std::move(task)); }
   // "set-up sent first-byte end" of each transfer, -1 for what did not happen.
-  std::vector<std::string> Run(size_t transfers) {
+  Times Run(size_t transfers) {
     clock.Run();
-    std::vector<std::string> all;
+    Times all(transfers);
     for (host::TransferId id = 1; id <= transfers; ++id) {
       const TransferTimes& times = model.Times(id);
-      std::string text;
-      for (const int64_t us : {times.connectUs, times.sentUs, times.firstByteUs, times.endUs}) {
-        text += (text.empty() ? "" : " ") + std::to_string(us < 0 ? -1 : us / 1000);
-      }
-      all.push_back(text);
+      for (const int64_t us : {times.connectUs, times.sentUs, times.firstByteUs, times.endUs})
+        all[id - 1] += (all[id - 1].empty() ? "" : " ") + std::to_string(us < 0 ? -1 : us / 1000);
     }
     return all;
   }
-
   void OnResponse(const net::HttpResponseHeaders&) override {}
   void OnBody(const char*, int32_t count) override { bodyBytes += count; }
   void OnDone(int32_t result) override { done += result == host::kOk ? 1 : 100; }
@@ -129,12 +111,9 @@ struct Network : host::TransferClient {
   Page page;
   RecordedNetwork recorded;
   NetworkModel model;
-
   int64_t bodyBytes = 0;
   int done = 0;
 };
-
-using Times = std::vector<std::string>;
 
 TEST(NetworkModel, ANewConnectionCostsItsRoundTripsAndAWarmOneNone) {
   const struct {
@@ -169,23 +148,21 @@ TEST(NetworkModel, ANewConnectionCostsItsRoundTripsAndAWarmOneNone) {
 }
 
 TEST(NetworkModel, SixSocketsPerGroupOrOneConnectionOfStreams) {
-  for (const Protocol protocol : {Protocol::Http1, Protocol::Http2}) {
+  for (const bool streams : {false, true}) {
     Request request = Recorded("http://a.test/", 2000);
-    request.protocol = protocol;
+    request.protocol = streams ? Protocol::Http2 : Protocol::Http1;
     Request elsewhere = request;
     elsewhere.url = "http://a.test:8080/";
     Network network({request, elsewhere});
     for (int transfer = 0; transfer < 7; ++transfer) network.Start(0, request.url);
     network.Start(300, elsewhere.url);
-    Times times = network.Run(8);
-    EXPECT_EQ(times.back(), "300 400 540 542") << "a group of its own";
-    times.pop_back();
     // Six times two milliseconds of bytes, and the seventh alone after that; or seven times two together, on
-    // a connection that the first one had opened.
-    Times expected(7, protocol == Protocol::Http1 ? "0 100 240 252" : "100 100 240 254");
-    if (protocol == Protocol::Http1) expected.back() = "252 252 392 394";
-    if (protocol == Protocol::Http2) expected.front() = "0 100 240 254";
-    EXPECT_EQ(times, expected);
+    // a connection that the first one had opened. Elsewhere is a group of its own.
+    Times expected(8, streams ? "100 100 240 254" : "0 100 240 252");
+    if (streams) expected[0] = "0 100 240 254";
+    if (!streams) expected[6] = "252 252 392 394";
+    expected[7] = "300 400 540 542";
+    EXPECT_EQ(network.Run(8), expected);
   }
 }
 
@@ -253,60 +230,54 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
     return rest;
   };
   const auto to = [](const char* location) {
-    return Request{.status = 302,
-                   .responseHeaders =
-                       std::string("HTTP/1.1 302 Found\0location:  ", 30) + location + std::string(2, '\0')};
+    const std::string block = std::string("HTTP/1.1 302 Found\0location:  ", 30) + location;
+    return Request{.status = 302, .responseHeaders = block + std::string(2, '\0')};
   };
-  const auto document = host::ResourceKind::Document;
+  const auto by = [](const char* url) { return Request{.initiatorUrl = url}; };
+  const auto document = [](double receiveMs) {
+    return Request{.receiveMs = receiveMs, .kind = host::ResourceKind::Document};
+  };
+  const Request both{.initiatorUrl = "early.css", .referer = "http://a.test/late.js"};
+  // clang-format off
   const struct {
-    const char* why;
     size_t document;
     double onLoadMs;
-    std::vector<Row> rows;
     int64_t restMs;
+    std::vector<Row> rows;
   } pages[] = {
-      {"initiators, with the document's bytes coming from 100 to 200",
-       0,
-       700,
-       {{row("", 5, 200, {.receiveMs = 100, .kind = document}), kPageStart, false, 5},
+      // Initiators, with the document's bytes coming from 100 to 200.
+      {0, 700, 50,
+       {{row("", 5, 200, document(100)), kPageStart, false, 5},
         {row("early.css", 130, 300), 0, true, 30},
         {row("late.js", 260, 400), 0, false, 60},
-        {row("font", 320, 450, {.initiatorUrl = "early.css"}), 1, false, 20},
+        {row("font", 320, 450, by("early.css")), 1, false, 20},
         {row("by-referer", 460, 500, {.referer = "http://a.test/late.js"}), 2, false, 60},
-        {row("by-both", 470, 500, {.initiatorUrl = "early.css", .referer = "http://a.test/late.js"}), 1,
-         false, 170},
-        {row("unknown", 480, 500, {.initiatorUrl = "of-another-page"}), 0, false, 280},
-        {row("frame", 480, 600, {.receiveMs = 50, .kind = document}), 0, false, 280},
-        {row("in-frame", 560, 650, {.initiatorUrl = "frame"}), 7, true, 10},
-        {row("after-load", 700, 900), 0, false, 500, false}},
-       50},
-      {"what cannot have come from its initiator comes from the document",
-       0,
-       -1,
-       {{row("", 0, 200, {.receiveMs = 100, .kind = document}), kPageStart, false, 0},
+        {row("by-both", 470, 500, both), 1, false, 170},
+        {row("unknown", 480, 500, by("of-another-page")), 0, false, 280},
+        {row("frame", 480, 600, document(50)), 0, false, 280},
+        {row("in-frame", 560, 650, by("frame")), 7, true, 10},
+        {row("after-load", 700, 900), 0, false, 500, false}}},
+      // What cannot have come from its initiator comes from the document; a script does not stream.
+      {0, -1, 0,
+       {{row("", 0, 200, document(100)), kPageStart, false, 0},
         {row("script", 150, 400, {.receiveMs = 50}), 0, true, 50},
-        {row("before-its-bytes", 300, 500, {.initiatorUrl = "script"}), 0, false, 100},
-        {row("while-they-come", 360, 500, {.initiatorUrl = "script"}), 1, false,
-         0},  // a script does not stream
+        {row("before-its-bytes", 300, 500, by("script")), 0, false, 100},
+        {row("while-they-come", 360, 500, by("script")), 1, false, 0},
         {row("before-the-document", 50, 90), 0, false, 0},
-        {row("itself", 600, 700, {.initiatorUrl = "itself"}), 0, false, 400}},
-       0},
-      {"redirects to the document, and to a picture",
-       2,
-       -1,
+        {row("itself", 600, 700, by("itself")), 0, false, 400}}},
+      // Redirects to the document, and to a picture.
+      {2, -1, 0,
        {{row("old", 0, 100, to("/older")), kPageStart, false, 0},
         {row("older", 110, 200, to("//a.test/new")), 0, false, 10},
-        {row("new", 230, 400, {.receiveMs = 100, .kind = document}), 1, false, 30},
+        {row("new", 230, 400, document(100)), 1, false, 30},
         {row("cover", 450, 500, to("http://a.test/cover.png")), 2, false, 50},
-        {row("cover.png", 505, 600, {.initiatorUrl = "new"}), 3, false, 5}},
-       0},
-      {"rows before the document that overlap start with the page",
-       1,
-       100,
+        {row("cover.png", 505, 600, by("new")), 3, false, 5}}},
+      // Rows before the document that overlap start with the page.
+      {1, 100, 0,
        {{row("ping", 0, 300), kPageStart, false, 0},
-        {row("doc", 20, 90, {.receiveMs = 20, .kind = document}), kPageStart, false, 20}},
-       0},
+        {row("doc", 20, 90, document(20)), kPageStart, false, 20}}},
   };
+  // clang-format on
   for (const auto& page : pages) {
     Page recorded{.onLoadMs = page.onLoadMs, .document = page.document};
     for (const Row& expected : page.rows) recorded.requests.push_back(expected.request);
@@ -314,13 +285,13 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
     ASSERT_EQ(plan.requests.size(), page.rows.size());
     for (size_t index = 0; index < page.rows.size(); ++index) {
       const Row& expected = page.rows[index];
-      const PlannedRequest& planned = plan.requests[index];
-      EXPECT_EQ(planned.parent, expected.parent) << expected.request.url;
-      EXPECT_EQ(planned.fromFirstByte, expected.fromFirstByte) << expected.request.url;
-      EXPECT_EQ(planned.thinkUs, expected.thinkMs * 1000) << expected.request.url;
-      EXPECT_EQ(planned.blocksLoad, expected.blocksLoad) << expected.request.url;
+      SCOPED_TRACE(expected.request.url);
+      EXPECT_EQ(plan.requests[index].parent, expected.parent);
+      EXPECT_EQ(plan.requests[index].fromFirstByte, expected.fromFirstByte);
+      EXPECT_EQ(plan.requests[index].thinkUs, expected.thinkMs * 1000);
+      EXPECT_EQ(plan.requests[index].blocksLoad, expected.blocksLoad);
     }
-    EXPECT_EQ(plan.restUs, page.restMs * 1000) << page.why;
+    EXPECT_EQ(plan.restUs, page.restMs * 1000) << "page " << &page - pages;
   }
 }
 

@@ -4,12 +4,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <regex>
+#include <set>
 #include <sstream>
+#include <utility>
 
 #include "cutils/properties.h"
 #include "host/plugin_functions.h"
@@ -35,12 +38,7 @@ RecordingResult Replay(const Recording& recording, const ReplayOptions& options,
   return ReplayRecording(recording, options, plugin);
 }
 
-size_t Resources(const Page& page) {
-  return page.requests.size() - page.document - 1;
-}
-
 void ExpectSound(const Visit& visit, const Page& page) {
-  const WayResult& plugin = Of(visit, Way::Plugin);
   EXPECT_EQ(visit.unansweredCommands, 0u);
   EXPECT_EQ(visit.warnings, 0u);
   EXPECT_GT(visit.commands, 0u);
@@ -48,33 +46,34 @@ void ExpectSound(const Visit& visit, const Page& page) {
     if (!visit.repeat && way > Way::Plugin) continue;
     ASSERT_EQ(Of(visit, way).requests.size(), page.requests.size());
     for (const RequestRow& row : Of(visit, way).requests) {
-      EXPECT_TRUE(0 <= row.wantedUs && row.wantedUs <= row.connectUs && row.connectUs <= row.sentUs &&
-                  row.sentUs <= row.firstByteUs && row.firstByteUs <= row.endUs)
-          << page.requests[row.request].url;
+      const int64_t times[] = {0, row.wantedUs, row.connectUs, row.sentUs, row.firstByteUs, row.endUs};
+      EXPECT_TRUE(std::is_sorted(std::begin(times), std::end(times))) << page.requests[row.request].url;
       EXPECT_TRUE(!row.blocksLoad || row.endUs <= Of(visit, way).pageLoadUs);
     }
   }
   // Every sub-resource was served or has a reason, and was counted once.
-  EXPECT_EQ(visit.served + visit.joined + visit.fetched + visit.fromDiskCache, Resources(page));
-  std::map<std::string, Source> preloaded;
-  for (const RequestRow& row : plugin.requests) {
-    const Request& request = page.requests[row.request];
+  EXPECT_EQ(visit.served + visit.joined + visit.fetched + visit.fromDiskCache,
+            page.requests.size() - page.document - 1);
+  std::map<std::string, PreloadFate> preloaded;
+  for (const RequestRow& row : Of(visit, Way::Plugin).requests) {
+    const std::string& url = page.requests[row.request].url;
     if (row.request <= page.document) continue;
-    EXPECT_EQ(row.why == WhyNot::None, row.source == Source::Served) << request.url;
-    if (row.source == Source::Served || row.source == Source::Joined)
-      preloaded.try_emplace(request.url, row.source);
+    EXPECT_EQ(row.why == WhyNot::None, row.source == Source::Served) << url;
+    if (row.source == Source::Served) preloaded.try_emplace(url, PreloadFate::Served);
+    if (row.source == Source::Joined) preloaded.try_emplace(url, PreloadFate::Joined);
   }
   // A preload reached a request or was wasted.
   uint64_t bytes = 0, wasted = 0;
-  for (const PreloadRow& preload : plugin.preloads) {
+  for (const PreloadRow& preload : Of(visit, Way::Plugin).preloads) {
     bytes += static_cast<uint64_t>(preload.bytes);
     const auto found = preloaded.find(preload.url);
-    if (found == preloaded.end()) wasted += static_cast<uint64_t>(preload.bytes);
-    EXPECT_EQ(preload.fate == PreloadFate::Served,
-              found != preloaded.end() && found->second == Source::Served);
-    EXPECT_EQ(preload.fate == PreloadFate::Joined,
-              found != preloaded.end() && found->second == Source::Joined);
-    if (found != preloaded.end()) preloaded.erase(found);
+    if (found == preloaded.end()) {
+      wasted += static_cast<uint64_t>(preload.bytes);
+      EXPECT_TRUE(preload.fate != PreloadFate::Served && preload.fate != PreloadFate::Joined) << preload.url;
+    } else {
+      EXPECT_EQ(preload.fate, found->second) << preload.url;
+      preloaded.erase(found);
+    }
   }
   EXPECT_TRUE(preloaded.empty()) << preloaded.begin()->first << " came from no preload";
   EXPECT_EQ(visit.preloadedBytes, bytes);
@@ -82,27 +81,23 @@ void ExpectSound(const Visit& visit, const Page& page) {
 }
 
 TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
-  for (const NetworkProfile& profile : kProfiles) {
-    for (const double revisitAfterMs : {3600e3, 40.0 * 86400e3}) {
-      SCOPED_TRACE(profile.name +
-                   (revisitAfterMs > 3600e3 ? ", nothing but the longest-lived is fresh" : ""));
-      const RecordingResult result =
-          Replay(Example(), {.profile = profile, .revisitAfterMs = revisitAfterMs});
+  for (const double revisitAfterMs : {3600e3, 40.0 * 86400e3}) {  // then only the longest-lived is fresh
+    for (const NetworkProfile& profile : kProfiles) {
+      const auto result = Replay(Example(), {.profile = profile, .revisitAfterMs = revisitAfterMs});
       ASSERT_EQ(result.visits.size(), Example().pages.size());
       uint64_t used = 0, wasted = 0;
       int64_t gainUs = 0;
       for (const Visit& visit : result.visits) {
-        SCOPED_TRACE(visit.pageUrl + " " + std::to_string(visit.number));
+        SCOPED_TRACE(profile.name + " " + visit.pageUrl + " " + std::to_string(visit.number));
         ExpectSound(visit, Example().pages[visit.page]);
-        const int64_t off = Of(visit, Way::Off).pageLoadUs;
+        const int64_t off = Of(visit, Way::Off).pageLoadUs, plugin = Of(visit, Way::Plugin).pageLoadUs;
         if (!visit.repeat) {
-          EXPECT_EQ(Of(visit, Way::Plugin).pageLoadUs, off) << "nothing is known yet";
+          EXPECT_EQ(plugin, off) << "nothing is known yet";
           continue;
         }
-        EXPECT_LE(Of(visit, Way::Oracle).pageLoadUs, Of(visit, Way::Plugin).pageLoadUs);
-        EXPECT_LE(Of(visit, Way::Oracle).pageLoadUs, Of(visit, Way::Hints).pageLoadUs);
-        EXPECT_LE(Of(visit, Way::Plugin).pageLoadUs, off);
-        gainUs += off - Of(visit, Way::Plugin).pageLoadUs;
+        EXPECT_LE(Of(visit, Way::Oracle).pageLoadUs, std::min(plugin, Of(visit, Way::Hints).pageLoadUs));
+        EXPECT_LE(plugin, off);
+        gainUs += off - plugin;
         used += visit.served + visit.joined;
         wasted += visit.wastedBytes;
       }
@@ -155,10 +150,10 @@ TEST(Replay, SwitchedOffItIsAPlainBrowserAndSaysWhy) {
       EXPECT_EQ(Of(visit, Way::Plugin).pageLoadUs, Of(visit, Way::Off).pageLoadUs) << off;
       EXPECT_EQ(visit.served + visit.joined + visit.preloadedBytes, 0u) << off;
       for (const RequestRow& row : Of(visit, Way::Plugin).requests) {
+        const std::set reasons{WhyNot::None, WhyNot::NotKnownYet, WhyNot::NotGet, WhyNot::FreshInDiskCache,
+                               WhyNot::SwitchedOff};
         if (row.why == WhyNot::SwitchedOff) ++switchedOff;
-        const bool mayDiffer = !visit.repeat || row.why == WhyNot::None || row.why == WhyNot::NotKnownYet ||
-                               row.why == WhyNot::NotGet || row.why == WhyNot::FreshInDiskCache;
-        EXPECT_TRUE(mayDiffer || row.why == WhyNot::SwitchedOff) << off << ": " << WhyNotText(row.why);
+        EXPECT_TRUE(!visit.repeat || reasons.contains(row.why)) << off << ": " << WhyNotText(row.why);
       }
     }
     EXPECT_GT(switchedOff, 50u);
@@ -171,9 +166,8 @@ TEST(Replay, WithoutJoiningARunningPreloadIsFetchedAgain) {
     EXPECT_EQ(visit.joined, 0u);
     ExpectSound(visit, Example().pages[visit.page]);
     for (const RequestRow& row : Of(visit, Way::Plugin).requests) {
-      if (row.why != WhyNot::StillRunning) continue;
-      ++again;
-      EXPECT_EQ(row.source, Source::Network);
+      if (row.why == WhyNot::StillRunning) ++again;
+      EXPECT_TRUE(row.why != WhyNot::StillRunning || row.source == Source::Network);
     }
   }
   EXPECT_GT(again, 0u);
@@ -203,33 +197,30 @@ TEST(Replay, FreshnessDecidesWhatTheDiskCacheAnswers) {
 }
 
 TEST(Replay, LogLinesAreInThreadtimeForm) {
-  const RecordingResult result = Replay(Example(), {.revisitAfterMs = 59 * 86400e3, .logLevel = 4});
+  const auto lines = Replay(Example(), {.revisitAfterMs = 59 * 86400e3, .logLevel = 4}).logLines;
   const std::regex form(
       R"((0[1-4])-(0[1-9]|[12]\d|3[01]) [0-2]\d:[0-5]\d:[0-5]\d\.\d{3}     1     1 [DI] netstack: KIV_PROC - .+)");
-  ASSERT_GT(result.logLines.size(), 1000u);
-  for (size_t index = 0; index < result.logLines.size(); ++index) {
-    ASSERT_TRUE(std::regex_match(result.logLines[index], form)) << result.logLines[index];
-    ASSERT_LE(result.logLines[index == 0 ? 0 : index - 1].substr(0, 18),
-              result.logLines[index].substr(0, 18));
+  ASSERT_GT(lines.size(), 1000u);
+  std::string before;
+  for (const std::string& line : lines) {
+    ASSERT_TRUE(std::regex_match(line, form)) << line;
+    ASSERT_LE(std::exchange(before, line.substr(0, 18)), line.substr(0, 18));
   }
-  EXPECT_EQ(result.logLines.front().substr(0, 8), "01-01 00");
-  EXPECT_EQ(result.logLines.back().substr(0, 5), "04-29") << "118 days later";
+  EXPECT_EQ(lines.front().substr(0, 8), "01-01 00");
+  EXPECT_EQ(before.substr(0, 5), "04-29") << "118 days later";
 }
 
 // --- The program
 
 class ProgramTest : public testing::Test {
  protected:
-  void SetUp() override {
-    folder = std::filesystem::path(testing::TempDir()) / ("kiv_program_" + std::to_string(getpid()));
-    std::filesystem::create_directories(folder);
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
+  ProgramTest() { std::filesystem::create_directories(folder); }
+  ~ProgramTest() override { std::filesystem::remove_all(folder); }
 
   // Runs it in the folder, with the words as the shell reads them; its exit status.
   int Run(const std::string& words) {
-    const int status = std::system(
-        ("cd " + folder.string() + " && " KIV_REPLAY_PATH " " + words + " >out 2>errors").c_str());
+    const std::string line = "cd " + folder.string() + " && " KIV_REPLAY_PATH " " + words + " >out 2>errors";
+    const int status = std::system(line.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
   std::string Text(const std::string& name) const {
@@ -238,7 +229,8 @@ class ProgramTest : public testing::Test {
     return text.str();
   }
 
-  std::filesystem::path folder;
+  const std::filesystem::path folder =
+      std::filesystem::path(testing::TempDir()) / ("kiv_program_" + std::to_string(getpid()));
 };
 
 TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
@@ -267,13 +259,11 @@ TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
 }
 
 TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {
+  const std::string words =
+      " --json json --html html --har-out har --log 4 - " KIV_EXAMPLE_RECORDING " <" KIV_EXAMPLE_RECORDING;
   std::string outputs[2];
   for (const int jobs : {1, 2}) {
-    EXPECT_EQ(Run("--jobs " + std::to_string(jobs) +
-                  " --json json --html html --har-out har --log 4 - " KIV_EXAMPLE_RECORDING
-                  " <" KIV_EXAMPLE_RECORDING),
-              0)
-        << Text("errors");
+    EXPECT_EQ(Run("--jobs " + std::to_string(jobs) + words), 0) << Text("errors");
     EXPECT_EQ(Text("errors"), "");
     for (const char* name : {"out", "json", "html", "har"}) outputs[jobs - 1] += Text(name);
   }
@@ -281,8 +271,7 @@ TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {
   // Standard input is a recording like any other.
   std::istringstream lines(Text("json"));
   std::string first, second;
-  std::getline(lines, first);
-  std::getline(lines, second);
+  ASSERT_TRUE(std::getline(lines, first) && std::getline(lines, second));
   EXPECT_EQ(first.find("{\"recording\":\"standard input\","), 0u) << first;
   EXPECT_EQ(first.substr(first.find(',')), second.substr(second.find(',')));
 }
