@@ -90,7 +90,9 @@ extern "C" __attribute__((format(printf, 4, 5))) int __android_log_buf_print(int
 namespace {
 
 bool Recorded(const char* expected) {
-  return std::exchange(g_record, {}) == expected;
+  const std::string record = std::exchange(g_record, {});
+  if (record != expected) std::fprintf(stderr, "foreign_host: recorded:\n%s", record.c_str());
+  return record == expected;
 }
 
 // Ends the program when something is not as it should be.

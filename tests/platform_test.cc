@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <tuple>
+#include <utility>
 
 #include "android/log.h"
 #include "corvane/host.h"
@@ -15,16 +17,13 @@
 namespace {
 
 TEST(HttpRequestHeadersTest, ReadsLinesAndWritesThemBack) {
+  // clang-format off
   const char* const rows[][2] = {
-      {"", "\r\n"},
-      {"A: b", "A: b\r\n\r\n"},
-      {"A:b\r\nC \t:  d\t \r\n\r\n", "A: b\r\nC: d\r\n\r\n"},
-      {"A: b: c\r\n", "A: b: c\r\n\r\n"},
-      {"A:\r\nB: \r\n", "A:\r\nB:\r\n\r\n"},
-      {"no colon\r\n: no name\r\nA: b\r\n", "A: b\r\n\r\n"},
-      {"Abc: 1\r\nD: 2\r\naBC: 3\r\n", "Abc: 3\r\nD: 2\r\n\r\n"},
-      {"A: b\nC: d\r\n", "A: b\nC: d\r\n\r\n"},  // a line feed alone ends no line
-  };
+      {"", "\r\n"}, {"A: b", "A: b\r\n\r\n"}, {"A:b\r\nC \t:  d\t \r\n\r\n", "A: b\r\nC: d\r\n\r\n"},
+      {"A: b: c\r\n", "A: b: c\r\n\r\n"}, {"A:\r\nB: \r\n", "A:\r\nB:\r\n\r\n"},
+      {"no colon\r\n: no name\r\nA: b\r\n", "A: b\r\n\r\n"}, {"Abc: 1\r\nD: 2\r\naBC: 3\r\n", "Abc: 3\r\nD: 2\r\n\r\n"},
+      {"A: b\nC: d\r\n", "A: b\nC: d\r\n\r\n"}};  // a line feed alone ends no line
+  // clang-format on
   for (const auto& [block, text] : rows) {
     net::HttpRequestHeaders headers;
     headers.AddHeadersFromString(block);
@@ -45,9 +44,8 @@ TEST(HttpResponseHeadersTest, FindsStatusAndLength) {
     int status;
     int64_t length;
   } rows[] = {
-      {"http/2   404|content-length:5||", 404, 5},
       {"HTTP/1.1 200 OK|Content-Length: 5 ||", 200, 5},
-      {"HTTP/1.1 200 OK|Content-Length: 9223372036854775807||", 200, INT64_MAX},
+      {"http/2   404|content-length:9223372036854775807||", 404, INT64_MAX},
       {"HTTP/1.1 200 OK|Content-Length: 9223372036854775808||", 200, -1},
       {"HTTP/1.1 200 OK|Content-Length: +5||", 200, -1},
       {"HTTP/1.1 200 OK|Content-Length: 5, 5||", 200, -1},
@@ -109,15 +107,11 @@ TEST(PropertiesTest, HoldTextsOfAtMost91Bytes) {
 }
 
 TEST(TimeTest, DeltasAreWholeMillisecondsAndSaturate) {
-  const struct {
-    int64_t fromUs, toUs;
-    int ms;
-  } rows[] = {{0, 1999, 1},
-              {1000, 0, -1},
-              {0, INT64_C(2147483647999), INT_MAX},
-              {0, INT64_C(2147483648000), INT_MAX},
-              {INT64_MIN, INT64_MAX, INT_MAX},
-              {INT64_MAX, INT64_MIN, INT_MIN}};
+  // clang-format off
+  const std::tuple<int64_t, int64_t, int> rows[] = {
+      {0, 1999, 1}, {1000, 0, -1}, {0, INT64_C(2147483647999), INT_MAX}, {0, INT64_C(2147483648000), INT_MAX},
+      {INT64_MIN, INT64_MAX, INT_MAX}, {INT64_MAX, INT64_MIN, INT_MIN}};
+  // clang-format on
   for (const auto& [fromUs, toUs, ms] : rows) {
     using base::Time;
     EXPECT_EQ(CorvaneGetTimeDeltaInMs(Time::FromInternalValue(fromUs), Time::FromInternalValue(toUs)), ms);

@@ -134,10 +134,7 @@ TEST(NetworkModel, ANewConnectionCostsItsRoundTripsAndAWarmOneNone) {
     Request request = Recorded(std::string(row.scheme) + "://a.test/");
     request.protocol = row.protocol;
     request.dnsMs = 5;
-    if (request.url.starts_with("https")) {
-      request.connectMs += 30;
-      request.sslMs = 30;
-    }
+    if (request.url.starts_with("https")) request.connectMs += request.sslMs = 30;
     Network network({request}, row.profile);
     network.Start(0, request.url);
     network.Start(1000, request.url);
@@ -247,15 +244,12 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
   } pages[] = {
       // Initiators, with the document's bytes coming from 100 to 200.
       {0, 700, 50,
-       {{row("", 5, 200, document(100)), kPageStart, false, 5},
-        {row("early.css", 130, 300), 0, true, 30},
-        {row("late.js", 260, 400), 0, false, 60},
-        {row("font", 320, 450, by("early.css")), 1, false, 20},
+       {{row("", 5, 200, document(100)), kPageStart, false, 5}, {row("early.css", 130, 300), 0, true, 30},
+        {row("late.js", 260, 400), 0, false, 60}, {row("font", 320, 450, by("early.css")), 1, false, 20},
         {row("by-referer", 460, 500, {.referer = "http://a.test/late.js"}), 2, false, 60},
         {row("by-both", 470, 500, both), 1, false, 170},
         {row("unknown", 480, 500, by("of-another-page")), 0, false, 280},
-        {row("frame", 480, 600, document(50)), 0, false, 280},
-        {row("in-frame", 560, 650, by("frame")), 7, true, 10},
+        {row("frame", 480, 600, document(50)), 0, false, 280}, {row("in-frame", 560, 650, by("frame")), 7, true, 10},
         {row("after-load", 700, 900), 0, false, 500, false}}},
       // What cannot have come from its initiator comes from the document; a script does not stream.
       {0, -1, 0,
@@ -263,8 +257,7 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
         {row("script", 150, 400, {.receiveMs = 50}), 0, true, 50},
         {row("before-its-bytes", 300, 500, by("script")), 0, false, 100},
         {row("while-they-come", 360, 500, by("script")), 1, false, 0},
-        {row("before-the-document", 50, 90), 0, false, 0},
-        {row("itself", 600, 700, by("itself")), 0, false, 400}}},
+        {row("before-the-document", 50, 90), 0, false, 0}, {row("itself", 600, 700, by("itself")), 0, false, 400}}},
       // Redirects to the document, and to a picture.
       {2, -1, 0,
        {{row("old", 0, 100, to("/older")), kPageStart, false, 0},
@@ -274,8 +267,7 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
         {row("cover.png", 505, 600, by("new")), 3, false, 5}}},
       // Rows before the document that overlap start with the page.
       {1, 100, 0,
-       {{row("ping", 0, 300), kPageStart, false, 0},
-        {row("doc", 20, 90, document(20)), kPageStart, false, 20}}},
+       {{row("ping", 0, 300), kPageStart, false, 0}, {row("doc", 20, 90, document(20)), kPageStart, false, 20}}},
   };
   // clang-format on
   for (const auto& page : pages) {
