@@ -248,9 +248,9 @@ std::string Dump(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-void Append(std::string& array, const Json& json) {
+void Append(std::string& array, const std::string& json) {
   if (!array.empty()) array += ",\n";
-  array += Dump(json);
+  array += json;
 }
 
 Json PageObject(const std::string& id, int64_t visitMs, const Visit& visit) {
@@ -274,15 +274,16 @@ HarPart HarPartOf(size_t index, const Recording& recording, const RecordingResul
     const Visit& visit = result.visits[number];
     const WayResult& way = Of(visit, Way::Plugin);
     const std::string id = fmt::format("page_{}_{}", index + 1, number + 1);
-    Append(part.pages, PageObject(id, visitMs, visit));
+    Append(part.pages, Dump(PageObject(id, visitMs, visit)));
 
     const Page& page = recording.pages.at(visit.page);
-    std::vector<std::pair<int64_t, Json>> entries;
+    std::vector<std::pair<int64_t, std::string>>
+        entries;  // as text, which takes far less room than the objects
     for (const RequestRow& row : way.requests) {
-      entries.emplace_back(row.wantedUs, RequestEntry(id, visitMs, page.requests.at(row.request), row));
+      entries.emplace_back(row.wantedUs, Dump(RequestEntry(id, visitMs, page.requests.at(row.request), row)));
     }
     for (const PreloadRow& row : way.preloads) {
-      entries.emplace_back(row.launchedUs, PreloadEntry(id, visitMs, requestsByUrl.Find(row.url), row));
+      entries.emplace_back(row.launchedUs, Dump(PreloadEntry(id, visitMs, requestsByUrl.Find(row.url), row)));
     }
     std::stable_sort(entries.begin(), entries.end(),
                      [](const auto& left, const auto& right) { return left.first < right.first; });
