@@ -113,38 +113,6 @@ const char* HttpVersion(Protocol protocol) {
   return "HTTP/1.1";
 }
 
-const char* SourceText(Source source) {
-  switch (source) {
-    case Source::DiskCache:
-      return "disk-cache";
-    case Source::Served:
-      return "served";
-    case Source::Joined:
-      return "joined";
-    case Source::Memory:
-      return "memory";
-    case Source::Network:
-      break;
-  }
-  return "network";
-}
-
-const char* FateText(PreloadFate fate) {
-  switch (fate) {
-    case PreloadFate::Served:
-      return "served";
-    case PreloadFate::Joined:
-      return "joined";
-    case PreloadFate::Wasted:
-      return "wasted";
-    case PreloadFate::Cancelled:
-      return "cancelled";
-    case PreloadFate::Failed:
-      break;
-  }
-  return "failed";
-}
-
 struct Moments {
   int64_t beginUs, connectUs, sentUs, firstByteUs, endUs;
 };

@@ -75,38 +75,6 @@ const char* KindText(host::ResourceKind kind) {
   return "";
 }
 
-const char* SourceText(Source source) {
-  switch (source) {
-    case Source::Network:
-      return "network";
-    case Source::DiskCache:
-      return "disk cache";
-    case Source::Served:
-      return "served";
-    case Source::Joined:
-      return "joined";
-    case Source::Memory:
-      return "memory";
-  }
-  return "";
-}
-
-const char* FateText(PreloadFate fate) {
-  switch (fate) {
-    case PreloadFate::Served:
-      return "served";
-    case PreloadFate::Joined:
-      return "joined";
-    case PreloadFate::Wasted:
-      return "wasted";
-    case PreloadFate::Cancelled:
-      return "cancelled";
-    case PreloadFate::Failed:
-      return "failed";
-  }
-  return "";
-}
-
 // [wanted, connect, sent, first byte, end]
 Json Times(const RequestRow& row) {
   return {row.wantedUs, row.connectUs, row.sentUs, row.firstByteUs, row.endUs};

@@ -62,6 +62,38 @@ const char* WhyNotKey(WhyNot why) {
   return NameOf(why).key;
 }
 
+const char* SourceText(Source source) {
+  switch (source) {
+    case Source::Network:
+      return "network";
+    case Source::DiskCache:
+      return "disk cache";
+    case Source::Served:
+      return "served";
+    case Source::Joined:
+      return "joined";
+    case Source::Memory:
+      return "memory";
+  }
+  return "";
+}
+
+const char* FateText(PreloadFate fate) {
+  switch (fate) {
+    case PreloadFate::Served:
+      return "served";
+    case PreloadFate::Joined:
+      return "joined";
+    case PreloadFate::Wasted:
+      return "wasted";
+    case PreloadFate::Cancelled:
+      return "cancelled";
+    case PreloadFate::Failed:
+      return "failed";
+  }
+  return "";
+}
+
 const WayResult& Of(const Visit& visit, Way way) {
   return visit.ways[static_cast<size_t>(way)];
 }

@@ -26,6 +26,8 @@ enum class Source {
   Memory,     // known already (oracle), or fetched by a hint and complete
 };
 
+const char* SourceText(Source source);  // "network", "disk cache", ...
+
 // Why a sub-resource was not served, for Source::Network, DiskCache and Joined in the plugin way. The texts
 // are part of the report's interface: see WhyNotText.
 enum class WhyNot {
@@ -66,6 +68,8 @@ struct RequestRow {
 
 // What became of a preload.
 enum class PreloadFate { Served, Joined, Wasted, Cancelled, Failed };
+
+const char* FateText(PreloadFate fate);  // "served", ...
 
 struct PreloadRow {
   std::string url;
