@@ -3,6 +3,12 @@
 #include <utility>
 
 namespace host {
+namespace {
+
+// Addresses that are new on every load would pile up otherwise.
+constexpr uint32_t kForgetAfterVisits = 10;
+
+}  // namespace
 
 const KnownPage* PageDatabase::Find(const std::string& pageUrl) const {
   const auto found = pages_.find(pageUrl);
@@ -42,7 +48,7 @@ void PageDatabase::EndVisit() {
   for (KnownResource& known : page.resources) {
     const auto place = places_.find(known.url);
     if (place == places_.end()) {
-      seen_.push_back(std::move(known));
+      if (page.visits - known.lastVisit <= kForgetAfterVisits) seen_.push_back(std::move(known));
       continue;
     }
     KnownResource& resource = seen_[place->second];

@@ -26,7 +26,9 @@ struct KnownResource {
 
 struct KnownPage {
   uint32_t visits = 0;
-  std::vector<KnownResource> resources;  // in the order of the last visit on which each was seen
+  // In the order of the last visit on which each was seen. What ten visits in a row have not shown is
+  // forgotten.
+  std::vector<KnownResource> resources;
 };
 
 class PageDatabase {

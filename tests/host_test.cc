@@ -384,6 +384,11 @@ TEST(PageDatabaseTest, RemembersTheLastOrderAndTheBestAnswer) {
     all += " ";
   }
   EXPECT_EQ(all, "c:1:2:200:201 b:2:2:404:405 a:1:1:200:201 ");
+
+  for (int without = 0; without < 10; ++without) visit({});
+  database.EndVisit();
+  ASSERT_EQ(database.Find(kPage)->resources.size(), 2u)
+      << "a was last seen eleven visits ago, the others ten";
 }
 
 }  // namespace
