@@ -47,6 +47,7 @@ int32_t Flush(const PluginState& state) {
   KIV_INFO("OnFlushDb - HostMap Size: %d, CachedUrlMap Size: %d", static_cast<int>(HostMap.size()),
            static_cast<int>(CachedUrlMap.size()));
   const base::AutoLock hold(PreloadLock);
+  EndOldLoans();
   DropPreloads();
   KIV_DEBUG("Clean URL cache done (%d)", static_cast<int>(PreloadCache.size()));
   return 1;

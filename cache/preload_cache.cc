@@ -64,6 +64,10 @@ void LendBody(PreloadEntry& entry) {
   entry.lent = true;
 }
 
+void EndOldLoans() {
+  std::erase_if(ParkedEntries, [](const auto& parked) { return ++parked.second->flushesParked == 2; });
+}
+
 void ReturnLoan(uint32_t urlHash, PreloadEntry* entry) {
   if (entry != nullptr && entry->loans != 0) {
     --entry->loans;

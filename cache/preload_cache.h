@@ -37,8 +37,9 @@ struct PreloadEntry {
   uint32_t dataSize = 0;      // body bytes held
   uint32_t dataCapacity = 0;  // body bytes allocated
   std::unique_ptr<char[]> data;
-  uint32_t loans = 0;  // of this body, not yet returned
-  bool lent = false;   // `data` was handed out at some time
+  uint32_t loans = 0;          // of this body, not yet returned
+  bool lent = false;           // `data` was handed out at some time
+  uint32_t flushesParked = 0;  // that it has seen since it was parked
 };
 
 // One lock, not recursive, for the cache and every field of every entry: held from the lookup to the last
@@ -49,7 +50,8 @@ extern base::Lock PreloadLock;
 extern std::map<uint32_t, std::unique_ptr<PreloadEntry>> PreloadCache GUARDED_BY(PreloadLock);
 
 // Entries that left the cache, or old bodies that were outgrown, while a caller may still read them. They
-// answer to nothing; all of a hash go when its last loan comes back.
+// answer to nothing. All of a hash go when its last loan comes back, and each one at the second flush after
+// it was parked: a loan that is never returned must not keep its body, and those of its hash, for good.
 extern std::multimap<uint32_t, std::unique_ptr<PreloadEntry>> ParkedEntries GUARDED_BY(PreloadLock);
 
 using PreloadIterator = std::map<uint32_t, std::unique_ptr<PreloadEntry>>::iterator;
@@ -71,6 +73,9 @@ void GrowBody(PreloadEntry& entry, uint32_t capacity) EXCLUSIVE_LOCKS_REQUIRED(P
 
 // Counts one more reader of the entry's body. Not at UINT32_MAX loans.
 void LendBody(PreloadEntry& entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
+
+// For a flush: frees the parked bodies that have seen one before, and ends their loans.
+void EndOldLoans() EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);
 
 // Takes one loan of the hash back, if one is out. `entry` is the hash's entry in the cache, null for none.
 void ReturnLoan(uint32_t urlHash, PreloadEntry* entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock);

@@ -1,5 +1,6 @@
 #include "cache/serving.h"
 
+#include "cache/html_check.h"
 #include "plugin/log.h"
 #include "plugin/plugin_state.h"
 
@@ -22,8 +23,7 @@ int32_t IsPreloaded(const char* url, std::string& headers, const char*& body, in
   PreloadEntry* const entry = FindByHash(CorvaneHash(url));
   if (entry == nullptr || !CanBeServed(*entry)) return 0;
   headers = entry->responseHeaders;
-  // In whatever header it stands, and past the NUL bytes between them.
-  if (headers.find("text/html") != std::string::npos) {
+  if (MentionsHtml(headers)) {
     KIV_WARNING("ignoring HTML resource: %s", url);
     return 0;
   }

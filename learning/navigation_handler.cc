@@ -14,26 +14,25 @@
 namespace kiv {
 namespace {
 
-constexpr uint32_t kPriority = 512;
-constexpr uint32_t kLoadFlags = 0x800000;
+using namespace command;
 
 // Asks the host to send the page's own URL back as a preload order, unless the request is seen in the
 // meantime.
 void PostBypass(const char* url, const char* headers) {
-  CorvaneCmd* const cmd = CorvaneCmdCreate(8, 21, 0);
+  CorvaneCmd* const cmd = CorvaneCmdCreate(OrderPreload::kId.type, OrderPreload::kId.action, 0);
   if (cmd == nullptr) return;
-  CorvaneCmdAddParamAsUint32(cmd, kPriority);
+  CorvaneCmdAddParamAsUint32(cmd, kDefaultPriority);
   CorvaneCmdAddParamAsString(cmd, url);
   CorvaneCmdAddParamAsUint32(cmd, 0);  // no page
-  CorvaneCmdAddParamAsUint32(cmd, kLoadFlags);
+  CorvaneCmdAddParamAsUint32(cmd, kDefaultLoadFlags);
   CorvaneCmdAddParamAsString(cmd, headers);
   CorvaneCmdCommitDelayed(cmd, static_cast<unsigned int>(GetPluginState().bypassDelay));
 }
 
-void PageRequested(const CommandParams& params) {
-  const char* const url = params.String(0);
-  const char* const method = params.String(1);
-  const char* const headers = params.String(2);
+void HandlePageRequested(const CommandParams& params) {
+  const char* const url = params[PageRequested::kUrl];
+  const char* const method = params[PageRequested::kMethod];
+  const char* const headers = params[PageRequested::kHeaders];
   if (url == nullptr) return;
 
   const uint32_t urlHash = CorvaneHash(url);
@@ -50,10 +49,10 @@ void PageRequested(const CommandParams& params) {
   }
 }
 
-void ResourceSeen(const CommandParams& params) {
-  const char* const pageUrl = params.String(0);
-  const char* const url = params.String(1);
-  const bool wantsPreload = params.Number(3) == 0 && params.Number(4) != 0;
+void HandleResourceSeen(const CommandParams& params) {
+  const char* const pageUrl = params[ResourceSeen::kPageUrl];
+  const char* const url = params[ResourceSeen::kUrl];
+  const bool wantsPreload = params[ResourceSeen::kNoPreload] == 0 && params[ResourceSeen::kPreload] != 0;
   if (pageUrl == nullptr || url == nullptr) return;
 
   const uint32_t pageHash = CorvaneHash(pageUrl);
@@ -61,13 +60,13 @@ void ResourceSeen(const CommandParams& params) {
   if (CachedUrlMap.contains(urlHash)) return;
   if (wantsPreload) {
     KIV_INFO("Delayed preload : %s", url);
-    SetForPreload(url, pageHash, kPriority, kLoadFlags, std::string());
+    SetForPreload(url, pageHash, kDefaultPriority, kDefaultLoadFlags, std::string());
   }
   AddToCacheReflector(urlHash, url, pageHash);
 }
 
-void WithdrawPreloads(const CommandParams& params) {
-  const uint32_t urlHash = params.Number(0);
+void HandleWithdrawPreloads(const CommandParams& params) {
+  const uint32_t urlHash = params[WithdrawPreloads::kUrlHash];
   const auto known = CachedUrlMap.find(urlHash);
   if (known == CachedUrlMap.end()) return;
   known->second.state = 2;
@@ -79,14 +78,14 @@ void WithdrawPreloads(const CommandParams& params) {
 int32_t HandleNavigation(CorvaneCmd* cmd) {
   const CommandParams params(cmd);
   switch (cmd->action) {
-    case 9:
-      PageRequested(params);
+    case PageRequested::kId.action:
+      HandlePageRequested(params);
       return 1;
-    case 5:
-      ResourceSeen(params);
+    case ResourceSeen::kId.action:
+      HandleResourceSeen(params);
       return 1;
-    case 8:
-      WithdrawPreloads(params);
+    case WithdrawPreloads::kId.action:
+      HandleWithdrawPreloads(params);
       return 1;
     default:
       return 0;

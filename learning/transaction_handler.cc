@@ -12,9 +12,11 @@
 namespace kiv {
 namespace {
 
-void TransactionStarts(const CommandParams& params) {
-  const char* const url = params.String(0);
-  const uint32_t id = params.Number(2);
+using namespace command;
+
+void HandleStarted(const CommandParams& params) {
+  const char* const url = params[TransactionStarted::kUrl];
+  const uint32_t id = params[TransactionStarted::kTransactionId];
   if (url == nullptr) return;
 
   const uint32_t urlHash = CorvaneHash(url);
@@ -25,9 +27,9 @@ void TransactionStarts(const CommandParams& params) {
   host.transactions.try_emplace(id, std::move(transaction));
 }
 
-void TransactionDone(const CommandParams& params) {
-  const char* const url = params.String(0);
-  const uint32_t id = params.Number(1);
+void HandleDone(const CommandParams& params) {
+  const char* const url = params[TransactionDone::kUrl];
+  const uint32_t id = params[TransactionDone::kTransactionId];
   if (url == nullptr) return;
 
   if (HostEntry* const host = FindHost(HostKey(url))) host->transactions.erase(id);
@@ -40,11 +42,11 @@ void TransactionDone(const CommandParams& params) {
 int32_t HandleTransaction(CorvaneCmd* cmd) {
   const CommandParams params(cmd);
   switch (cmd->action) {
-    case 1:
-      TransactionStarts(params);
+    case TransactionStarted::kId.action:
+      HandleStarted(params);
       return 1;
-    case 4:
-      TransactionDone(params);
+    case TransactionDone::kId.action:
+      HandleDone(params);
       return 1;
     default:
       return 0;

@@ -1,10 +1,11 @@
-// Reading a command's parameters by position: an absent number is 0, an absent text null. Command thread.
+// Reading a command's parameters: an absent number is 0, an absent text or pointer null. Command thread.
 #ifndef PLUGIN_COMMAND_PARAMS_H_
 #define PLUGIN_COMMAND_PARAMS_H_
 
 #include <cstddef>
 #include <cstdint>
 
+#include "plugin/commands.h"
 #include "plugin/corvane.h"
 
 namespace kiv {
@@ -15,17 +16,18 @@ class CommandParams {
   explicit CommandParams(const CorvaneCmd* cmd)
       : params_(cmd->paramsBegin), count_(static_cast<size_t>(cmd->paramsEnd - cmd->paramsBegin)) {}
 
-  uint32_t Number(size_t index) const { return static_cast<uint32_t>(Value(index)); }
-  const char* String(size_t index) const { return Pointer<const char>(index); }
-
+  uint32_t operator[](NumberParam param) const { return static_cast<uint32_t>(Value(param.position)); }
+  const char* operator[](TextParam param) const {
+    return reinterpret_cast<const char*>(Value(param.position));
+  }
   template <typename Object>
-  Object* Pointer(size_t index) const {
-    return reinterpret_cast<Object*>(Value(index));
+  Object* operator[](PointerParam<Object> param) const {
+    return reinterpret_cast<Object*>(Value(param.position));
   }
 
  private:
-  uintptr_t Value(size_t index) const {
-    return index < count_ && params_[index] != nullptr ? params_[index]->value : 0;
+  uintptr_t Value(size_t position) const {
+    return position < count_ && params_[position] != nullptr ? params_[position]->value : 0;
   }
 
   CorvaneCmdParam* const* params_;

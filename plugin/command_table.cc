@@ -5,6 +5,7 @@
 
 #include "learning/navigation_handler.h"
 #include "learning/transaction_handler.h"
+#include "plugin/commands.h"
 #include "plugin/plugin_state.h"
 #include "preload/prefetch_handler.h"
 #include "reflector/cache_status_handler.h"
@@ -12,12 +13,18 @@
 namespace kiv {
 namespace {
 
+using namespace command;
+
 constexpr CorvaneActionType kEndOfActions = 23;
 
-constexpr CorvaneActionType kNavigationActions[] = {5, 8, 9, kEndOfActions};
-constexpr CorvaneActionType kCacheStatusActions[] = {13, kEndOfActions};
-constexpr CorvaneActionType kPrefetchActions[] = {1, 4, 21, 20, kEndOfActions};
-constexpr CorvaneActionType kTransactionActions[] = {1, 4, kEndOfActions};
+constexpr CorvaneActionType kNavigationActions[] = {ResourceSeen::kId.action, WithdrawPreloads::kId.action,
+                                                    PageRequested::kId.action, kEndOfActions};
+constexpr CorvaneActionType kCacheStatusActions[] = {CacheStatus::kId.action, kEndOfActions};
+constexpr CorvaneActionType kPrefetchActions[] = {RequestSeen::kId.action, CheckPreloads::kId.action,
+                                                  OrderPreload::kId.action, StartDelayedFetches::kId.action,
+                                                  kEndOfActions};
+constexpr CorvaneActionType kTransactionActions[] = {TransactionStarted::kId.action,
+                                                     TransactionDone::kId.action, kEndOfActions};
 
 CommandEntry MakeRow(CorvaneCmdType type, CommandHandler handler, const CorvaneActionType* actions) {
   CommandEntry row = {type, handler, {}, 0};
@@ -39,10 +46,10 @@ bool Answers(const CommandEntry& row, CorvaneCmdType type, CorvaneActionType act
 int32_t BuildCommandTable(uint32_t* mask) {
   *mask = 0;
   const CommandEntry rows[] = {
-      MakeRow(3, HandleNavigation, kNavigationActions),
-      MakeRow(2, SetCacheStatus, kCacheStatusActions),
-      MakeRow(8, HandlePrefetch, kPrefetchActions),
-      MakeRow(9, HandleTransaction, kTransactionActions),
+      MakeRow(kPageType, HandleNavigation, kNavigationActions),
+      MakeRow(kDiskCacheType, SetCacheStatus, kCacheStatusActions),
+      MakeRow(kPreloadType, HandlePrefetch, kPrefetchActions),
+      MakeRow(kTransactionType, HandleTransaction, kTransactionActions),
   };
   CommandTable.insert(CommandTable.end(), std::begin(rows), std::end(rows));  // all four or none
   for (const CommandEntry& row : rows) *mask |= 1U << row.commandType;

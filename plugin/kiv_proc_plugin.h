@@ -11,6 +11,12 @@
 //
 // Order: OnInit once, then OnGetCmdMask, then the rest in any order. The library starts no thread and no
 // timer, keeps everything in memory, and writes nothing to storage.
+//
+// End: every caller must have returned, and none may call again, before the library is unloaded or the
+// process runs its static destructors (exit, or the return from main): what the library holds is destroyed
+// then. A process that ends without them (_exit, a signal) needs no care. A forked child may use the library
+// only if no other thread was inside it at the fork; otherwise its lock may stay taken for ever, and every
+// call would block.
 #ifndef PLUGIN_KIV_PROC_PLUGIN_H_
 #define PLUGIN_KIV_PROC_PLUGIN_H_
 
@@ -96,10 +102,13 @@ KIV_EXPORT int32_t FetchDone(void* cookie, int32_t result);
 //
 // A lent body stays readable until it is given back: each IsPreloaded that answered 1 is one loan, each
 // ReleasePreloaded of that URL's hash returns one. Whatever removes the response in between (a flush, IsInDC,
-// another borrower's release), its bytes are kept until the last loan of that hash has come back. Loans have
-// no names, so: call ReleasePreloaded exactly once for each 1, also where it will answer 0, and not for a URL
-// that somebody else has borrowed and you have not; do not touch the body afterwards. A loan that is never
-// returned keeps its body, and those of that hash lent after it, for the life of the library.
+// another borrower's release), its bytes are kept until the last loan of that hash has come back, but at most
+// until the second OnFlushDb after the removal, which ends the loan. A reader is so safe through a flush that
+// it did not expect, and what is never returned is bounded by what was lent between three flushes.
+//
+// Loans have no names, so: call ReleasePreloaded exactly once for each 1, also where it will answer 0, unless
+// a flush has ended the loan; not for a URL that somebody else has borrowed and you have not; and do not
+// touch the body afterwards.
 KIV_EXPORT int32_t IsPreloaded(const char* url, std::string* headers, const char** body, int32_t* length);
 
 // Returns one loan of the URL, if any is out, and removes the URL's preload, finished or not. 1 when a

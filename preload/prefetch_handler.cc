@@ -13,6 +13,8 @@
 namespace kiv {
 namespace {
 
+using namespace command;
+
 const char* OrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
@@ -28,10 +30,10 @@ std::string ReducedHeaders(const char* requestHeaders) {
   return reduced.ToString();
 }
 
-void RequestSeen(const CommandParams& params) {
-  const char* const url = OrEmpty(params.String(0));
-  const char* const requestHeaders = OrEmpty(params.String(1));
-  auto* const context = params.Pointer<net::URLRequestContext>(3);
+void HandleRequestSeen(const CommandParams& params) {
+  const char* const url = OrEmpty(params[RequestSeen::kUrl]);
+  const char* const requestHeaders = OrEmpty(params[RequestSeen::kHeaders]);
+  net::URLRequestContext* const context = params[RequestSeen::kContext];
 
   const auto known = CachedUrlMap.find(CorvaneHash(url));
   if (known == CachedUrlMap.end()) return;
@@ -43,7 +45,7 @@ void RequestSeen(const CommandParams& params) {
   entry.state = 1;
 }
 
-void StartDelayedFetches() LOCKS_EXCLUDED(PreloadLock) {
+void StartDelayed() LOCKS_EXCLUDED(PreloadLock) {
   const base::AutoLock hold(PreloadLock);
   for (const auto& [urlHash, entry] : PreloadCache) {
     if (entry->state != PreloadState::Delayed) continue;
@@ -53,16 +55,16 @@ void StartDelayedFetches() LOCKS_EXCLUDED(PreloadLock) {
   }
 }
 
-void PreloadOrdered(const CommandParams& params) {
-  const uint32_t priority = params.Number(0);
-  const char* const url = OrEmpty(params.String(1));
-  const uint32_t mainUrlHash = params.Number(2);
-  const uint32_t loadFlags = params.Number(3);
+void HandleOrder(const CommandParams& params) {
+  const uint32_t priority = params[OrderPreload::kPriority];
+  const char* const url = OrEmpty(params[OrderPreload::kUrl]);
+  const uint32_t mainUrlHash = params[OrderPreload::kPageHash];
+  const uint32_t loadFlags = params[OrderPreload::kLoadFlags];
 
   const uint32_t urlHash = CorvaneHash(url);
   std::string requestHeaders;
   if (mainUrlHash == 0) {
-    requestHeaders = OrEmpty(params.String(4));
+    requestHeaders = OrEmpty(params[OrderPreload::kHeaders]);
     if (requestHeaders.empty()) {
       KIV_WARNING("No Prefetch Headers or Context: %s", url);
       return;
@@ -84,17 +86,17 @@ void PreloadOrdered(const CommandParams& params) {
 int32_t HandlePrefetch(CorvaneCmd* cmd) {
   const CommandParams params(cmd);
   switch (cmd->action) {
-    case 1:
-      RequestSeen(params);
+    case RequestSeen::kId.action:
+      HandleRequestSeen(params);
       return 1;
-    case 4:
+    case CheckPreloads::kId.action:
       CheckPreload();
       return 1;
-    case 20:
-      StartDelayedFetches();
+    case StartDelayedFetches::kId.action:
+      StartDelayed();
       return 1;
-    case 21:
-      PreloadOrdered(params);
+    case OrderPreload::kId.action:
+      HandleOrder(params);
       return 1;
     default:
       return 0;

@@ -8,8 +8,8 @@ namespace kiv {
 
 int32_t SetCacheStatus(CorvaneCmd* cmd) {
   const CommandParams params(cmd);
-  const uint32_t urlHash = params.Number(0);
-  const int status = params.Number(1) != 0 ? 1 : 0;
+  const uint32_t urlHash = params[command::CacheStatus::kUrlHash];
+  const int status = params[command::CacheStatus::kHeld] != 0 ? 1 : 0;
 
   const auto found = CachedUrlMap.find(urlHash);
   if (found == CachedUrlMap.end()) return 1;

@@ -1,22 +1,52 @@
-// Building command records in the layout that the plugin reads. A record and its texts belong to whoever
-// holds the pointer, until FreeCommand. One thread at a time per record.
+// Builds command records in the layout that the plugin reads.
 #ifndef CORVANE_COMMAND_H_
 #define CORVANE_COMMAND_H_
 
-#include "plugin/corvane.h"
+#include <memory>
+
+#include "plugin/commands.h"
 
 namespace corvane {
 
-// A record without parameters.
-CorvaneCmd* NewCommand(CorvaneCmdType type, CorvaneActionType action);
-
-// Append one parameter. Text is copied, null stays null; a pointer travels as a number.
-void AddNumber(CorvaneCmd* cmd, uint32_t number);
-void AddPointer(CorvaneCmd* cmd, const void* pointer);
-void AddText(CorvaneCmd* cmd, const char* text);
-
-// Frees the record with its texts. Null is fine.
+// Frees a record that was made here, with its texts. Null is fine.
 void FreeCommand(CorvaneCmd* cmd);
+
+// Owns a command record. One thread at a time.
+class Command {
+ public:
+  explicit Command(kiv::CommandId id);
+
+  // Set one parameter; the ones before it that nobody sets read as 0 or null. A text is copied, and null
+  // stays null.
+  Command& Set(kiv::NumberParam param, uint32_t number);
+  Command& Set(kiv::TextParam param, const char* text);
+  template <typename Object>
+  Command& Set(kiv::PointerParam<Object> param, Object* pointer) {
+    return SetValue(param.position, reinterpret_cast<uintptr_t>(pointer));
+  }
+  // Sets a text that is not copied: it must outlive the record.
+  Command& Lend(kiv::TextParam param, const char* text) {
+    return SetValue(param.position, reinterpret_cast<uintptr_t>(text));
+  }
+  // Leaves a place in the record's array that points nowhere.
+  Command& Omit(size_t position);
+
+  CorvaneCmd* Get() const { return record_.get(); }
+  // Hands the record to the caller, who frees it with FreeCommand.
+  CorvaneCmd* Release() { return record_.release(); }
+
+ private:
+  Command& SetValue(size_t position, uintptr_t value);
+
+  struct Free {
+    void operator()(CorvaneCmd* cmd) const { FreeCommand(cmd); }
+  };
+  std::unique_ptr<CorvaneCmd, Free> record_;
+};
+
+// Append one parameter to a record that was made here, as the plugin does. A text is copied, null stays null.
+void AppendNumber(CorvaneCmd* cmd, uint32_t number);
+void AppendText(CorvaneCmd* cmd, const char* text);
 
 }  // namespace corvane
 

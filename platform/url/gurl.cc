@@ -40,6 +40,23 @@ std::string Lower(std::string_view text) {
   return lower;
 }
 
+// A path without its "." and ".." segments. It begins with a slash, and so does the result.
+std::string WithoutDots(std::string_view path) {
+  std::string result;
+  while (!path.empty()) {
+    const size_t end = std::min(path.find('/', 1), path.size());
+    const std::string_view segment = path.substr(0, end);
+    path.remove_prefix(end);
+    if (segment == "/..") result.erase(std::min(result.rfind('/'), result.size()));
+    if (segment != "/." && segment != "/..") {
+      result += segment;
+    } else if (path.empty()) {
+      result += '/';
+    }
+  }
+  return result;
+}
+
 }  // namespace
 
 GURL::GURL() = default;
@@ -75,6 +92,30 @@ GURL::GURL(const std::string& url) {
   spec_ = url;
   host_ = Lower(host);
   port_ = port == kNoPort ? defaultPort : port;
+}
+
+GURL GURL::Resolve(const std::string& reference) const {
+  std::string_view text = reference;
+  text = text.substr(0, text.find('#'));
+  const size_t colon = text.find(':');
+  if (colon != std::string_view::npos && IsScheme(text.substr(0, colon))) return GURL(std::string(text));
+  if (host_.empty()) return GURL();
+  const std::string_view base = std::string_view(spec_).substr(0, spec_.find('#'));
+  const std::string_view scheme = base.substr(0, base.find(':') + 1);
+  if (text.starts_with("//")) return GURL(std::string(scheme).append(text));
+  const size_t pathBegin = std::min(base.find_first_of("/?", scheme.size() + 2), base.size());
+  const std::string_view origin = base.substr(0, pathBegin);
+  const std::string_view pathAndQuery = base.substr(pathBegin);
+  const std::string_view path = pathAndQuery.substr(0, pathAndQuery.find('?'));
+  if (text.empty()) return GURL(std::string(base));
+  if (text.starts_with('?')) return GURL(std::string(origin).append(path).append(text));
+  const size_t query = std::min(text.find('?'), text.size());
+  std::string target(text.substr(0, query));
+  if (!target.starts_with('/')) {
+    const size_t slash = path.rfind('/');
+    target.insert(0, slash == std::string_view::npos ? "/" : path.substr(0, slash + 1));
+  }
+  return GURL(std::string(origin).append(WithoutDots(target)).append(text.substr(query)));
 }
 
 const std::string& GURL::spec() const {

@@ -1,4 +1,5 @@
-// What request and response headers share: names without regard to case, values without blanks around them.
+// What request and response headers share: lines of a name and a value, names without regard to case, values
+// without blanks around them.
 #ifndef NET_HTTP_HEADER_TEXT_H_
 #define NET_HTTP_HEADER_TEXT_H_
 
@@ -22,6 +23,30 @@ inline base::StringPiece TrimBlanks(base::StringPiece text) {
   const size_t first = text.find_first_not_of(" \t");
   if (first == base::StringPiece::npos) return {};
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// What ends each line of a request's header text, and of a response's raw block.
+inline constexpr base::StringPiece kRequestLineEnd("\r\n", 2);
+inline constexpr base::StringPiece kResponseLineEnd("\0", 1);
+
+// Takes lines off `block`, up to and with the first one that is a header: that has a colon and a name before
+// it. Writes both of its sides without the blanks around them. The last line may lack its end. False, with
+// nothing written and the block used up, when there is no header left.
+inline bool TakeHeader(base::StringPiece& block, base::StringPiece lineEnd, base::StringPiece& name,
+                       base::StringPiece& value) {
+  while (!block.empty()) {
+    const size_t length = std::min(block.find(lineEnd), block.size());
+    const base::StringPiece line = block.substr(0, length);
+    block.remove_prefix(std::min(length + lineEnd.size(), block.size()));
+    const size_t colon = line.find(':');
+    if (colon == base::StringPiece::npos) continue;
+    const base::StringPiece before = TrimBlanks(line.substr(0, colon));
+    if (before.empty()) continue;
+    name = before;
+    value = TrimBlanks(line.substr(colon + 1));
+    return true;
+  }
+  return false;
 }
 
 }  // namespace net

@@ -24,15 +24,8 @@ void HttpRequestHeaders::SetHeader(base::StringPiece name, base::StringPiece val
 }
 
 void HttpRequestHeaders::AddHeadersFromString(base::StringPiece block) {
-  while (!block.empty()) {
-    const size_t end = block.find("\r\n");
-    const base::StringPiece line = block.substr(0, end);
-    block = end == base::StringPiece::npos ? base::StringPiece() : block.substr(end + 2);
-    const size_t colon = line.find(':');
-    if (colon == base::StringPiece::npos) continue;
-    const base::StringPiece name = TrimBlanks(line.substr(0, colon));
-    if (!name.empty()) SetHeader(name, TrimBlanks(line.substr(colon + 1)));
-  }
+  base::StringPiece name, value;
+  while (TakeHeader(block, kRequestLineEnd, name, value)) SetHeader(name, value);
 }
 
 bool HttpRequestHeaders::GetHeader(base::StringPiece name, std::string* out) const {

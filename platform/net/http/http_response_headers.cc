@@ -43,15 +43,9 @@ int HttpResponseHeaders::response_code() const {
 }
 
 int64_t HttpResponseHeaders::GetContentLength() const {
-  base::StringPiece rest = raw_;
-  while (!rest.empty()) {
-    const size_t end = rest.find('\0');
-    const base::StringPiece line = rest.substr(0, end);
-    rest = end == base::StringPiece::npos ? base::StringPiece() : rest.substr(end + 1);
-    const size_t colon = line.find(':');
-    if (colon == base::StringPiece::npos) continue;
-    if (!EqualsIgnoringCase(TrimBlanks(line.substr(0, colon)), "Content-Length")) continue;
-    return PlainNumber<int64_t>(TrimBlanks(line.substr(colon + 1))).value_or(-1);
+  base::StringPiece rest = raw_, name, value;
+  while (TakeHeader(rest, kResponseLineEnd, name, value)) {
+    if (EqualsIgnoringCase(name, "Content-Length")) return PlainNumber<int64_t>(value).value_or(-1);
   }
   return -1;
 }

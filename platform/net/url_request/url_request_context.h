@@ -2,9 +2,18 @@
 #ifndef NET_URL_REQUEST_URL_REQUEST_CONTEXT_H_
 #define NET_URL_REQUEST_URL_REQUEST_CONTEXT_H_
 
+#include <string>
+
 namespace net {
 
-class URLRequestContext {};
+// The base class has no cookies.
+class URLRequestContext {
+ public:
+  virtual ~URLRequestContext() = default;
+
+  // The value of the Cookie header that a request for the URL would carry now; empty for none.
+  virtual std::string CookiesFor(const std::string& /*url*/) { return {}; }
+};
 
 }  // namespace net
 

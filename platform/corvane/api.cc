@@ -1,99 +1,99 @@
-// The Corvane functions that the plugin imports, each one handed to the Host that is set.
+// The Corvane functions that the plugin imports, each one handed to the Api that is set.
 #include <atomic>
 #include <chrono>
 
+#include "corvane/api.h"
 #include "corvane/command.h"
-#include "corvane/host.h"
 #include "url/gurl.h"
 
 namespace corvane {
 namespace {
 
-Host g_defaultHost;
-std::atomic<Host*> g_host = &g_defaultHost;
+Api g_defaultApi;
+std::atomic<Api*> g_api = &g_defaultApi;
 
 }  // namespace
 
-Host::~Host() = default;
+Api::~Api() = default;
 
 // 32-bit FNV-1a, with 0 left out: the hash is also the fetch cookie, and a null cookie means none.
-uint32_t Host::Hash(const char* url) {
+uint32_t Api::Hash(const char* url) {
   uint32_t hash = 2166136261U;
   for (; *url != '\0'; ++url) hash = (hash ^ static_cast<unsigned char>(*url)) * 16777619U;
   return hash != 0 ? hash : 1;
 }
 
-void Host::HostPort(const std::string& url, std::string& hostPort) {
+void Api::HostPort(const std::string& url, std::string& hostPort) {
   const GURL parsed(url);
   hostPort = parsed.host();
   if (parsed.EffectiveIntPort() >= 0) hostPort += ":" + std::to_string(parsed.EffectiveIntPort());
 }
 
-int Host::Fetch(void* /*cookie*/, net::URLRequestContext* /*context*/) {
+int Api::Fetch(void* /*cookie*/, net::URLRequestContext* /*context*/) {
   return 0;
 }
-void* Host::IoMessageLoop() {
+void* Api::IoMessageLoop() {
   return this;
 }
-void* Host::HttpCache() {
+void* Api::HttpCache() {
   return this;
 }
-int Host::MaxSocketsPerGroup() {
+int Api::MaxSocketsPerGroup() {
   return 6;
 }
 
-base::Time Host::SystemTime() {
+base::Time Api::SystemTime() {
   const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
   return base::Time::FromInternalValue(
       std::chrono::duration_cast<std::chrono::microseconds>(sinceEpoch).count());
 }
 
-int Host::VerboseLevel() {
+int Api::VerboseLevel() {
   return 0;
 }
-bool Host::VerboseEnabled() {
+bool Api::VerboseEnabled() {
   return false;
 }
 
-CorvaneCmd* Host::CmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int /*value*/) {
-  return NewCommand(type, action);
+CorvaneCmd* Api::CmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int /*value*/) {
+  return Command({type, action}).Release();
 }
 
-void Host::CommitDelayed(CorvaneCmd* cmd, unsigned int /*delay*/) {
+void Api::CommitDelayed(CorvaneCmd* cmd, unsigned int /*delay*/) {
   FreeCommand(cmd);
 }
 
-void SetHost(Host* host) {
-  g_host = host != nullptr ? host : &g_defaultHost;
+void SetApi(Api* api) {
+  g_api = api != nullptr ? api : &g_defaultApi;
 }
 
 }  // namespace corvane
 
-using corvane::g_host;
+using corvane::g_api;
 
 uint32_t CorvaneHash(const char* url) {
-  return g_host.load()->Hash(url);
+  return g_api.load()->Hash(url);
 }
 
 void CorvaneGetHostPortFromUrl(const std::string& url, std::string& hostPort) {
-  g_host.load()->HostPort(url, hostPort);
+  g_api.load()->HostPort(url, hostPort);
 }
 
 int CorvaneFetch(void* cookie, net::URLRequestContext* context) {
-  return g_host.load()->Fetch(cookie, context);
+  return g_api.load()->Fetch(cookie, context);
 }
 
 void* CorvaneGetIoMessageLoop() {
-  return g_host.load()->IoMessageLoop();
+  return g_api.load()->IoMessageLoop();
 }
 void* CorvaneGetHttpCache() {
-  return g_host.load()->HttpCache();
+  return g_api.load()->HttpCache();
 }
 int CorvaneGetMaxSocketsPerGroup() {
-  return g_host.load()->MaxSocketsPerGroup();
+  return g_api.load()->MaxSocketsPerGroup();
 }
 base::Time CorvaneGetSystemTime() {
-  return g_host.load()->SystemTime();
+  return g_api.load()->SystemTime();
 }
 
 // Saturates: a clock that jumps must not turn an old time into a young one.
@@ -107,23 +107,23 @@ int CorvaneGetTimeDeltaInMs(const base::Time& from, const base::Time& to) {
 }
 
 int CorvaneGetVerboseLevel() {
-  return g_host.load()->VerboseLevel();
+  return g_api.load()->VerboseLevel();
 }
 bool CorvaneIsVerboseEnabled() {
-  return g_host.load()->VerboseEnabled();
+  return g_api.load()->VerboseEnabled();
 }
 
 CorvaneCmd* CorvaneCmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int value) {
-  return g_host.load()->CmdCreate(type, action, value);
+  return g_api.load()->CmdCreate(type, action, value);
 }
 
 void CorvaneCmdAddParamAsUint32(CorvaneCmd* cmd, unsigned int number) {
-  corvane::AddNumber(cmd, number);
+  corvane::AppendNumber(cmd, number);
 }
 void CorvaneCmdAddParamAsString(CorvaneCmd* cmd, const char* text) {
-  corvane::AddText(cmd, text);
+  corvane::AppendText(cmd, text);
 }
 
 void CorvaneCmdCommitDelayed(CorvaneCmd* cmd, unsigned int delay) {
-  g_host.load()->CommitDelayed(cmd, delay);
+  g_api.load()->CommitDelayed(cmd, delay);
 }

@@ -1,7 +1,7 @@
-// Where a running host plugs into the stand-in's Corvane functions: libcorvane.so answers them from the Host
-// set here. A program that defines the functions itself (they are plain symbols) needs none of this.
-#ifndef CORVANE_HOST_H_
-#define CORVANE_HOST_H_
+// Where a running host plugs into the stand-in's Corvane functions: libcorvane.so answers them from the Api
+// that is set here. A program that defines the functions itself (they are plain symbols) needs none of this.
+#ifndef CORVANE_API_H_
+#define CORVANE_API_H_
 
 #include "plugin/corvane.h"
 
@@ -10,9 +10,9 @@ namespace corvane {
 // Answers the plugin's calls. The base class is a host that is up, refuses every fetch, logs nothing and
 // keeps no command. Each function is called on the thread that the function of the same name in
 // plugin/corvane.h names.
-class Host {
+class Api {
  public:
-  virtual ~Host();
+  virtual ~Api();
 
   virtual uint32_t Hash(const char* url);
   virtual void HostPort(const std::string& url, std::string& hostPort);
@@ -28,9 +28,9 @@ class Host {
   virtual void CommitDelayed(CorvaneCmd* cmd, unsigned int delay);
 };
 
-// Sets the host of this process; null restores the base class. Not while the plugin is running.
-void SetHost(Host* host);
+// Sets the answers of this process; null restores the base class. Not while the plugin is running.
+void SetApi(Api* api);
 
 }  // namespace corvane
 
-#endif  // CORVANE_HOST_H_
+#endif  // CORVANE_API_H_
