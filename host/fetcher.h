@@ -4,14 +4,15 @@
 #define HOST_FETCHER_H_
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "host/executor.h"
 #include "host/plugin_functions.h"
+#include "host/settings.h"
+#include "host/task_scope.h"
 #include "host/transport.h"
 
 namespace host {
@@ -21,60 +22,79 @@ class FetchObserver {
  public:
   virtual ~FetchObserver() = default;
 
-  virtual void OnFetchTaken(uint32_t cookie, TransferId transfer) = 0;
+  // The request goes out: what headers to send it with. `pluginHeaders` are those that the plugin asked for.
+  virtual std::string OnFetchBegins(uint32_t cookie, net::URLRequestContext* context,
+                                    const std::string& pluginHeaders) = 0;
   // `accepted`: the plugin goes on with the response.
   virtual void OnFetchResponse(uint32_t cookie, const net::HttpResponseHeaders& headers, bool accepted) = 0;
-  // After FetchDone, and before those who joined hear of it.
-  virtual void OnFetchEnded(uint32_t cookie, int32_t result) = 0;
+  // After FetchDone, and before those who joined hear of the end.
+  virtual void OnFetchEnded(uint32_t cookie, int32_t result, const TransferReport& report) = 0;
 };
 
-// What somebody who waits for a running fetch hears: the response as soon as it is there, then its end. Both
-// come even when the plugin refuses the response: the transfer then goes on for those who wait.
-struct FetchJoiner {
-  std::function<void(const net::HttpResponseHeaders&)> onResponse;
-  // `forPlugin`: the plugin heard of the end as well, so it may hold the response now. False when it had
-  // refused the response or was told to forget the fetch.
-  std::function<void(int32_t result, bool forPlugin)> onDone;
+// What somebody hears who waits for a running fetch: the whole response from its first byte on, whenever they
+// have joined and whether or not the plugin takes it. Any of these may join, leave, and start and cancel
+// anything else, and may destroy the fetcher.
+class FetchJoiner {
+ public:
+  virtual ~FetchJoiner() = default;
+
+  // `sentHeaders`: the header lines that the request was sent with.
+  virtual void OnJoinResponse(const std::string& sentHeaders, const net::HttpResponseHeaders& headers) = 0;
+  virtual void OnJoinBody(const char* bytes, int32_t count) = 0;
+  // The fetch makes no progress, and nothing of it has been heard: better leave. It is called once.
+  virtual void OnJoinStalled() = 0;
+  // The last call.
+  virtual void OnJoinDone(int32_t result) = 0;
 };
 
-// Must outlive every task that it posted to the executor.
+// Names who has joined which fetch. {0, 0} is nobody.
+struct JoinId {
+  uint64_t fetch = 0;
+  uint64_t joiner = 0;
+};
+
 class Fetcher {
  public:
-  Fetcher(const PluginFunctions& plugin, Executor& executor, Transport& transport, FetchObserver& observer);
+  Fetcher(const PluginFunctions& plugin, Executor& executor, Transport& transport,
+          const HostSettings& settings, FetchObserver& observer);
+  // Ends every transfer; nobody hears of it.
   ~Fetcher();
   Fetcher(const Fetcher&) = delete;
   Fetcher& operator=(const Fetcher&) = delete;
 
   // For CorvaneFetch: takes the fetch on, to start in a task of its own. 1, or 0 for a cookie that is
-  // running.
-  int Start(void* cookie);
+  // running. The context must outlive the fetch.
+  int Start(void* cookie, net::URLRequestContext* context);
 
   // True from Start until FetchDone.
-  bool IsRunning(uint32_t cookie) const;
+  bool IsRunning(uint32_t cookie) const { return running_.contains(cookie); }
 
   // Waits for a running fetch, which becomes as urgent as the browser's own transactions. The joiner is not
-  // called from inside.
-  void Join(uint32_t cookie, FetchJoiner joiner);
+  // called from inside, and must live until OnJoinDone or Leave.
+  JoinId Join(uint32_t cookie, FetchJoiner& joiner);
+  // The following ignore a joiner who has heard the end. Leave: the joiner hears nothing more.
+  void Leave(JoinId id);
+  // While false, the joiner gets no body. True at the start.
+  void SetReading(JoinId id, bool reading);
 
-  // For a flush, before it: every running fetch ends for the plugin, which after the flush would not know it
-  // any more, or take it for a new one of the same cookie. A fetch that somebody waits for goes on for them,
-  // the others are cancelled.
-  void AbandonAll();
+  // Ends a running fetch for the plugin, for which it has failed. It goes on for those who have joined it,
+  // and is cancelled when there are none. What had come of it until now. The observer does not hear of it.
+  TransferReport Abandon(uint32_t cookie);
 
  private:
   class Fetch;
 
-  void Begin(uint64_t id);
-  void TellJoiners(uint64_t id);
-  void Forget(uint64_t id);
+  Fetch* Find(uint64_t id) const;
 
   const PluginFunctions& plugin_;
   Executor& executor_;
   Transport& transport_;
+  const HostSettings settings_;
   FetchObserver& observer_;
   uint64_t lastId_ = 0;
-  std::map<uint64_t, std::unique_ptr<Fetch>> fetches_;
-  std::map<uint32_t, Fetch*> running_;  // by cookie: those that the plugin still hears of
+  std::map<uint64_t, std::shared_ptr<Fetch>> fetches_;
+  std::map<uint32_t, uint64_t> running_;  // by cookie: the ids of those that the plugin still hears of
+  TaskScope tasks_;
 };
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// The browser's side of a request: asks the plugin first, joins a preload that is on its way, and only then
+// The browser's side of a request: asks for a preload first, joins one that is on its way, and only then
 // sends a transaction of its own, which it tells Corvane about. Executor's thread.
 #ifndef HOST_NETWORK_STACK_H_
 #define HOST_NETWORK_STACK_H_
@@ -8,61 +8,76 @@
 #include <memory>
 #include <string>
 
-#include "host/corvane.h"
+#include "host/corvane_runtime.h"
 #include "host/executor.h"
+#include "host/not_served.h"
+#include "host/task_scope.h"
 #include "host/transport.h"
 
 namespace host {
 
+using LoadId = uint64_t;  // never 0, and never used again
+
 struct LoadRequest {
+  TabId tab = 0;
   std::string url;
-  std::string method;
-  std::string headers;
-  uint64_t tag = 0;  // handed through to the transport
+  std::string method = "GET";
+  std::string headers;                        // header lines as text, cookies among them
+  bool withCredentials = true;                // cookies and the like may be sent and stored
+  net::URLRequestContext* context = nullptr;  // not owned; outlives the load
+  std::shared_ptr<UploadBody> body;           // null for none
+  uint64_t requestId = 0;                     // the embedder's own name of the load, handed through
 };
 
 // Where a response comes from.
 enum class LoadSource { Network, Served, Joined };
 
-// Hears of one load, never from inside Load. A served response comes whole: OnResponse, OnServedBody, OnDone.
+struct LoadInfo {
+  LoadId id = 0;
+  LoadSource source = LoadSource::Network;
+  NotServed why = NotServed::None;  // of a network load, and of one that joined
+};
+
+// Hears of one load: the response, its body as it comes, its end; whatever the source, it is the whole
+// response. Never from inside a call of NetworkStack. Any of these may start, join, cancel and pause loads,
+// this one included, and may destroy the network stack.
 class LoadClient {
  public:
   virtual ~LoadClient() = default;
 
-  virtual void OnResponse(const net::HttpResponseHeaders& headers) = 0;
-  // The plugin's copy of a body, the bytes being the caller's own already: served, or joined and complete.
-  virtual void OnPreloadedBody(const std::string& headers, const std::string& body) = 0;
-  virtual void OnDone(int32_t result) = 0;
+  // A response with a status of 1xx, before the one that counts.
+  virtual void OnInformational(const net::HttpResponseHeaders& /*headers*/) {}
+  // `info` as it is now: a load that had joined a preload may have gone to the network after all.
+  virtual void OnResponse(const LoadInfo& info, const net::HttpResponseHeaders& headers) = 0;
+  virtual void OnBody(const char* bytes, int32_t count) = 0;
+  // The last call. A result other than kOk may come before the response and after it. `report` is of the
+  // load's own transfer; empty when it had none.
+  virtual void OnDone(const LoadInfo& info, int32_t result, const TransferReport& report) = 0;
 };
 
-struct Load {
-  LoadSource source;
-  TransferId transfer;  // of a Network load; else 0
-};
-
-// Must outlive every load.
+// May be destroyed at any moment, before the runtime; the clients hear nothing more then.
 class NetworkStack {
  public:
-  NetworkStack(Corvane& corvane, Executor& executor, Transport& transport);
+  NetworkStack(CorvaneRuntime& corvane, Executor& executor, Transport& transport);
   ~NetworkStack();
   NetworkStack(const NetworkStack&) = delete;
   NetworkStack& operator=(const NetworkStack&) = delete;
 
-  // The client must live until OnDone.
-  Load Start(const LoadRequest& request, LoadClient& client);
+  // The client must live until OnDone or Cancel.
+  LoadInfo Start(const LoadRequest& request, LoadClient& client);
+  // Both ignore a load that is unknown or done. After Cancel the client hears nothing more.
+  void Cancel(LoadId id);
+  // While false, the client gets no body, and soon the sender is slowed down. True at the start.
+  void SetReading(LoadId id, bool reading);
 
  private:
-  class Transaction;
+  class ActiveLoad;
 
-  // Takes the held response, and gives it back to the plugin; false when there is none.
-  bool Take(const std::string& url, std::string& headers, std::string& body);
-  TransferId Send(const LoadRequest& request, LoadClient& client);
-  void Join(const LoadRequest& request, LoadClient& client);
-
-  Corvane& corvane_;
-  Executor& executor_;
+  CorvaneRuntime& corvane_;
   Transport& transport_;
-  std::map<uint32_t, std::unique_ptr<Transaction>> transactions_;  // by transaction id
+  LoadId lastId_ = 0;
+  std::map<LoadId, std::shared_ptr<ActiveLoad>> loads_;
+  TaskScope tasks_;
 };
 
 }  // namespace host

@@ -2,6 +2,10 @@
 
 #include <utility>
 
+#include "cache/html_check.h"
+#include "host/http/header_block.h"
+#include "host/reuse_rules.h"
+
 namespace host {
 namespace {
 
@@ -10,48 +14,54 @@ constexpr uint32_t kForgetAfterVisits = 10;
 
 }  // namespace
 
-const KnownPage* PageDatabase::Find(const std::string& pageUrl) const {
-  const auto found = pages_.find(pageUrl);
-  return found != pages_.end() ? &found->second : nullptr;
+PageVisit::PageVisit(std::string pageUrl, const HostSettings& settings)
+    : pageUrl_(std::move(pageUrl)),
+      maxResources_(settings.maxResourcesPerPage),
+      maxHeaderBytes_(settings.maxRequestHeaderBytes) {}
+
+void PageVisit::ResourceSeen(const SeenResource& resource) {
+  if (resource.url == pageUrl_ || places_.contains(resource.url) || seen_.size() >= maxResources_) return;
+  places_.emplace(resource.url, seen_.size());
+  std::string headers = HeadersToRepeat(resource.headers);
+  if (headers.size() > maxHeaderBytes_) headers.clear();
+  seen_.push_back({.url = resource.url,
+                   .kind = resource.kind,
+                   .get = resource.method == "GET",
+                   .withCredentials = resource.withCredentials,
+                   .carriedCookies = http::HasHeader(resource.headers, "Cookie"),
+                   .afterLoad = loaded_,
+                   .beforePaint = !painted_,
+                   .headersToRepeat = std::move(headers)});
 }
 
-void PageDatabase::BeginVisit(const std::string& pageUrl) {
-  EndVisit();
-  pageUrl_ = pageUrl;
-}
-
-void PageDatabase::ResourceSeen(const std::string& url, ResourceKind kind, bool get) {
-  if (pageUrl_.empty() || url == pageUrl_) return;
-  const auto [place, isNew] = places_.try_emplace(url, seen_.size());
-  if (isNew) seen_.push_back({.url = url, .kind = kind, .get = get});
-}
-
-void PageDatabase::ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers) {
+void PageVisit::ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers) {
   const auto place = places_.find(url);
   if (place == places_.end()) return;
   KnownResource& resource = seen_[place->second];
-  if (resource.status == 200) return;  // asked for twice: the complete answer counts
+  // Asked for twice: the complete answer counts. A 304 confirms the answer that is known.
+  if (resource.status == 200 || headers.response_code() == 304) return;
   resource.status = headers.response_code();
   resource.declaredLength = headers.GetContentLength();
-  resource.html = headers.raw_headers().find("text/html") != std::string::npos;
+  resource.html = kiv::MentionsHtml(headers.raw_headers());
 }
 
-void PageDatabase::EndVisit() {
-  if (pageUrl_.empty()) return;
-  KnownPage& page = pages_[pageUrl_];
+void PageDatabase::Remember(PageVisit visit) {
+  KnownPage& page = pages_.Use(visit.pageUrl_);
+  std::vector<KnownResource>& seen = visit.seen_;
   ++page.visits;
-  for (KnownResource& resource : seen_) {
+  for (KnownResource& resource : seen) {
     resource.visitsSeen = 1;
     resource.lastVisit = page.visits;
   }
   // This visit's order first; what it did not show keeps its order behind.
   for (KnownResource& known : page.resources) {
-    const auto place = places_.find(known.url);
-    if (place == places_.end()) {
-      if (page.visits - known.lastVisit <= kForgetAfterVisits) seen_.push_back(std::move(known));
+    const auto place = visit.places_.find(known.url);
+    if (place == visit.places_.end()) {
+      const bool isRecent = page.visits - known.lastVisit <= kForgetAfterVisits;
+      if (isRecent && seen.size() < settings_.maxResourcesPerPage) seen.push_back(std::move(known));
       continue;
     }
-    KnownResource& resource = seen_[place->second];
+    KnownResource& resource = seen[place->second];
     resource.visitsSeen += known.visitsSeen;
     if (resource.status < 0) {  // it came from a cache this time
       resource.status = known.status;
@@ -59,10 +69,8 @@ void PageDatabase::EndVisit() {
       resource.html = known.html;
     }
   }
-  page.resources = std::move(seen_);
-  seen_.clear();
-  places_.clear();
-  pageUrl_.clear();
+  page.resources = std::move(seen);
+  pages_.DropExcess();
 }
 
 }  // namespace host

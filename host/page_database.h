@@ -1,5 +1,5 @@
-// What the host remembers of pages between visits: per page URL its sub-resources, in order, how often they
-// were seen and what came back for them. In memory; executor's thread.
+// What the host remembers of pages between visits: per page URL its resources, in order, how often they were
+// seen and what came back for them. In memory and bounded; executor's thread.
 #ifndef HOST_PAGE_DATABASE_H_
 #define HOST_PAGE_DATABASE_H_
 
@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "host/recency_map.h"
 #include "host/resource_kind.h"
+#include "host/settings.h"
 #include "net/http/http_response_headers.h"
 
 namespace host {
@@ -16,10 +18,15 @@ namespace host {
 struct KnownResource {
   std::string url;
   ResourceKind kind = ResourceKind::Other;
-  bool get = true;          // asked for with GET
-  uint32_t visitsSeen = 0;  // on how many visits of the page
-  uint32_t lastVisit = 0;   // the number of the last one of them
-  int status = -1;          // of the last response; -1 when none came
+  bool get = true;              // asked for with GET
+  bool withCredentials = true;  // its requests may carry cookies
+  bool carriedCookies = false;  // its last request did
+  bool afterLoad = false;       // asked for after the page's load event, on the last visit that showed it
+  bool beforePaint = false;     // asked for before the page's first paint, on that visit
+  std::string headersToRepeat;  // of its last request: see host/reuse_rules.h
+  uint32_t visitsSeen = 0;      // on how many visits of the page
+  uint32_t lastVisit = 0;       // the number of the last one of them
+  int status = -1;              // of the last response; -1 when none came
   int64_t declaredLength = -1;
   bool html = false;  // the header block mentions text/html, which the plugin does not serve
 };
@@ -31,23 +38,56 @@ struct KnownPage {
   std::vector<KnownResource> resources;
 };
 
-class PageDatabase {
- public:
-  // The page, or null before the end of its first visit. Valid until the next call of EndVisit.
-  const KnownPage* Find(const std::string& pageUrl) const;
+// A request for a resource, as the browser makes it.
+struct SeenResource {
+  std::string url;
+  ResourceKind kind = ResourceKind::Other;
+  std::string method = "GET";
+  std::string headers;  // header lines as text; empty when unknown
+  bool withCredentials = true;
+};
 
-  // One visit: BeginVisit, then what is seen and what comes back in any order, then EndVisit, which makes it
-  // known.
-  void BeginVisit(const std::string& pageUrl);
-  void ResourceSeen(const std::string& url, ResourceKind kind, bool get);
+// What has been seen on one visit so far.
+class PageVisit {
+ public:
+  PageVisit(std::string pageUrl, const HostSettings& settings);
+
+  const std::string& PageUrl() const { return pageUrl_; }
+
+  // Calls come in any order and may be repeated. The page itself is no resource, and of a page with too many
+  // resources the first ones are kept.
+  void ResourceSeen(const SeenResource& resource);
   void ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers);
-  void EndVisit();
+  void FirstPaint() { painted_ = true; }
+  void LoadEvent() { loaded_ = true; }
 
  private:
-  std::map<std::string, KnownPage> pages_;
-  std::string pageUrl_;                   // of the visit under way; empty between visits
-  std::vector<KnownResource> seen_;       // on the visit under way
+  friend class PageDatabase;
+
+  std::string pageUrl_;
+  size_t maxResources_;
+  size_t maxHeaderBytes_;
+  bool painted_ = false;
+  bool loaded_ = false;
+  std::vector<KnownResource> seen_;
   std::map<std::string, size_t> places_;  // URL to index in seen_
+};
+
+class PageDatabase {
+ public:
+  explicit PageDatabase(const HostSettings& settings) : pages_(settings.maxPages), settings_(settings) {}
+
+  // The page, or null before the end of its first visit. Valid until the next Remember.
+  const KnownPage* Find(const std::string& pageUrl) const { return pages_.Peek(pageUrl); }
+
+  // Makes a visit known, and forgets the least recently visited page when there are too many.
+  void Remember(PageVisit visit);
+
+  size_t PageCount() const { return pages_.Size(); }
+
+ private:
+  RecencyMap<std::string, KnownPage> pages_;
+  const HostSettings settings_;
 };
 
 }  // namespace host

@@ -1,5 +1,5 @@
-// What became of each resource that the host thought of preloading on the current page: plain records, kept
-// from one page request to the next. Executor's thread.
+// What became of each resource that the host thought of preloading for a page: plain records, written by
+// CorvaneRuntime alone. Executor's thread.
 #ifndef HOST_PRELOAD_LEDGER_H_
 #define HOST_PRELOAD_LEDGER_H_
 
@@ -8,26 +8,11 @@
 #include <string>
 
 #include "base/time/time.h"
+#include "host/not_served.h"
 #include "host/resource_kind.h"
 #include "host/transport.h"
 
 namespace host {
-
-// Why a known resource was not ordered.
-enum class NotOrdered {
-  None,  // it was
-  SwitchedOff,
-  SeenTooSeldom,
-  FreshInDiskCache,
-  NotGet,
-  Html,
-  StatusNot200,
-  NoDeclaredLength,
-  OverSizeLimit,
-  EmptyBody,
-  NoContext,   // the page came without a request context
-  SharesHash,  // another URL that was ordered has the same hash
-};
 
 enum class PreloadStage {
   NotOrdered,
@@ -35,28 +20,37 @@ enum class PreloadStage {
   Launched,  // the plugin has asked for the fetch
   Held,      // complete, in the plugin's memory
   Failed,    // ended in any other way
+  Dropped,   // by the host, before anybody could use it
 };
 
 struct PreloadRecord {
   std::string url;
+  uint64_t orderId = 0;  // of its order, never used again; 0 when it was not ordered
   ResourceKind kind = ResourceKind::Other;
-  NotOrdered notOrdered = NotOrdered::None;
+  NotServed notOrdered = NotServed::None;  // why not, when it was not
   PreloadStage stage = PreloadStage::NotOrdered;
-  bool cancelled = false;     // the plugin refused the response
-  bool joined = false;        // a request waited for it
-  bool used = false;          // a request got it
+  bool refused = false;       // the plugin does not hold the response
+  bool joined = false;        // a load waited for it
+  bool used = false;          // a load got the held response
+  bool invalidated = false;   // a request has changed what the URL stands for
   bool limitReached = false;  // never launched, and not only for the browser's own transactions
-  int status = -1;            // of the response, once there was one
+  bool withCredentials = true;
+  std::string headersToRepeat;  // see host/reuse_rules.h
+  std::string sentHeaders;      // header lines that it was sent with; empty before
+  std::string responseBlock;    // raw; empty before the response
+  int status = -1;              // of the response, once there was one
   int64_t declaredLength = -1;
-  bool html = false;
   base::Time ordered;
   base::Time launched;
-  base::Time ended;
-  TransferId transfer = 0;  // 0 until the fetcher has taken it up
+  TransferReport transfer;  // filled in when the transfer has ended
 };
 
 // By URL.
 using PreloadLedger = std::map<std::string, PreloadRecord>;
+
+// Why a request that goes to the network by itself got nothing from the preload of its URL. Null: the page's
+// ledger does not know it.
+NotServed WhyNotAtHand(const PreloadRecord* record);
 
 }  // namespace host
 

@@ -2,10 +2,15 @@
 #ifndef HOST_SETTINGS_H_
 #define HOST_SETTINGS_H_
 
+#include <cstddef>
+#include <cstdint>
+
 namespace host {
 
 struct HostSettings {
-  // The socket pool's limit per host and port.
+  // --- Connections and the link.
+
+  // The socket pool's limit per group.
   int socketsPerGroup = 6;
 
   // How many of these the plugin is not told of, so that they stay the browser's. Preloads that nobody asks
@@ -13,12 +18,12 @@ struct HostSettings {
   // shorten.
   int reservedSockets = 2;
 
-  // A request for a URL whose preload is running waits for it, and makes it as urgent as itself, instead of
-  // downloading the same bytes twice.
-  bool joinRunning = true;
+  // Instead of that, how many sockets per group the plugin is told of; 0 for what remains of the above. Over
+  // connections that multiplex, sockets are no bound, and the limit of preloads in flight alone counts.
+  int pluginSockets = 0;
 
-  // How much of the link all running preloads get together, beside one transfer of the browser: the fetcher
-  // pauses its reads to yield. They have the link to themselves while the browser transfers nothing.
+  // How much of the link all running preloads get together, beside one transfer of the browser. They have the
+  // link to themselves while the browser transfers nothing.
   double preloadShare = 0.02;
 
   // A preload that holds a socket which a transaction of the browser waits for is made as urgent as that one,
@@ -26,19 +31,33 @@ struct HostSettings {
   // new connection.
   bool hurryBlockingPreloads = true;
 
+  // --- What is ordered, and who gets it.
+
+  // A request for a URL whose preload is running waits for it, and makes it as urgent as itself, instead of
+  // downloading the same bytes twice.
+  bool joinRunning = true;
+
   // A resource is ordered when it was seen on at least this share of the page's earlier visits. Below a half,
   // more of what is fetched is never asked for than is.
   double minSeenShare = 0.5;
 
-  // The fetcher's transactions are announced to the plugin (type 9) like the browser's own. Without it the
-  // plugin forgets a host whose queue is empty while preloads to it are still in flight, counts the next ones
-  // from 0, and then warns of unbalanced preloading; with it, preloads and the browser's transactions
-  // together stay within the sockets of the group.
-  bool announcePreloads = true;
+  // A load that has joined a preload goes to the network itself when the preload makes no progress for this
+  // long: longer than slow servers think, shorter than people wait.
+  int64_t joinPatienceMs = 10'000;
 
-  // A flush before each page drops what the last page left behind: a body that nobody asked for would
-  // otherwise be served, stale, on a later visit.
-  bool flushBeforePage = true;
+  // A preload that makes no progress for this long is given up, as browsers give up their own requests.
+  int64_t fetchPatienceMs = 30'000;
+
+  // A page counts as loading until this long after its last request. Preloads that it has not asked for by
+  // then are dropped.
+  int64_t settleAfterMs = 30'000;
+
+  // --- Memory. The least recently visited goes first.
+
+  size_t maxPages = 1000;            // that the page database knows; about 70 kB each when full of resources
+  size_t maxResourcesPerPage = 500;  // the first ones of a visit
+  size_t maxToldResources = 20'000;  // URLs that the plugin is made to remember as resources of pages
+  size_t maxRequestHeaderBytes = 2000;  // remembered of a resource's last request; a longer text is not kept
 
   // The verbosity that the plugin is told. 0 logs warnings and errors only.
   int verboseLevel = 0;

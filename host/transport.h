@@ -2,50 +2,107 @@
 #ifndef HOST_TRANSPORT_H_
 #define HOST_TRANSPORT_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 
+#include "base/time/time.h"
+#include "net/http/http_request_info.h"
 #include "net/http/http_response_headers.h"
+#include "net/url_request/url_request_context.h"
 
 namespace host {
 
-using TransferId = uint64_t;
+using TransferId = uint64_t;  // never 0
 
-// Results of a transfer: 0 is success, as in the network stack.
+// Results of a transfer: 0 is success, the others are numbered as the network stack numbers its errors.
 inline constexpr int32_t kOk = 0;
+inline constexpr int32_t kFailed = -2;
 inline constexpr int32_t kAborted = -3;
+inline constexpr int32_t kTimedOut = -7;
+inline constexpr int32_t kConnectionClosed = -100;
+inline constexpr int32_t kConnectionFailed = -104;
+inline constexpr int32_t kNameNotResolved = -105;
+inline constexpr int32_t kInvalidResponse = -320;
+inline constexpr int32_t kEmptyResponse = -324;
+inline constexpr int32_t kContentLengthMismatch = -354;
+inline constexpr int32_t kHttp2ProtocolError = -337;
+inline constexpr int32_t kCertificateError = -207;
 
-// A preload yields: it gets a socket when no transaction of the browser waits for one, and of the link what
-// Transport's owner says. See HostSettings.
+// A preload yields: it gets a connection when no transaction of the browser waits for one, and of the link
+// what host/link_policy.h says.
 enum class Urgency { Browser, Preload };
+
+// The body of a request, read piece by piece.
+class UploadBody {
+ public:
+  virtual ~UploadBody() = default;
+
+  // Bytes in all; -1 when that is not known before the end.
+  virtual int64_t Length() const = 0;
+  // Fills in up to `size` bytes and returns their number; 0 at the end; -1 when there is nothing yet, and
+  // `onReadable` will be called once there is; -2 when the body will never be complete.
+  virtual int64_t Read(char* buffer, size_t size) = 0;
+
+  std::function<void()> onReadable;  // set by the transport
+};
 
 struct TransferRequest {
   std::string url;
   std::string method;
   std::string headers;  // header lines as text
   Urgency urgency = Urgency::Browser;
-  uint64_t tag = 0;  // the embedder's own mark, handed through
+  net::URLRequestContext* context = nullptr;  // not owned; lives as long as the transfer
+  int loadFlags = 0;
+  net::RequestPriority priority = net::MEDIUM;
+  net::HttpRequestInfo::RequestMotivation motivation = net::HttpRequestInfo::NORMAL_MOTIVATION;
+  std::shared_ptr<UploadBody> body;  // null for none
+  uint64_t requestId = 0;            // the embedder's own name of the load, if it has one
 };
 
-// Hears of one transfer, on the executor's thread, never from inside Start, SetUrgency or Cancel.
+// When a transfer got how far; null times for what has not happened.
+struct TransferReport {
+  base::Time started;  // asked for
+  base::Time connect;  // its connection set-up began; the same as `sent` when it needed none
+  base::Time sent;
+  base::Time firstByte;
+  base::Time ended;       // complete, failed or cancelled
+  int64_t bodyBytes = 0;  // received
+};
+
+// Hears of one transfer, on the executor's thread and never from inside a call of Transport. Any of these may
+// start, cancel, pause and hurry transfers, this one included.
 class TransferClient {
  public:
   virtual ~TransferClient() = default;
 
+  // A response with a status of 1xx, before the one that counts.
+  virtual void OnInformational(const net::HttpResponseHeaders& /*headers*/) {}
   virtual void OnResponse(const net::HttpResponseHeaders& headers) = 0;
   virtual void OnBody(const char* bytes, int32_t count) = 0;
-  virtual void OnDone(int32_t result) = 0;  // the last call
+  // The last call. Success means that the message was complete by its own framing; whether its length is the
+  // declared one is for the client to check.
+  virtual void OnDone(int32_t result, const TransferReport& report) = 0;
 };
 
 class Transport {
  public:
   virtual ~Transport() = default;
 
-  // The client must live until OnDone or Cancel.
+  // The client must live until OnDone or Cancel. Redirects are not followed, bodies not decoded.
   virtual TransferId Start(const TransferRequest& request, TransferClient& client) = 0;
+  // The following ignore an id that is unknown or done.
   virtual void SetUrgency(TransferId id, Urgency urgency) = 0;
-  // Ends a transfer; its client hears nothing more.
-  virtual void Cancel(TransferId id) = 0;
+  // While false, the client gets no body, and soon the server is slowed down. True at the start.
+  virtual void SetReading(TransferId id, bool reading) = 0;
+  // Ends a transfer; its client hears nothing more. What had come of it until now.
+  virtual TransferReport Cancel(TransferId id) = 0;
+
+  // Has up to `count` connections for the URL's group, set up or on the way, that no transfer uses. One is
+  // all that a group needs whose server multiplexes.
+  virtual void Preconnect(const std::string& url, size_t count) = 0;
 };
 
 }  // namespace host

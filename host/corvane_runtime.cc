@@ -1,0 +1,402 @@
+#include "host/corvane_runtime.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "cache/html_check.h"
+#include "host/order_policy.h"
+#include "host/reuse_rules.h"
+#include "plugin/properties.h"
+
+namespace host {
+namespace {
+
+std::string HostPortOf(const std::string& url) {
+  std::string hostPort;
+  CorvaneGetHostPortFromUrl(url, hostPort);
+  return hostPort;
+}
+
+void Count(std::map<std::string, int>& counts, const std::string& hostPort, int change) {
+  const auto place = counts.try_emplace(hostPort, 0).first;
+  place->second += change;
+  if (place->second <= 0) counts.erase(place);
+}
+
+}  // namespace
+
+CorvaneRuntime::CorvaneRuntime(const PluginFunctions& plugin, Executor& executor, Transport& transport,
+                               const HostSettings& settings)
+    : plugin_(plugin),
+      executor_(executor),
+      settings_(settings),
+      sender_(plugin, [this] { AnnounceLaunches(); }),
+      answers_(
+          executor, settings,
+          [this](void* cookie, net::URLRequestContext* context) {
+            const int started = fetcher_.Start(cookie, context);
+            if (started != 0) {
+              justLaunched_.push_back(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(cookie)));
+            }
+            return started;
+          },
+          [this](CorvaneCmd* cmd, unsigned int delayMs) {
+            const std::shared_ptr<CorvaneCmd> kept(cmd, corvane::FreeCommand);  // freed in any case
+            tasks_.Post([this, kept] { sender_.SendBack(kept.get()); }, int64_t{delayMs} * 1000);
+          }),
+      fetcher_(plugin, executor, transport, settings, *this),
+      database_(settings),
+      toldResources_(settings.maxToldResources),
+      tasks_(executor) {}
+
+// The plugin may stay loaded, with what this host has ordered and the contexts that it has named.
+CorvaneRuntime::~CorvaneRuntime() {
+  Flush();
+  plugin_.OnClearDb(0);
+}
+
+void CorvaneRuntime::Start() {
+  // What the host orders must be what the plugin can hold, so it reads the same limits.
+  sizeLimit_ = static_cast<uint32_t>(kiv::ReadProperty(kiv::property::kCacheSizeLimit));
+  neverLaunches_ = kiv::ReadProperty(kiv::property::kPreloadLimit) == 0 ||
+                   kiv::ReadProperty(kiv::property::kIdleSockets) == answers_.MaxSocketsPerGroup();
+  sender_.Start();
+}
+
+void CorvaneRuntime::NetworkStackIsUp() {
+  if (std::exchange(answers_.networkStackIsUp, true)) return;
+  sender_.StartDelayedFetches();
+  for (auto& [tab, page] : pages_) {
+    if (!page.left) OrderKnown(page);
+  }
+}
+
+// --- What the browser tells
+
+CorvaneRuntime::OpenPage* CorvaneRuntime::FindPage(TabId tab) {
+  const auto found = pages_.find(tab);
+  return found != pages_.end() && !found->second.left ? &found->second : nullptr;
+}
+
+void CorvaneRuntime::PageRequested(const PageRequest& request) {
+  TabClosed(request.tab);
+  SettleIdlePages();
+  OpenPage& page = pages_
+                       .emplace(request.tab, OpenPage{.tab = request.tab,
+                                                      .request = request,
+                                                      .visit = PageVisit(request.url, settings_),
+                                                      .lastRequest = executor_.Now()})
+                       .first->second;
+  // A page that was first seen as a resource of another one is known as that until the disk cache drops it.
+  if (toldResources_.Erase(request.url) && !request.isFresh(request.url)) {
+    sender_.CacheStatus(request.url, false);
+  }
+  sender_.PageRequested(request.url, request.method, request.headers);
+  sender_.RequestSeen(request.url, request.headers, request.context);
+  if (answers_.networkStackIsUp) OrderKnown(page);
+}
+
+void CorvaneRuntime::ResourceSeen(TabId tab, const SeenResource& resource) {
+  OpenPage* const page = FindPage(tab);
+  if (page == nullptr || resource.url == page->request.url) return;
+  page->lastRequest = executor_.Now();
+  page->visit.ResourceSeen(resource);
+  toldResources_.Use(resource.url);
+  if (const auto forgotten = toldResources_.DropExcess()) sender_.CacheStatus(*forgotten, false);
+  sender_.ResourceSeen(page->request.url, resource.url);
+}
+
+void CorvaneRuntime::ResponseSeen(TabId tab, const std::string& url,
+                                  const net::HttpResponseHeaders& headers) {
+  if (OpenPage* const page = FindPage(tab)) page->visit.ResponseSeen(url, headers);
+}
+
+void CorvaneRuntime::FirstPaint(TabId tab) {
+  if (OpenPage* const page = FindPage(tab)) page->visit.FirstPaint();
+}
+
+void CorvaneRuntime::LoadEvent(TabId tab) {
+  if (OpenPage* const page = FindPage(tab)) page->visit.LoadEvent();
+}
+
+void CorvaneRuntime::PageLeft(TabId tab) {
+  if (OpenPage* const page = FindPage(tab)) LeavePage(*page);
+}
+
+void CorvaneRuntime::TabClosed(TabId tab) {
+  PageLeft(tab);
+  pages_.erase(tab);
+}
+
+void CorvaneRuntime::SettleIdlePages() {
+  const int64_t nowUs = executor_.Now().ToInternalValue();
+  DropOrders([&](const Order& order) {
+    return nowUs - pages_.at(order.tab).lastRequest.ToInternalValue() > settings_.settleAfterMs * 1000;
+  });
+}
+
+void CorvaneRuntime::CacheStatus(const std::string& url, bool held) {
+  sender_.CacheStatus(url, held);
+}
+
+void CorvaneRuntime::AnsweredByCache(TabId tab, const std::string& url) {
+  const OrderPlace place = FindOrder(url);
+  if (place != orders_.end() && place->second.tab == tab &&
+      place->second.record->stage == PreloadStage::Held) {
+    DropOrders([&url](const Order& order) { return order.url == url; });
+  }
+}
+
+// --- Orders
+
+void CorvaneRuntime::OrderKnown(OpenPage& page) {
+  const KnownPage* const known = database_.Find(page.request.url);
+  if (known == nullptr) return;
+  const OrderFacts facts = {
+      .pluginTakesOrders = sender_.IsOn() && plugin_.IsPreloaderEnabled() != 0,
+      .sizeLimit = sizeLimit_,
+      .hasContext = page.request.context != nullptr && page.request.method == "GET",
+      .isFresh = page.request.isFresh,
+      .whyNot = page.request.whyNot,
+  };
+  std::vector<std::pair<uint32_t, PreloadRecord*>> wanted;
+  for (const OrderDecision& decision : DecideOrders(*known, facts, settings_)) {
+    const KnownResource& resource = known->resources[decision.resource];
+    PreloadRecord& record = page.ledger[resource.url];
+    record.url = resource.url;
+    record.kind = resource.kind;
+    record.withCredentials = resource.withCredentials;
+    record.headersToRepeat = resource.headersToRepeat;
+    record.notOrdered = decision.why;
+    if (record.notOrdered != NotServed::None) continue;
+    const auto [place, isNew] = orders_.try_emplace(CorvaneHash(record.url.c_str()));
+    if (!isNew) {
+      record.notOrdered = place->second.url == record.url ? NotServed::OtherPage : NotServed::SharesHash;
+      continue;
+    }
+    place->second = {record.url, HostPortOf(record.url), page.tab, &record};
+    record.orderId = ++lastOrderId_;
+    record.stage = PreloadStage::Ordered;
+    record.ordered = executor_.Now();
+    wanted.emplace_back(decision.priority, &record);
+  }
+  for (const auto& [priority, record] : wanted) {
+    sender_.OrderPreload(record->url, page.request.url, priority);
+  }
+}
+
+// The fetcher's transfers are announced to the plugin like the browser's transactions. Otherwise it would
+// forget a host and port whose queue is empty while preloads to it are still in flight, count the next ones
+// from 0, and warn of unbalanced preloading. This has to happen before the next command, whose pass over the
+// hosts would do the forgetting.
+void CorvaneRuntime::AnnounceLaunches() {
+  for (const uint32_t cookie : std::exchange(justLaunched_, {})) {
+    const auto place = orders_.find(cookie);
+    if (place == orders_.end()) continue;
+    Order& order = place->second;
+    Count(preloadsInFlight_, order.hostPort, 1);
+    order.record->stage = PreloadStage::Launched;
+    order.record->launched = executor_.Now();
+    order.transactionId = TransactionStarts(order.url);
+  }
+}
+
+CorvaneRuntime::OrderPlace CorvaneRuntime::FindOrder(const std::string& url) {
+  const auto place = orders_.find(CorvaneHash(url.c_str()));
+  return place != orders_.end() && place->second.url == url ? place : orders_.end();
+}
+
+// What has failed would keep its URL from being launched again. A release is the only way to take it out of
+// the plugin; it returns nobody's loan, because Take lends and returns a body in one call.
+void CorvaneRuntime::ReleaseFailed(const std::string& url) {
+  plugin_.ReleasePreloaded(url.c_str());
+}
+
+// What waits in the plugin's queue leaves it when a transaction for its URL starts. All of these start before
+// the first one is done, because the end of each has the plugin launch what is queued.
+std::vector<CorvaneRuntime::Order> CorvaneRuntime::EndOrders(const std::function<bool(const Order&)>& which) {
+  std::vector<Order> ended;
+  for (auto place = orders_.begin(); place != orders_.end();) {
+    if (!which(place->second)) {
+      ++place;
+      continue;
+    }
+    ended.push_back(std::move(place->second));
+    place = orders_.erase(place);
+  }
+  for (Order& order : ended) {
+    if (order.record->stage == PreloadStage::Ordered) order.transactionId = TransactionStarts(order.url);
+    if (order.record->stage == PreloadStage::Launched) {
+      Count(preloadsInFlight_, order.hostPort, -1);
+      order.record->transfer = fetcher_.Abandon(CorvaneHash(order.url.c_str()));
+    }
+  }
+  for (const Order& order : ended) {
+    if (order.transactionId != 0) TransactionDone(order.url, order.transactionId);
+  }
+  return ended;
+}
+
+void CorvaneRuntime::DropOrders(const std::function<bool(const Order&)>& which) {
+  for (const Order& order : EndOrders(which)) {
+    PreloadStage& stage = order.record->stage;
+    if (stage == PreloadStage::Held) plugin_.IsInDC(order.url.c_str());
+    if (stage == PreloadStage::Launched) ReleaseFailed(order.url);
+    if (stage != PreloadStage::Ordered) stage = PreloadStage::Dropped;
+  }
+}
+
+void CorvaneRuntime::Flush() {
+  for (const Order& order : EndOrders([](const Order& /*order*/) { return true; })) {
+    if (order.record->stage != PreloadStage::Ordered) order.record->stage = PreloadStage::Dropped;
+  }
+  plugin_.OnFlushDb(0);
+}
+
+void CorvaneRuntime::LeavePage(OpenPage& page) {
+  database_.Remember(std::move(page.visit));
+  page.left = true;
+  if (SomePageIsLoading()) {
+    DropOrders([&page](const Order& order) { return order.tab == page.tab; });
+  } else {
+    Flush();
+  }
+}
+
+// Whether a page that is not left has preloads that it may still ask for. A flush would take them away, and
+// with them the context that its queued preloads need.
+bool CorvaneRuntime::SomePageIsLoading() const {
+  return std::any_of(orders_.begin(), orders_.end(),
+                     [this](const auto& order) { return !pages_.at(order.second.tab).left; });
+}
+
+// --- The fetcher's news
+
+std::string CorvaneRuntime::OnFetchBegins(uint32_t cookie, net::URLRequestContext* context,
+                                          const std::string& pluginHeaders) {
+  const auto place = orders_.find(cookie);
+  if (place == orders_.end()) return pluginHeaders;
+  PreloadRecord& record = *place->second.record;
+  std::string cookies;
+  if (record.withCredentials && context != nullptr) cookies = context->CookiesFor(record.url);
+  record.sentHeaders = HeadersToSend(pluginHeaders, record.headersToRepeat, cookies);
+  return record.sentHeaders;
+}
+
+void CorvaneRuntime::OnFetchResponse(uint32_t cookie, const net::HttpResponseHeaders& headers,
+                                     bool accepted) {
+  const auto place = orders_.find(cookie);
+  if (place == orders_.end()) return;
+  PreloadRecord& record = *place->second.record;
+  ResponseSeen(place->second.tab, record.url, headers);
+  record.responseBlock = headers.raw_headers();
+  record.status = headers.response_code();
+  record.declaredLength = headers.GetContentLength();
+  record.refused = !accepted;
+}
+
+void CorvaneRuntime::OnFetchEnded(uint32_t cookie, int32_t result, const TransferReport& report) {
+  const auto place = orders_.find(cookie);
+  if (place == orders_.end()) return;
+  Order& order = place->second;
+  Count(preloadsInFlight_, order.hostPort, -1);
+  PreloadRecord& record = *order.record;
+  const bool held = result == kOk && !record.refused && record.status == 200 && record.declaredLength != 0 &&
+                    !kiv::MentionsHtml(record.responseBlock);
+  record.stage = held ? PreloadStage::Held : PreloadStage::Failed;
+  record.transfer = report;
+  const std::string url = order.url;
+  const uint32_t transactionId = order.transactionId;
+  if (!held) {
+    orders_.erase(place);
+    ReleaseFailed(url);
+  }
+  // FetchDone has freed a slot but started nothing: with this the plugin looks for what can go next.
+  TransactionDone(url, transactionId);
+}
+
+// --- For the network stack
+
+uint32_t CorvaneRuntime::TransactionStarts(const std::string& url) {
+  const std::string hostPort = HostPortOf(url);
+  const OrderPlace place = FindOrder(url);
+  if (place != orders_.end() && place->second.record->stage == PreloadStage::Ordered) {
+    // It still waits, and not only because transactions of the browser have the sockets.
+    place->second.record->limitReached =
+        neverLaunches_ || preloadsInFlight_.contains(hostPort) || !openTransactions_.contains(hostPort);
+    orders_.erase(place);  // the plugin takes it out of its queue
+  }
+  Count(openTransactions_, hostPort, 1);
+  const uint32_t id = ++lastTransactionId_;
+  sender_.TransactionStarted(url, id);
+  return id;
+}
+
+void CorvaneRuntime::TransactionDone(const std::string& url, uint32_t id) {
+  Count(openTransactions_, HostPortOf(url), -1);
+  sender_.TransactionDone(url, id);
+}
+
+bool CorvaneRuntime::ServesPreloads() const {
+  return plugin_.IsPreloaderEnabled() != 0;
+}
+
+const PreloadRecord* CorvaneRuntime::FindRecord(TabId tab, const std::string& url) const {
+  const auto page = pages_.find(tab);
+  if (page == pages_.end()) return nullptr;
+  const auto found = page->second.ledger.find(url);
+  return found != page->second.ledger.end() ? &found->second : nullptr;
+}
+
+bool CorvaneRuntime::Take(const PreloadRecord& record, std::string& responseBlock, std::string& body) {
+  const OrderPlace place = FindOrder(record.url);
+  if (place == orders_.end()) return false;
+  const char* lent = nullptr;
+  int32_t length = 0;
+  if (plugin_.IsPreloaded(record.url.c_str(), &responseBlock, &lent, &length) == 0) {
+    place->second.record->stage = PreloadStage::Failed;
+    orders_.erase(place);
+    return false;
+  }
+  body.assign(lent, static_cast<size_t>(length));
+  plugin_.ReleasePreloaded(record.url.c_str());
+  place->second.record->used = true;
+  orders_.erase(place);
+  return true;
+}
+
+JoinId CorvaneRuntime::Join(const PreloadRecord& record, FetchJoiner& joiner) {
+  const OrderPlace place = FindOrder(record.url);
+  place->second.record->joined = true;
+  return fetcher_.Join(place->first, joiner);
+}
+
+void CorvaneRuntime::GotByJoining(TabId tab, const std::string& url, uint64_t orderId) {
+  OpenPage* const page = FindPage(tab);
+  if (page == nullptr) return;
+  const auto found = page->ledger.find(url);
+  if (found == page->ledger.end() || found->second.orderId != orderId) return;
+  found->second.used = true;
+  const OrderPlace place = FindOrder(url);
+  if (place == orders_.end() || found->second.stage != PreloadStage::Held) return;
+  orders_.erase(place);
+  plugin_.IsInDC(url.c_str());  // drops the copy, and is not the return of a loan
+}
+
+void CorvaneRuntime::Invalidate(const std::string& url) {
+  const OrderPlace place = FindOrder(url);
+  if (place == orders_.end()) return;
+  place->second.record->invalidated = true;
+  DropOrders([&url](const Order& order) { return order.url == url; });
+}
+
+// --- For reports
+
+const PreloadLedger& CorvaneRuntime::Ledger(TabId tab) const {
+  static const PreloadLedger nothing;
+  const auto page = pages_.find(tab);
+  return page != pages_.end() ? page->second.ledger : nothing;
+}
+
+}  // namespace host

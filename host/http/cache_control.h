@@ -1,0 +1,42 @@
+// What Cache-Control and Pragma say, in requests and in responses, to a private cache. Any thread.
+#ifndef HOST_HTTP_CACHE_CONTROL_H_
+#define HOST_HTTP_CACHE_CONTROL_H_
+
+#include <optional>
+#include <string_view>
+
+namespace http {
+
+// Seconds as max-age and Age hold them: digits only. A number too great for the type that holds it means
+// 2^31, as does every one beyond that. Nothing for anything else.
+std::optional<double> ParseSeconds(std::string_view text);
+
+// Of a directive with a number that stands there more than once the first one counts. What is for shared
+// caches only (s-maxage, proxy-revalidate) is left out.
+struct ResponseCacheControl {
+  bool noStore = false;
+  bool noCache =
+      false;  // also when it names fields: a cache may treat all alike. Also Pragma: no-cache alone.
+  bool mustRevalidate = false;
+  bool mustUnderstand = false;
+  bool isPublic = false;
+  bool isPrivate = false;  // also when it names fields
+  bool immutable = false;
+  std::optional<double> maxAgeS;  // 0 when its value does not parse
+};
+ResponseCacheControl ReadResponseCacheControl(std::string_view responseBlock);
+
+// A value that does not parse counts as the one that accepts least.
+struct RequestCacheControl {
+  bool noStore = false;
+  bool noCache = false;  // also Pragma: no-cache alone
+  bool onlyIfCached = false;
+  std::optional<double> maxAgeS;
+  std::optional<double> minFreshS;
+  std::optional<double> maxStaleS;  // infinite when it stands there without a value
+};
+RequestCacheControl ReadRequestCacheControl(std::string_view requestHeaders);
+
+}  // namespace http
+
+#endif  // HOST_HTTP_CACHE_CONTROL_H_

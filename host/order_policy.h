@@ -1,0 +1,40 @@
+// Which of a page's known resources to preload, in which order, and why not the others: a pure function of
+// what is known when the page is requested.
+#ifndef HOST_ORDER_POLICY_H_
+#define HOST_ORDER_POLICY_H_
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "host/not_served.h"
+#include "host/page_database.h"
+#include "host/settings.h"
+
+namespace host {
+
+// What counts besides the page itself.
+struct OrderFacts {
+  bool pluginTakesOrders = true;  // its switches are on
+  uint64_t sizeLimit = 0;         // bytes of one body that it holds
+  bool hasContext = true;         // the page's request has a context, and is a GET
+  // Whether the browser's own cache can answer for a URL without asking the server.
+  std::function<bool(const std::string& url)> isFresh;
+  // What else the embedder knows against an order; empty for nothing.
+  std::function<NotServed(const KnownResource& resource)> whyNot;
+};
+
+struct OrderDecision {
+  size_t resource;        // index in KnownPage::resources
+  NotServed why;          // None: order it
+  uint32_t priority = 0;  // of an order: smaller goes first
+};
+
+// One decision for each resource: first the orders, in the order in which to send them, then the others.
+std::vector<OrderDecision> DecideOrders(const KnownPage& page, const OrderFacts& facts,
+                                        const HostSettings& settings);
+
+}  // namespace host
+
+#endif  // HOST_ORDER_POLICY_H_
