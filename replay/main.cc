@@ -11,14 +11,14 @@
 
 #include "host/plugin_functions.h"
 #include "replay/child_jobs.h"
-#include "replay/har_reader.h"
+#include "replay/model/replay.h"
 #include "replay/options_parser.h"
 #include "replay/output_file.h"
-#include "replay/recording_report.h"
-#include "replay/replay.h"
-#include "replay/report_html.h"
-#include "replay/report_json.h"
-#include "replay/report_text.h"
+#include "replay/recording/har_reader.h"
+#include "replay/report/recording_report.h"
+#include "replay/report/report_html.h"
+#include "replay/report/report_json.h"
+#include "replay/report/report_text.h"
 
 namespace replay {
 namespace {

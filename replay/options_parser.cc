@@ -12,14 +12,10 @@
 #include <stdexcept>
 #include <thread>
 
-#include "cutils/properties.h"
+#include "plugin/properties.h"
 
 namespace replay {
 namespace {
-
-constexpr std::array kPropertyNames = {"net.cv.kiv.on",      "net.cv.kiv.bypassen",   "net.cv.kiv.bypassdl",
-                                       "net.cv.kiv.cslimit", "net.cv.kiv.prlimit",    "net.cv.kiv.idlesock",
-                                       "net.cv.kiv.cacheen", "net.cv.kiv.preloaderen"};
 
 constexpr const char* kDescription =
     R"(Replays recorded page loads through the preloading plugin and shows what it gained.
@@ -97,23 +93,39 @@ double Duration(const char* option, const std::string& text) {
   return *value * factor;
 }
 
-NetworkProfile Profile(const Texts& texts) {
-  static const std::array<NetworkProfile, 5> kProfiles = {{{"3g", 150, 1.6},
-                                                           {"4g", 170, 9},
-                                                           {"lte", 70, 12},
-                                                           {"cable", 28, 5},
-                                                           {"native", std::nullopt, std::nullopt}}};
-  const auto found = std::find_if(kProfiles.begin(), kProfiles.end(), [&texts](const NetworkProfile& known) {
-    return known.name == texts.profile;
-  });
-  if (found == kProfiles.end()) {
-    Refuse("--profile", fmt::format("'{}' is none of 3g, 4g, lte, cable, native", texts.profile));
+std::string ProfileNames() {
+  std::vector<std::string_view> names;
+  for (const NetworkProfile& profile : kNetworkProfiles) names.push_back(profile.name);
+  return fmt::format("{}", fmt::join(names, ", "));
+}
+
+// "3g (1.6 Mbit/s, 300 ms), 4g (9, 170), ..., native (as recorded)"
+std::string ProfilesText() {
+  std::vector<std::string> texts;
+  for (const NetworkProfile& profile : kNetworkProfiles) {
+    const char* const form = texts.empty() ? "{} ({} Mbit/s, {} ms)" : "{} ({}, {})";
+    texts.push_back(profile.rttMs
+                        ? fmt::format(fmt::runtime(form), profile.name, *profile.downMbit, *profile.rttMs)
+                        : fmt::format("{} (as recorded)", profile.name));
   }
+  return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+NetworkProfile Profile(const Texts& texts) {
+  const NetworkProfile* const found = FindNetworkProfile(texts.profile);
+  if (found == nullptr)
+    Refuse("--profile", fmt::format("must be one of {}, got '{}'", ProfileNames(), texts.profile));
   NetworkProfile profile = *found;
   if (!texts.rtt.empty()) profile.rttMs = Figure("--rtt", texts.rtt, "milliseconds", 0, 60000);
   if (!texts.down.empty()) profile.downMbit = Figure("--down", texts.down, "Mbit/s", 0.001, 100000);
   if (!texts.rtt.empty() || !texts.down.empty()) profile.name = "custom";
   return profile;
+}
+
+std::string PropertyNames() {
+  std::vector<const char*> names;
+  for (const kiv::Property& row : kiv::property::kAll) names.push_back(row.name);
+  return fmt::format("{}", fmt::join(names, ", "));
 }
 
 void AddProperty(const std::string& place, const std::string& text,
@@ -122,9 +134,10 @@ void AddProperty(const std::string& place, const std::string& text,
   if (equals == std::string::npos) Refuse(place, fmt::format("'{}' is not name=value", text));
   const std::string name = text.substr(0, equals);
   const std::string value = text.substr(equals + 1);
-  if (std::find(kPropertyNames.begin(), kPropertyNames.end(), name) == kPropertyNames.end()) {
-    Refuse(place, fmt::format("unknown property '{}'; known are {}", name, fmt::join(kPropertyNames, ", ")));
-  }
+  const auto& all = kiv::property::kAll;
+  const bool known =
+      std::any_of(all.begin(), all.end(), [&name](const kiv::Property& row) { return row.name == name; });
+  if (!known) Refuse(place, fmt::format("unknown property '{}'; known are {}", name, PropertyNames()));
   if (value.size() >= PROPERTY_VALUE_MAX) {
     Refuse(place, fmt::format("the value of {} has {} bytes, more than {}", name, value.size(),
                               PROPERTY_VALUE_MAX - 1));
@@ -201,9 +214,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false);
   text("--props", texts.propertiesFile, "set the properties in FILE: lines name=value, # comments", "FILE");
-  text("--profile", texts.profile,
-       "3g (1.6 Mbit/s, 150 ms), 4g (9, 170), lte (12, 70), cable (5, 28), native (as recorded)", "NAME")
-      ->capture_default_str();
+  const std::string profiles = ProfilesText();
+  text("--profile", texts.profile, profiles.c_str(), "NAME")->capture_default_str();
   text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
   text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
   text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "replay/options.h"
+#include "replay/model/replay_options.h"
 
 namespace replay {
 

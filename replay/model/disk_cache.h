@@ -1,0 +1,37 @@
+// The browser's HTTP disk cache between visits: which URLs it can answer without asking the server, and until
+// when.
+#ifndef REPLAY_MODEL_DISK_CACHE_H_
+#define REPLAY_MODEL_DISK_CACHE_H_
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "replay/recording/recording.h"
+
+namespace replay {
+
+class DiskCache {
+ public:
+  bool IsFresh(const std::string& url, int64_t nowUs) const {
+    const auto found = freshUntilUs_.find(url);
+    return found != freshUntilUs_.end() && nowUs < found->second;
+  }
+
+  // Keeps the response of a request if it may be stored; whether it does.
+  bool Store(const Request& request, int64_t nowUs) {
+    if (!request.freshForMs) return false;
+    constexpr double kLongestMs = 365.0 * 86400e3;  // a year is forever here
+    freshUntilUs_[request.url] =
+        nowUs + static_cast<int64_t>(std::min(*request.freshForMs, kLongestMs) * 1000);
+    return true;
+  }
+
+ private:
+  std::map<std::string, int64_t> freshUntilUs_;
+};
+
+}  // namespace replay
+
+#endif  // REPLAY_MODEL_DISK_CACHE_H_

@@ -1,0 +1,256 @@
+#include "replay/model/network_model.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/link_policy.h"
+#include "replay/model/content.h"
+
+namespace replay {
+namespace {
+
+constexpr size_t kMaxStreams = 100;
+
+int64_t ToUs(double ms) {
+  return static_cast<int64_t>(ms * 1000);
+}
+
+size_t Index(host::Urgency urgency) {
+  return static_cast<size_t>(urgency);
+}
+
+// What the server answers for a URL that nobody recorded.
+const std::string& NotFoundBlock() {
+  static const std::string block("HTTP/1.1 404 Not Found\0Content-Length: 0\0\0", 42);
+  return block;
+}
+
+}  // namespace
+
+NetworkModel::NetworkModel(host::VirtualClock& clock, const NetworkProfile& profile,
+                           const RecordedNetwork& recorded, const host::HostSettings& settings, Server server)
+    : clock_(clock),
+      profile_(profile),
+      recorded_(recorded),
+      settings_(settings),
+      server_(std::move(server)),
+      link_(clock, profile.downMbit.value_or(0) / 8, settings) {}
+
+NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
+  const std::string key = GroupKey(url);
+  const auto [place, isNew] = groups_.try_emplace(key);
+  Group& group = place->second;
+  if (!isNew) return group;
+  if (const auto known = recorded_.find(key); known != recorded_.end()) group.recorded = known->second;
+  const double rttMs = profile_.rttMs.value_or(group.recorded.rttMs);
+  group.rttUs = ToUs(rttMs);
+  group.connectUs =
+      ToUs(profile_.rttMs ? rttMs * ConnectRoundTrips(group.recorded) : group.recorded.connectMs);
+  return group;
+}
+
+bool NetworkModel::Multiplexed(const Group& group) const {
+  return group.recorded.protocol != Protocol::Http1;
+}
+
+host::TransferId NetworkModel::Start(const host::TransferRequest& request, host::TransferClient& client) {
+  const host::TransferId id = ++lastId_;
+  Group& group = GroupOf(request.url);
+  Transfer& transfer = transfers_[id];
+  transfer = {request, &client, server_(request), &group};
+  transfer.report.started = clock_.Now();
+  group.waiting[Index(request.urgency)].push_back(id);
+  // In a task of its own: no client hears anything from inside Start.
+  clock_.PostDelayed(0, [this, &group] { Dispatch(group); });
+  return id;
+}
+
+void NetworkModel::SetUrgency(host::TransferId id, host::Urgency urgency) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end() || found->second.request.urgency == urgency) return;
+  Transfer& transfer = found->second;
+  if (!transfer.active) {
+    std::erase(transfer.group->waiting[Index(transfer.request.urgency)], id);
+    transfer.group->waiting[Index(urgency)].push_back(id);
+    clock_.PostDelayed(0, [this, &group = *transfer.group] { Dispatch(group); });
+  }
+  transfer.request.urgency = urgency;
+  link_.SetUrgency(id, urgency);
+}
+
+void NetworkModel::SetReading(host::TransferId id, bool reading) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end() || std::exchange(found->second.reading, reading) == reading) return;
+  if (reading && found->second.received) clock_.PostDelayed(0, [this, id] { Complete(id); });
+}
+
+host::TransferReport NetworkModel::Cancel(host::TransferId id) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end()) return {};
+  Transfer& transfer = found->second;
+  Group& group = *transfer.group;
+  host::TransferReport report = transfer.report;
+  report.ended = clock_.Now();
+  const int64_t came = link_.Remove(id);
+  if (transfer.received) {
+    report.bodyBytes = transfer.recorded != nullptr ? transfer.recorded->bodyBytes : 0;
+  } else if (transfer.recorded != nullptr) {
+    report.bodyBytes =
+        std::max<int64_t>(came - static_cast<int64_t>(transfer.recorded->responseHeaders.size()), 0);
+  }
+  if (transfer.active) {
+    // An HTTP/1 connection with half a response on it is of no more use.
+    Leave(group, id, false);
+  } else {
+    std::erase(group.waiting[Index(transfer.request.urgency)], id);
+  }
+  transfers_.erase(found);
+  return report;
+}
+
+void NetworkModel::Preconnect(const std::string& url, size_t count) {
+  Group& group = GroupOf(url);
+  const size_t most = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
+  const size_t busy = Multiplexed(group) ? 0 : group.busy;
+  while (group.idle.size() + group.connecting < count && group.idle.size() + group.connecting + busy < most) {
+    OpenConnection(group);
+  }
+}
+
+void NetworkModel::OpenConnections(const std::string& url) {
+  Group& group = GroupOf(url);
+  const size_t count = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
+  group.idle.resize(count, {.connectUs = clock_.NowUs(), .fresh = false});
+}
+
+void NetworkModel::Reset(uint64_t contentVersion) {
+  contentVersion_ = contentVersion;
+  groups_.clear();
+  transfers_.clear();
+}
+
+// Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
+void NetworkModel::Dispatch(Group& group) {
+  auto& browser = group.waiting[Index(host::Urgency::Browser)];
+  auto& preloads = group.waiting[Index(host::Urgency::Preload)];
+  while (!browser.empty() || !preloads.empty()) {
+    const bool free =
+        Multiplexed(group) ? !group.idle.empty() && group.busy < kMaxStreams : !group.idle.empty();
+    if (!free) break;
+    auto& queue = browser.empty() ? preloads : browser;
+    const host::TransferId id = queue.front();
+    queue.pop_front();
+    const Connection connection = group.idle.back();
+    if (Multiplexed(group)) {
+      group.idle.back().fresh = false;
+    } else {
+      group.idle.pop_back();
+    }
+    Send(group, id, connection);
+  }
+  const size_t waiting = browser.size() + preloads.size();
+  if (Multiplexed(group)) {
+    if (waiting > 0 && group.idle.empty() && group.connecting == 0) OpenConnection(group);
+    return;
+  }
+  const auto limit = static_cast<size_t>(settings_.socketsPerGroup);
+  while (group.connecting < waiting && group.connecting + group.busy + group.idle.size() < limit) {
+    OpenConnection(group);
+  }
+  if (!browser.empty()) HurryBlocking(group);
+}
+
+// Whoever waits first when it is open gets the connection, not necessarily who had it opened.
+void NetworkModel::OpenConnection(Group& group) {
+  ++group.connecting;
+  clock_.PostDelayed(group.connectUs, [this, &group, connectUs = clock_.NowUs()] {
+    --group.connecting;
+    group.idle.push_back({.connectUs = connectUs});
+    Dispatch(group);
+  });
+}
+
+void NetworkModel::Send(Group& group, host::TransferId id, Connection connection) {
+  Transfer& transfer = transfers_.at(id);
+  host::TransferReport& report = transfer.report;
+  report.sent = clock_.Now();
+  report.connect = report.sent;
+  if (connection.fresh) {
+    report.connect = std::max(base::Time::FromInternalValue(connection.connectUs), report.started);
+  }
+  transfer.active = true;
+  ++group.busy;
+  group.active.push_back(id);
+  double serverMs = 0;
+  if (transfer.recorded != nullptr)
+    serverMs = std::max(0.0, transfer.recorded->waitMs - group.recorded.rttMs);
+  clock_.PostDelayed(group.rttUs + ToUs(serverMs), [this, id] { Respond(id); });
+}
+
+void NetworkModel::HurryBlocking(Group& group) {
+  std::vector<host::Urgency> running;
+  for (const host::TransferId id : group.active) running.push_back(transfers_.at(id).request.urgency);
+  const size_t waiting = group.waiting[Index(host::Urgency::Browser)].size();
+  for (const size_t index : host::PreloadsToHurry(settings_, waiting, group.connecting, running)) {
+    const host::TransferId id = group.active[index];
+    transfers_.at(id).request.urgency = host::Urgency::Browser;
+    link_.SetUrgency(id, host::Urgency::Browser);
+  }
+}
+
+void NetworkModel::Respond(host::TransferId id) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end()) return;  // cancelled
+  const Request* const recorded = found->second.recorded;
+  found->second.report.firstByte = clock_.Now();
+  const std::string& block = recorded != nullptr ? recorded->responseHeaders : NotFoundBlock();
+  found->second.client->OnResponse(net::HttpResponseHeaders(block));
+  if (transfers_.contains(id)) Receive(id);
+}
+
+void NetworkModel::Receive(host::TransferId id) {
+  const Transfer& transfer = transfers_.at(id);
+  const Request* const recorded = transfer.recorded;
+  if (!profile_.downMbit) {  // as recorded
+    clock_.PostDelayed(recorded != nullptr ? ToUs(recorded->receiveMs) : 0, [this, id] { Complete(id); });
+    return;
+  }
+  int64_t bytes = static_cast<int64_t>(NotFoundBlock().size());
+  if (recorded != nullptr)
+    bytes = recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
+  link_.Add(id, bytes, transfer.request.urgency, [this, id] { Complete(id); });
+}
+
+void NetworkModel::Complete(host::TransferId id) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end()) return;  // cancelled
+  Transfer& transfer = found->second;
+  transfer.received = true;
+  if (!transfer.reading) return;  // comes again when its client reads
+  transfer.report.ended = clock_.Now();
+  host::TransferClient& client = *transfer.client;
+  if (const Request* const recorded = transfer.recorded; recorded != nullptr) {
+    transfer.report.bodyBytes = recorded->bodyBytes;
+    const uint64_t seed = ContentSeed(recorded->url, contentVersion_);
+    GenerateContent(seed, recorded->bodyBytes, [&](std::string_view piece) {
+      client.OnBody(piece.data(), static_cast<int32_t>(piece.size()));
+      return transfers_.contains(id);  // unless that cancelled it
+    });
+    if (!transfers_.contains(id)) return;
+  }
+  const host::TransferReport report = transfer.report;
+  Leave(*transfer.group, id, true);
+  transfers_.erase(id);
+  client.OnDone(host::kOk, report);
+}
+
+void NetworkModel::Leave(Group& group, host::TransferId id, bool connectionIsGood) {
+  --group.busy;
+  std::erase(group.active, id);
+  if (!Multiplexed(group) && connectionIsGood) {
+    group.idle.push_back({.connectUs = clock_.NowUs(), .fresh = false});
+  }
+  clock_.PostDelayed(0, [this, &group] { Dispatch(group); });
+}
+
+}  // namespace replay

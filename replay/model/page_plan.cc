@@ -1,0 +1,105 @@
+#include "replay/model/page_plan.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "host/http/header_block.h"
+
+namespace replay {
+namespace {
+
+int64_t ToUs(double ms) {
+  return static_cast<int64_t>(ms * 1000);
+}
+
+double FirstByteMs(const Request& request) {
+  return std::max(request.startMs, request.endMs - request.receiveMs);
+}
+
+bool IsRedirect(const Request& request) {
+  return request.status >= 300 && request.status < 400;
+}
+
+// Where a redirect leads: an absolute address, or a path of the same origin. Other forms are rare, and give
+// nothing.
+std::string RedirectTarget(const Request& request) {
+  const std::string_view location = http::FindHeader(request.responseHeaders, "Location").value_or("");
+  if (location.starts_with("//"))
+    return request.url.substr(0, request.url.find(':') + 1) + std::string(location);
+  if (!location.starts_with('/')) return std::string(location);
+  const size_t authority = request.url.find("://");
+  if (authority == std::string::npos) return {};
+  return request.url.substr(0, request.url.find('/', authority + 3)) + std::string(location);
+}
+
+// The latest request of each URL so far, and the redirects that lead to each.
+struct Seen {
+  std::map<std::string_view, size_t> byUrl;
+  std::map<std::string, size_t> redirectsTo;
+};
+
+// What initiated a request: a redirect to it, its recorded initiator, its referrer, else the document; of the
+// ones before the document, the one before.
+size_t FindParent(const Page& page, size_t index, const Seen& seen) {
+  const Request& request = page.requests[index];
+  if (const auto redirect = seen.redirectsTo.find(request.url); redirect != seen.redirectsTo.end()) {
+    return redirect->second;
+  }
+  if (index <= page.document) return index == 0 ? kPageStart : index - 1;
+  for (const std::string_view url :
+       {std::string_view(request.initiatorUrl), std::string_view(request.referer)}) {
+    const auto found = url.empty() ? seen.byUrl.end() : seen.byUrl.find(url);
+    if (found != seen.byUrl.end()) return found->second;
+  }
+  return page.document;
+}
+
+PlannedRequest Plan(const Page& page, size_t index, const Seen& seen) {
+  const Request& request = page.requests[index];
+  PlannedRequest planned;
+  planned.parent = FindParent(page, index, seen);
+  if (planned.parent != kPageStart) {
+    const Request* parent = &page.requests[planned.parent];
+    if (request.startMs < FirstByteMs(*parent) && planned.parent > page.document) {
+      planned.parent = page.document;  // it cannot have come from there
+      parent = &page.requests[page.document];
+    }
+    if (request.startMs >= parent->endMs) {
+      planned.thinkUs = ToUs(request.startMs - parent->endMs);
+      return planned;
+    }
+    const bool streams = parent->kind == host::ResourceKind::Document && !IsRedirect(*parent);
+    if (streams && request.startMs >= FirstByteMs(*parent)) {
+      planned.fromFirstByte = true;
+      planned.thinkUs = ToUs(request.startMs - FirstByteMs(*parent));
+      return planned;
+    }
+    if (index > page.document) return planned;  // as soon as the parent is there
+    planned.parent = kPageStart;
+  }
+  planned.thinkUs = ToUs(request.startMs);
+  return planned;
+}
+
+}  // namespace
+
+PagePlan MakePlan(const Page& page) {
+  PagePlan plan;
+  Seen seen;
+  double lastEndMs = 0;
+  for (size_t index = 0; index < page.requests.size(); ++index) {
+    const Request& request = page.requests[index];
+    PlannedRequest planned = Plan(page, index, seen);
+    planned.blocksLoad = page.onLoadMs < 0 || request.startMs < page.onLoadMs;
+    if (planned.blocksLoad) lastEndMs = std::max(lastEndMs, request.endMs);
+    plan.requests.push_back(planned);
+    seen.byUrl[request.url] = index;
+    if (IsRedirect(request)) seen.redirectsTo[RedirectTarget(request)] = index;
+  }
+  if (page.onLoadMs > lastEndMs) plan.restUs = ToUs(page.onLoadMs - lastEndMs);
+  return plan;
+}
+
+}  // namespace replay

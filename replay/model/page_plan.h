@@ -1,0 +1,32 @@
+// When the browser asks for each request of a page: what it waits for, and how long it then thinks. Made from
+// the recording alone, so it is the same for every way of running the page.
+#ifndef REPLAY_MODEL_PAGE_PLAN_H_
+#define REPLAY_MODEL_PAGE_PLAN_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "replay/recording/recording.h"
+
+namespace replay {
+
+inline constexpr size_t kPageStart = static_cast<size_t>(-1);
+
+struct PlannedRequest {
+  size_t parent = kPageStart;  // index of the request that initiates this one
+  bool fromFirstByte = false;  // the parent streams: its first byte counts, not its last
+  int64_t thinkUs = 0;         // from there to the request
+  bool blocksLoad = false;     // it began before the page's load event
+};
+
+struct PagePlan {
+  std::vector<PlannedRequest> requests;  // by index of Page::requests; parents come first
+  int64_t restUs = 0;                    // from the end of the last blocking request to the load event
+};
+
+PagePlan MakePlan(const Page& page);
+
+}  // namespace replay
+
+#endif  // REPLAY_MODEL_PAGE_PLAN_H_

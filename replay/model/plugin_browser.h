@@ -1,0 +1,69 @@
+// The browser with the plugin: page loads through the real library, with Corvane's running side around it. It
+// keeps what a browser keeps between visits: disk cache, page database, and the plugin's own memory. One per
+// process.
+#ifndef REPLAY_MODEL_PLUGIN_BROWSER_H_
+#define REPLAY_MODEL_PLUGIN_BROWSER_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/corvane_runtime.h"
+#include "host/network_stack.h"
+#include "host/plugin_functions.h"
+#include "replay/model/cookie_presence.h"
+#include "replay/model/disk_cache.h"
+#include "replay/model/network_model.h"
+#include "replay/model/ways.h"
+
+namespace replay {
+
+class PluginBrowser {
+ public:
+  PluginBrowser(const host::PluginFunctions& plugin, const RecordedNetwork& recordedNetwork,
+                const ReplayOptions& options, const host::HostSettings& settings);
+  ~PluginBrowser();
+  PluginBrowser(const PluginBrowser&) = delete;
+  PluginBrowser& operator=(const PluginBrowser&) = delete;
+
+  int64_t NowUs() const { return clock_.NowUs(); }
+  void AdvanceTo(int64_t timeUs) { clock_.AdvanceTo(timeUs); }
+  const DiskCache& Cache() const { return diskCache_; }
+  // What earlier visits of the page have taught; null before its first.
+  const host::KnownPage* Known(const std::string& pageUrl) const { return corvane_.Database().Find(pageUrl); }
+
+  // Loads the page and fills in the visit's plugin way and counts. Throws std::runtime_error when a body that
+  // was served is not what was fetched.
+  void Load(const VisitSetup& setup, Visit& visit);
+
+  // The plugin's log so far, each line in the form of logcat's threadtime, when the options ask for it.
+  std::vector<std::string> TakeLog();
+
+ private:
+  class Client;
+
+  // The simulated browser has one tab.
+  static constexpr host::TabId kTab = 1;
+
+  void Ask(size_t index);
+  void Count(Visit& visit) const;
+  std::vector<PreloadRow> PreloadRows(int64_t startUs) const;
+
+  host::VirtualClock clock_;
+  NetworkModel network_;
+  host::CorvaneRuntime corvane_;
+  host::NetworkStack stack_;
+  CookiePresence cookies_;
+  DiskCache diskCache_;
+
+  // The visit under way.
+  uint64_t contentVersion_ = 0;  // its number: each visit finds other content
+  const VisitSetup* setup_ = nullptr;
+  class PageLoad* load_ = nullptr;
+  std::vector<std::unique_ptr<Client>> clients_;
+};
+
+}  // namespace replay
+
+#endif  // REPLAY_MODEL_PLUGIN_BROWSER_H_

@@ -1,0 +1,98 @@
+#include "replay/model/replay.h"
+
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "cutils/properties.h"
+#include "replay/model/page_plan.h"
+#include "replay/model/plugin_browser.h"
+#include "replay/model/recorded_network.h"
+#include "replay/model/ways.h"
+
+namespace replay {
+namespace {
+
+// Between two pages that are loaded one after the other.
+constexpr int64_t kThinkUs = 10'000'000;
+
+const std::string& UrlOf(const Page& page) {
+  return page.requests.front().url;
+}
+
+// How often all pages are loaded, one after the other: as often as asked where no page of the recording comes
+// back, else once.
+uint32_t RoundsOf(const Recording& recording, uint32_t visits) {
+  std::set<std::string_view> urls;
+  for (const Page& page : recording.pages) urls.insert(UrlOf(page));
+  return urls.size() == recording.pages.size() ? visits : 1;
+}
+
+host::HostSettings Settings(const ReplayOptions& options) {
+  host::HostSettings settings;
+  settings.socketsPerGroup = options.socketsPerGroup;
+  settings.joinRunning = options.join;
+  settings.verboseLevel = options.logLevel.value_or(0);
+  return settings;
+}
+
+WayResult& At(Visit& visit, Way way) {
+  return visit.ways[static_cast<size_t>(way)];
+}
+
+}  // namespace
+
+RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions& options,
+                                const host::PluginFunctions& plugin) {
+  RecordingResult result = {.name = recording.name, .skipped = recording.skipped};
+  const RecordedNetwork recordedNetwork = MeasureNetwork(recording);
+  const host::HostSettings settings = Settings(options);
+  for (const auto& [name, value] : options.properties) property_set(name.c_str(), value.c_str());
+
+  RequestIndex recordingIndex;
+  for (const Page& page : recording.pages) AddToIndex(page, recordingIndex);
+
+  PluginBrowser browser(plugin, recordedNetwork, options, settings);
+  std::map<std::string, uint32_t> visitsOf;
+  std::map<std::string, int64_t> leftUs;
+  const size_t loads = recording.pages.size() * RoundsOf(recording, options.visits);
+  for (size_t load = 0; load < loads; ++load) {
+    const size_t index = load % recording.pages.size();
+    const Page& page = recording.pages[index];
+    const PagePlan plan = MakePlan(page);
+    RequestIndex pageIndex;
+    AddToIndex(page, pageIndex);
+    Visit visit = {.page = index, .pageUrl = UrlOf(page), .number = ++visitsOf[UrlOf(page)]};
+    visit.repeat = visit.number > 1;
+    if (visit.repeat) {
+      browser.AdvanceTo(leftUs[visit.pageUrl] + static_cast<int64_t>(options.revisitAfterMs * 1000));
+    } else if (load > 0) {
+      browser.AdvanceTo(browser.NowUs() + kThinkUs);
+    }
+    const DiskCache diskCache = browser.Cache();
+    const VisitSetup setup = {.page = page,
+                              .pageIndex = pageIndex,
+                              .recordingIndex = recordingIndex,
+                              .plan = plan,
+                              .recordedNetwork = recordedNetwork,
+                              .options = options,
+                              .settings = settings,
+                              .diskCache = diskCache,
+                              .nowUs = browser.NowUs()};
+    At(visit, Way::Off) = RunOff(setup);
+    if (visit.repeat) {
+      const host::KnownPage* const known = browser.Known(visit.pageUrl);
+      At(visit, Way::Hints) = RunHints(setup, known);
+      At(visit, Way::Oracle) = RunOracle(setup, known);
+    }
+    browser.Load(setup, visit);
+    leftUs[visit.pageUrl] = browser.NowUs();
+    result.visits.push_back(std::move(visit));
+  }
+  result.logLines = browser.TakeLog();
+  return result;
+}
+
+}  // namespace replay

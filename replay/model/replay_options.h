@@ -1,0 +1,26 @@
+// What a replay is asked to do.
+#ifndef REPLAY_MODEL_REPLAY_OPTIONS_H_
+#define REPLAY_MODEL_REPLAY_OPTIONS_H_
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "replay/model/network_profiles.h"
+
+namespace replay {
+
+struct ReplayOptions {
+  NetworkProfile profile;
+  int socketsPerGroup = 6;
+  uint32_t visits = 3;  // loads made of a recording that holds a single load of each page
+  double revisitAfterMs = 3600e3;
+  bool join = true;
+  std::map<std::string, std::string> properties;  // system properties by name
+  std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
+};
+
+}  // namespace replay
+
+#endif  // REPLAY_MODEL_REPLAY_OPTIONS_H_

@@ -1,0 +1,165 @@
+#include "replay/recording/har_pages.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <numeric>
+#include <set>
+
+#include "host/http/dates.h"
+
+namespace replay {
+namespace {
+
+constexpr double kOffMs = 24 * 3600e3;      // from the middle row; a date further away is wrong
+constexpr double kMostShiftMs = 10 * 60e3;  // between a page's own start and its first row's
+
+bool IsHtml(const Request& request) {
+  if (request.mimeType.empty()) return request.kind == host::ResourceKind::Document;
+  return request.mimeType == "text/html" || request.mimeType == "application/xhtml+xml";
+}
+
+// A page while its rows are gathered.
+struct Draft {
+  HarPage har;
+  std::optional<double> startedMs;  // as the file says
+  std::optional<double> fromMs;     // the earlier of that and of the first row that names it
+  std::vector<size_t> rows;         // in file order
+};
+
+void Earlier(std::optional<double>& least, std::optional<double> ms) {
+  if (ms && (!least || *ms < *least)) least = ms;
+}
+
+// The dates around which the file lies: those too far from the middle one are forgotten.
+struct Era {
+  std::optional<double> middleMs;
+
+  std::optional<double> Check(std::optional<double> ms) const {
+    return ms && middleMs && std::abs(*ms - *middleMs) <= kOffMs ? ms : std::nullopt;
+  }
+};
+
+Era FindEra(const std::vector<HarRow>& rows) {
+  std::vector<double> dates;
+  for (const HarRow& row : rows) {
+    if (row.startedMs) dates.push_back(*row.startedMs);
+  }
+  if (dates.empty()) return {};
+  const auto middle = dates.begin() + static_cast<std::ptrdiff_t>(dates.size() / 2);
+  std::nth_element(dates.begin(), middle, dates.end());
+  return {*middle};
+}
+
+std::vector<Draft> DraftPages(const std::vector<HarPage>& harPages, const std::vector<HarRow>& rows,
+                              const Era& era) {
+  std::vector<Draft> drafts;
+  for (const HarPage& page : harPages) {
+    const std::optional<double> started = era.Check(http::ParseIsoDate(page.startedDateTime));
+    drafts.push_back({.har = page, .startedMs = started, .fromMs = started});
+  }
+  if (!drafts.empty()) return drafts;
+  std::set<std::string_view> known;
+  for (const HarRow& row : rows) {
+    if (known.insert(row.pageref).second) drafts.push_back({.har = {.id = row.pageref}});
+  }
+  return drafts;
+}
+
+// Pages in the order of their starts, those without one at the end.
+std::vector<size_t> SortedByStart(const std::vector<Draft>& drafts, std::vector<size_t> pages) {
+  std::stable_sort(pages.begin(), pages.end(), [&](size_t a, size_t b) {
+    if (!drafts[a].fromMs || !drafts[b].fromMs) return drafts[a].fromMs.has_value() && !drafts[b].fromMs;
+    return *drafts[a].fromMs < *drafts[b].fromMs;
+  });
+  return pages;
+}
+
+// The last one that had started when the row did; the first one for a row that tells no time or is too early.
+size_t PageAt(const std::vector<Draft>& drafts, const std::vector<size_t>& sorted, std::optional<double> ms) {
+  if (!ms) return sorted.front();
+  const auto after = std::partition_point(sorted.begin(), sorted.end(), [&](size_t page) {
+    return drafts[page].fromMs && *drafts[page].fromMs <= *ms;
+  });
+  return after == sorted.begin() ? sorted.front() : *(after - 1);
+}
+
+void AssignRows(const std::vector<HarRow>& rows, std::vector<Draft>& drafts) {
+  std::map<std::string_view, std::vector<size_t>> pagesById;
+  for (size_t page = 0; page < drafts.size(); ++page) pagesById[drafts[page].har.id].push_back(page);
+  for (const HarRow& row : rows) {
+    const auto named = pagesById.find(row.pageref);
+    if (named != pagesById.end() && named->second.size() == 1) {
+      Earlier(drafts[named->second.front()].fromMs, row.startedMs);
+    }
+  }
+  for (auto& [id, pages] : pagesById) pages = SortedByStart(drafts, std::move(pages));
+  std::vector<size_t> all(drafts.size());
+  std::iota(all.begin(), all.end(), size_t{0});
+  all = SortedByStart(drafts, std::move(all));
+  for (size_t row = 0; row < rows.size(); ++row) {
+    const auto named = pagesById.find(rows[row].pageref);
+    const std::vector<size_t>& candidates = named != pagesById.end() ? named->second : all;
+    drafts[PageAt(drafts, candidates, rows[row].startedMs)].rows.push_back(row);
+  }
+}
+
+// A page's own times count from its own start; here they count from its first request's.
+double ShiftedTiming(std::optional<double> ms, double shiftMs) {
+  if (!ms || *ms <= 0 || *ms > kOffMs) return -1;
+  return *ms + shiftMs < 0 ? -1 : *ms + shiftMs;
+}
+
+// Redirects that lead to the main document are part of the navigation, whatever they look like.
+void FindDocument(Page& page) {
+  const auto document = std::find_if(page.requests.begin(), page.requests.end(), [](const Request& request) {
+    return request.status >= 200 && request.status < 300 && IsHtml(request);
+  });
+  if (document == page.requests.end()) return;
+  page.document = static_cast<size_t>(document - page.requests.begin());
+  document->kind = host::ResourceKind::Document;
+  std::for_each(page.requests.begin(), document, [](Request& request) {
+    const bool isRedirect = request.status >= 300 && request.status < 400;
+    if (isRedirect && request.kind == host::ResourceKind::Other) request.kind = host::ResourceKind::Document;
+  });
+}
+
+Page MakePage(const Draft& draft, std::vector<HarRow>& rows) {
+  Page page{.id = draft.har.id, .title = draft.har.title};
+  std::optional<double> firstMs;
+  for (const size_t row : draft.rows) Earlier(firstMs, rows[row].startedMs);
+  double lastMs = firstMs.value_or(0);
+  for (const size_t row : draft.rows) {
+    lastMs = rows[row].startedMs.value_or(lastMs);
+    Request& request = page.requests.emplace_back(std::move(rows[row].request));
+    request.startMs = lastMs - firstMs.value_or(0);
+    request.endMs = request.startMs + rows[row].durationMs;
+  }
+  std::stable_sort(page.requests.begin(), page.requests.end(),
+                   [](const Request& a, const Request& b) { return a.startMs < b.startMs; });
+  double shiftMs = draft.startedMs && firstMs ? *draft.startedMs - *firstMs : 0;
+  if (std::abs(shiftMs) > kMostShiftMs) shiftMs = 0;
+  page.onContentLoadMs = ShiftedTiming(draft.har.onContentLoadMs, shiftMs);
+  page.onLoadMs = ShiftedTiming(draft.har.onLoadMs, shiftMs);
+  FindDocument(page);
+  return page;
+}
+
+}  // namespace
+
+std::vector<Page> MakePages(const std::vector<HarPage>& harPages, std::vector<HarRow> rows) {
+  const Era era = FindEra(rows);
+  for (HarRow& row : rows) row.startedMs = era.Check(row.startedMs);
+  std::vector<Draft> drafts = DraftPages(harPages, rows, era);
+  if (drafts.empty()) return {};
+  AssignRows(rows, drafts);
+  std::vector<Page> pages;
+  std::vector<size_t> order(drafts.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  for (const size_t draft : SortedByStart(drafts, std::move(order))) {
+    if (!drafts[draft].rows.empty()) pages.push_back(MakePage(drafts[draft], rows));
+  }
+  return pages;
+}
+
+}  // namespace replay

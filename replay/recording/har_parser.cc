@@ -1,0 +1,351 @@
+#include "replay/recording/har_parser.h"
+
+#include <simdjson.h>
+
+#include <algorithm>
+#include <charconv>
+#include <stdexcept>
+
+namespace replay {
+namespace {
+
+using simdjson::ondemand::json_type;
+using JsonKey = simdjson::ondemand::raw_json_string;
+using JsonValue = simdjson::ondemand::value;
+
+static_assert(kJsonPadding >= simdjson::SIMDJSON_PADDING);
+
+constexpr size_t kMostHeaders =
+    1000;  // of one message; real ones stay far below, and each is looked up by name
+constexpr int kMostStackParents = 100;  // followed from a script's stack to the one that scheduled it
+
+// --- Values of any type. Only broken JSON throws; a value that is not wanted is stepped over by the
+// iteration.
+
+// The text of a string without its quotes; it is copied (by the parser) only when something is escaped in it.
+// What no text can hold, such as half a surrogate pair, stays escaped.
+std::string_view Text(JsonValue value) {
+  std::string_view token = value.raw_json_token();
+  if (!token.starts_with('"')) return {};
+  token = token.substr(1, token.rfind('"') - 1);
+  if (token.find('\\') == std::string_view::npos) return token;
+  std::string_view unescaped;
+  return value.get_string().get(unescaped) == simdjson::SUCCESS ? unescaped : token;
+}
+
+std::optional<double> NumberInText(std::string_view text) {
+  double number = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool whole = error == std::errc() && stop == text.data() + text.size();
+  return whole ? std::optional(number) : std::nullopt;
+}
+
+std::optional<double> Number(JsonValue value) {
+  const json_type type = value.type();
+  if (type == json_type::string) return NumberInText(Text(value));
+  double number = 0;
+  if (type != json_type::number || value.get_double().get(number) != simdjson::SUCCESS) return std::nullopt;
+  return number;
+}
+
+// Calls `onField(key, value)` for each field; false when it is no object.
+template <typename OnField>
+bool ForEachField(JsonValue value, const OnField& onField) {
+  if (value.type() != json_type::object) return false;
+  for (auto field : value.get_object()) onField(field.key().value(), field.value().value());
+  return true;
+}
+
+// Calls `onElement(value)` for each element until it returns false; false when it is no array.
+template <typename OnElement>
+bool ForEachElement(JsonValue value, const OnElement& onElement) {
+  if (value.type() != json_type::array) return false;
+  for (auto element : value.get_array()) {
+    if (!onElement(element.value())) break;
+  }
+  return true;
+}
+
+// --- The parts of an entry.
+
+void ReadHeaders(JsonValue value, std::vector<HarHeader>& headers) {
+  ForEachElement(value, [&](JsonValue element) {
+    HarHeader header;
+    ForEachField(element, [&](JsonKey key, JsonValue field) {
+      if (key == "name") header.name = Text(field);
+      if (key == "value") header.value = Text(field);
+    });
+    if (!header.name.empty()) headers.push_back(header);
+    return headers.size() < kMostHeaders;
+  });
+}
+
+bool IsWebUrl(std::string_view text) {
+  return text.starts_with("http://") || text.starts_with("https://");
+}
+
+// The URL of the innermost frame that has one; else that of the stack which scheduled this one.
+std::string_view StackUrl(JsonValue stack, int parents = 0) {
+  std::string_view own;
+  std::string_view parent;
+  ForEachField(stack, [&](JsonKey key, JsonValue field) {
+    if (key == "parent" && parents < kMostStackParents) parent = StackUrl(field, parents + 1);
+    if (key != "callFrames") return;
+    ForEachElement(field, [&](JsonValue frame) {
+      ForEachField(frame, [&](JsonKey frameKey, JsonValue frameField) {
+        if (frameKey == "url" && own.empty()) own = Text(frameField);
+      });
+      if (!IsWebUrl(own)) own = {};
+      return own.empty();
+    });
+  });
+  return own.empty() ? parent : own;
+}
+
+// A URL, or an object that names one itself or by its stack.
+std::string_view InitiatorUrl(JsonValue value) {
+  std::string_view url = Text(value);
+  std::string_view stackUrl;
+  ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "url") url = Text(field);
+    if (key == "stack") stackUrl = StackUrl(field);
+  });
+  return IsWebUrl(url) ? url : stackUrl;
+}
+
+void ReadRequest(JsonValue value, HarEntry& entry) {
+  ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "method") entry.method = Text(field);
+    if (key == "url") entry.url = Text(field);
+    if (key == "httpVersion") entry.requestVersion = Text(field);
+    if (key == "headers") ReadHeaders(field, entry.requestHeaders);
+  });
+}
+
+void ReadContent(JsonValue value, HarEntry& entry) {
+  ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "size") entry.contentSize = Number(field);
+    if (key == "mimeType") entry.mimeType = Text(field);
+  });
+}
+
+void ReadResponse(JsonValue value, HarEntry& entry) {
+  entry.hasResponse = ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "status") entry.status = Number(field);
+    if (key == "statusText") entry.statusText = Text(field);
+    if (key == "httpVersion") entry.responseVersion = Text(field);
+    if (key == "headers") ReadHeaders(field, entry.responseHeaders);
+    if (key == "content") ReadContent(field, entry);
+    if (key == "headersSize") entry.headersSize = Number(field);
+    if (key == "bodySize") entry.bodySize = Number(field);
+    if (key == "_transferSize") entry.transferSize = Number(field);
+  });
+}
+
+void ReadTimings(JsonValue value, HarEntry& entry) {
+  ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "_queued") entry.queuedMs = Number(field);
+    if (key == "ssl") entry.sslMs = Number(field);
+    if (key == "blocked") entry.blockedMs = Number(field);
+    if (key == "dns") entry.dnsMs = Number(field);
+    if (key == "connect") entry.connectMs = Number(field);
+    if (key == "send") entry.sendMs = Number(field);
+    if (key == "wait") entry.waitMs = Number(field);
+    if (key == "receive") entry.receiveMs = Number(field);
+  });
+}
+
+void ReadEntry(JsonValue value, HarEntry& entry) {
+  ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "request") ReadRequest(field, entry);
+    if (key == "response") ReadResponse(field, entry);
+    if (key == "timings") ReadTimings(field, entry);
+    if (key == "time") entry.timeMs = Number(field);
+    if (key == "pageref") entry.pageref = Text(field);
+    if (key == "startedDateTime") entry.startedDateTime = Text(field);
+    if (key == "_resourceType") entry.resourceType = Text(field);
+    if (key == "_initiator") entry.initiatorUrl = InitiatorUrl(field);
+    if (key == "_protocol") entry.protocol = Text(field);
+    if (key == "_objectSize") entry.objectSize = Number(field);
+    if (key == "_bytesIn") entry.bytesIn = Number(field);
+  });
+}
+
+// --- The rest of the log.
+
+std::string ReadProgram(JsonValue value) {
+  std::string_view name, version;
+  ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "name") name = Text(field);
+    if (key == "version") version = Text(field);
+  });
+  std::string program(name);
+  if (!name.empty() && !version.empty()) program += ' ';
+  return program.append(version);
+}
+
+HarPage ReadPage(JsonValue value) {
+  HarPage page;
+  ForEachField(value, [&](JsonKey key, JsonValue field) {
+    if (key == "id") page.id = Text(field);
+    if (key == "title") page.title = Text(field);
+    if (key == "startedDateTime") page.startedDateTime = Text(field);
+    if (key != "pageTimings") return;
+    ForEachField(field, [&](JsonKey timing, JsonValue ms) {
+      if (timing == "onContentLoad") page.onContentLoadMs = Number(ms);
+      if (timing == "onLoad") page.onLoadMs = Number(ms);
+    });
+  });
+  return page;
+}
+
+void ReadPages(JsonValue value, std::vector<HarPage>& pages) {
+  ForEachElement(value, [&](JsonValue element) {
+    if (element.type() == json_type::object) pages.push_back(ReadPage(element));
+    return true;
+  });
+}
+
+// False when it is no array. The entry is one record used again, so that its vectors keep their memory.
+bool ReadEntries(JsonValue value, const std::function<void(const HarEntry&)>& onEntry) {
+  HarEntry entry;
+  return ForEachElement(value, [&](JsonValue element) {
+    if (element.type() != json_type::object) return true;
+    std::vector<HarHeader> requestHeaders = std::move(entry.requestHeaders);
+    std::vector<HarHeader> responseHeaders = std::move(entry.responseHeaders);
+    requestHeaders.clear();
+    responseHeaders.clear();
+    entry = {.requestHeaders = std::move(requestHeaders), .responseHeaders = std::move(responseHeaders)};
+    ReadEntry(element, entry);
+    onEntry(entry);
+    return true;
+  });
+}
+
+// --- Errors.
+
+[[noreturn]] void Fail(const std::string& name, const std::string& what) {
+  throw std::runtime_error(name + ": " + what);
+}
+
+size_t FirstInvalidUtf8(std::string_view text) {
+  size_t at = 0;
+  while (at < text.size()) {
+    const auto lead = static_cast<unsigned char>(text[at]);
+    const size_t length = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+    if (length > text.size() - at || (length > 1 && !simdjson::validate_utf8(text.substr(at, length)))) break;
+    at += length;
+  }
+  return at;
+}
+
+size_t FirstControlInString(std::string_view json) {
+  bool inString = false;
+  for (size_t at = 0; at < json.size(); ++at) {
+    if (json[at] == '"') inString = !inString;
+    if (!inString) continue;
+    if (static_cast<unsigned char>(json[at]) < ' ') return at;
+    if (json[at] == '\\') ++at;
+  }
+  return json.size();
+}
+
+// The parser's first stage tells what is wrong with the text and not where.
+size_t FirstStageFault(simdjson::error_code error, std::string_view json) {
+  if (error == simdjson::UTF8_ERROR) return FirstInvalidUtf8(json);
+  if (error == simdjson::UNESCAPED_CHARS) return FirstControlInString(json);
+  return json.size();
+}
+
+const char* Describe(simdjson::error_code error) {
+  switch (error) {
+    case simdjson::EMPTY:
+      return "there is nothing in it";
+    case simdjson::UTF8_ERROR:
+      return "not UTF-8";
+    case simdjson::UNESCAPED_CHARS:
+      return "a control character inside a string";
+    case simdjson::UNCLOSED_STRING:
+      return "it ends inside a string";
+    case simdjson::CAPACITY:
+      return "it is too large: more than 4 GB";
+    case simdjson::MEMALLOC:
+      return "there is no memory for it";
+    case simdjson::INCOMPLETE_ARRAY_OR_OBJECT:
+      return "it ends before its objects and arrays are closed";
+    case simdjson::TRAILING_CONTENT:
+      return "there is more after the end of the JSON document";
+    default:
+      return "not JSON";
+  }
+}
+
+[[noreturn]] void FailAt(const std::string& name, simdjson::error_code error, std::string_view json,
+                         size_t offset) {
+  const std::string_view before = json.substr(0, std::min(offset, json.size()));
+  const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+  const size_t lineStart = before.rfind('\n') + 1;  // 0 when there is none
+  Fail(name, "line " + std::to_string(line) + ", column " + std::to_string(before.size() - lineStart + 1) +
+                 " (byte " + std::to_string(before.size()) + "): " + Describe(error));
+}
+
+// Where the iteration stands; the end when it is through. What is unclosed is noticed at the start, and
+// missing at the end.
+size_t SecondStageFault(simdjson::error_code error, simdjson::ondemand::document& document,
+                        std::string_view json) {
+  const char* location = nullptr;
+  if (error == simdjson::INCOMPLETE_ARRAY_OR_OBJECT) return json.size();
+  if (document.current_location().get(location) != simdjson::SUCCESS) return json.size();
+  if (location < json.data() || location > json.data() + json.size()) return json.size();
+  return static_cast<size_t>(location - json.data());
+}
+
+HarLog ReadDocument(simdjson::ondemand::document& document, const std::string& name,
+                    const std::function<void(const HarEntry&)>& onEntry) {
+  HarLog log;
+  bool logFound = false;
+  bool entriesFound = false;
+  if (document.type() != json_type::object) Fail(name, "no HAR: the JSON document is not an object");
+  for (auto rootField : document.get_object()) {
+    if (rootField.key().value() != "log") continue;
+    logFound = true;
+    const bool isObject = ForEachField(rootField.value().value(), [&](JsonKey key, JsonValue value) {
+      if (key == "creator") log.creator = ReadProgram(value);
+      if (key == "browser") log.browser = ReadProgram(value);
+      if (key == "pages") ReadPages(value, log.pages);
+      if (key != "entries") return;
+      entriesFound = true;
+      if (!ReadEntries(value, onEntry)) Fail(name, "no HAR: log.entries is not an array");
+    });
+    if (!isObject) Fail(name, "no HAR: log is not an object");
+  }
+  if (!logFound) Fail(name, "no HAR: it has no log");
+  if (!entriesFound) Fail(name, "no HAR: it has no log.entries");
+  return log;
+}
+
+}  // namespace
+
+HarLog ParseHar(std::string_view json, const std::string& name,
+                const std::function<void(const HarEntry&)>& onEntry) {
+  const std::string_view whole = json;  // places count the byte order mark
+  if (json.starts_with("\xef\xbb\xbf")) json.remove_prefix(3);
+  simdjson::ondemand::parser parser;
+  simdjson::ondemand::document document;
+  const simdjson::padded_string_view padded(json, json.size() + kJsonPadding);
+  if (const auto error = parser.iterate(padded).get(document)) {
+    FailAt(name, error, whole, whole.size() - json.size() + FirstStageFault(error, json));
+  }
+  try {
+    HarLog log = ReadDocument(document, name, onEntry);
+    const char* more = nullptr;
+    if (document.current_location().get(more) == simdjson::SUCCESS) {
+      throw simdjson::simdjson_error(simdjson::TRAILING_CONTENT);
+    }
+    return log;
+  } catch (const simdjson::simdjson_error& fault) {
+    FailAt(name, fault.error(), whole, SecondStageFault(fault.error(), document, whole));
+  }
+}
+
+}  // namespace replay

@@ -1,0 +1,76 @@
+// HAR text to the few fields of it that a replay needs, as they stand in the file: unchecked, each of them
+// possibly absent. One forward pass; bodies, cookies and whatever else is not needed are stepped over. Any
+// thread.
+#ifndef REPLAY_RECORDING_HAR_PARSER_H_
+#define REPLAY_RECORDING_HAR_PARSER_H_
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace replay {
+
+struct HarHeader {
+  std::string_view name;
+  std::string_view value;
+};
+
+// A row. Texts are empty, and numbers nothing, when the file has no such field or one of another type; the
+// views live as long as the call that hands the entry out.
+struct HarEntry {
+  std::string_view pageref;
+  std::string_view startedDateTime;
+  std::string_view resourceType;  // the recorder's own word, "_resourceType"
+  std::string_view initiatorUrl;
+  std::optional<double> timeMs;
+  std::optional<double> queuedMs, blockedMs, dnsMs, connectMs, sslMs, sendMs, waitMs, receiveMs;
+
+  std::string_view method;
+  std::string_view url;
+  std::vector<HarHeader> requestHeaders;
+
+  bool hasResponse = false;
+  std::optional<double> status;
+  std::string_view statusText;
+  std::string_view mimeType;
+  std::vector<HarHeader> responseHeaders;
+
+  std::string_view protocol;  // "_protocol"
+  std::string_view requestVersion;
+  std::string_view responseVersion;
+
+  std::optional<double> objectSize;    // "_objectSize": the body on the wire
+  std::optional<double> transferSize;  // "_transferSize": headers and body
+  std::optional<double> bytesIn;       // "_bytesIn": the same
+  std::optional<double> headersSize;
+  std::optional<double> bodySize;
+  std::optional<double> contentSize;  // decoded
+};
+
+struct HarPage {
+  std::string id;
+  std::string title;
+  std::string startedDateTime;
+  std::optional<double> onContentLoadMs;  // from startedDateTime
+  std::optional<double> onLoadMs;
+};
+
+struct HarLog {
+  std::string creator;  // name and version
+  std::string browser;
+  std::vector<HarPage> pages;
+};
+
+// Hands each element of log.entries that is an object to `onEntry`, in file order, and returns the rest of
+// the log. Throws std::runtime_error with one line that opens with `name` and tells the place, when `json` is
+// not one whole JSON document or has no log.entries; `onEntry` may have been called by then. `json` must have
+// kJsonPadding readable bytes after its end, of any value.
+inline constexpr size_t kJsonPadding = 64;
+HarLog ParseHar(std::string_view json, const std::string& name,
+                const std::function<void(const HarEntry&)>& onEntry);
+
+}  // namespace replay
+
+#endif  // REPLAY_RECORDING_HAR_PARSER_H_

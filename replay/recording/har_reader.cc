@@ -1,0 +1,84 @@
+#include "replay/recording/har_reader.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "host/http/dates.h"
+#include "replay/recording/har_pages.h"
+#include "replay/recording/har_parser.h"
+#include "replay/recording/har_request.h"
+
+namespace replay {
+namespace {
+
+constexpr size_t kReadAtOnce = 1 << 20;
+
+[[noreturn]] void FailRead(const std::string& name) {
+  throw std::runtime_error(name + ": " + std::generic_category().message(errno));
+}
+
+// With room for the parser's padding, so that the text is held once.
+std::string ReadAll(std::FILE* file, const std::string& name) {
+  std::string text;
+  struct stat status {};
+  if (fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode)) {
+    text.reserve(static_cast<size_t>(status.st_size) + kReadAtOnce + kJsonPadding);
+  }
+  size_t size = 0;
+  while (true) {
+    text.resize(size + kReadAtOnce);
+    const size_t got = std::fread(text.data() + size, 1, kReadAtOnce, file);
+    size += got;
+    if (got < kReadAtOnce) break;
+  }
+  if (std::ferror(file) != 0) FailRead(name);
+  text.resize(size);
+  return text;
+}
+
+}  // namespace
+
+Recording ReadHar(std::string json, const std::string& name) {
+  Recording recording;
+  recording.name = name;
+  json.reserve(json.size() + kJsonPadding);
+  std::vector<HarRow> rows;
+  HarLog log = ParseHar(json, name, [&](const HarEntry& entry) {
+    if (const char* why = WhyNotReplayable(entry)) {
+      ++recording.skipped[why];
+      return;
+    }
+    std::optional<double> startedMs = http::ParseIsoDate(entry.startedDateTime);
+    Request request = MakeRequest(entry, startedMs);
+    // Where a recorder names the time in the browser's queue, its rows start after it; the browser wanted
+    // them before.
+    const double queuedMs = QueuedMs(entry);
+    if (startedMs) *startedMs -= queuedMs;
+    rows.push_back({.request = std::move(request),
+                    .pageref = std::string(entry.pageref),
+                    .startedMs = startedMs,
+                    .durationMs = queuedMs + DurationMs(entry)});
+  });
+  recording.creator = std::move(log.creator);
+  recording.browser = std::move(log.browser);
+  recording.pages = MakePages(log.pages, std::move(rows));
+  return recording;
+}
+
+Recording ReadHarFile(const std::string& path) {
+  if (path == "-") return ReadHar(ReadAll(stdin, "standard input"), "standard input");
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
+  if (file == nullptr) FailRead(path);
+  Recording recording = ReadHar(ReadAll(file.get(), path), path);
+  recording.name = path.substr(path.rfind('/') + 1);
+  return recording;
+}
+
+}  // namespace replay

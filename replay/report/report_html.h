@@ -1,0 +1,28 @@
+// The report as one HTML file that needs nothing else: the figures as plain HTML, and the waterfalls of every
+// visit, drawn when the visit is opened. The same results always give the same bytes.
+#ifndef REPLAY_REPORT_REPORT_HTML_H_
+#define REPLAY_REPORT_REPORT_HTML_H_
+
+#include <string>
+#include <vector>
+
+#include "replay/model/replay_options.h"
+#include "replay/recording/recording.h"
+#include "replay/report/summary.h"
+
+namespace replay {
+
+// The part of one recording. `number` tells recordings of a report apart; links within the page use it.
+struct HtmlSection {
+  size_t number = 0;
+  std::string text;
+};
+HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result);
+
+// The whole file. `sections` are in the order of `summaries`.
+std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
+                       const ReplayOptions& options);
+
+}  // namespace replay
+
+#endif  // REPLAY_REPORT_REPORT_HTML_H_

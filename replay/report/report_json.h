@@ -1,0 +1,17 @@
+// The figures as JSON, one object on one line per recording; docs/replay-json.md is its contract.
+#ifndef REPLAY_REPORT_REPORT_JSON_H_
+#define REPLAY_REPORT_REPORT_JSON_H_
+
+#include <string>
+
+#include "replay/model/replay_options.h"
+#include "replay/report/summary.h"
+
+namespace replay {
+
+// One object without the line's end. Bytes that are not UTF-8 come out as U+FFFD.
+std::string JsonLine(const Summary& summary, const ReplayOptions& options);
+
+}  // namespace replay
+
+#endif  // REPLAY_REPORT_REPORT_JSON_H_
