@@ -1,0 +1,60 @@
+#include "live/proxy/address_rules.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace live {
+namespace {
+
+struct Network4 {
+  uint32_t address;
+  int bits;
+};
+
+// Special-purpose networks that are not reachable from outside.
+constexpr std::array<Network4, 12> kPrivate4 = {{{0x00000000, 8},     // this network
+                                                 {0x0A000000, 8},     // private
+                                                 {0x64400000, 10},    // shared by providers
+                                                 {0x7F000000, 8},     // loopback
+                                                 {0xA9FE0000, 16},    // one link
+                                                 {0xAC100000, 12},    // private
+                                                 {0xC0000000, 24},    // protocols
+                                                 {0xC0A80000, 16},    // private
+                                                 {0xC6120000, 15},    // measurements
+                                                 {0xE0000000, 4},     // multicast
+                                                 {0xF0000000, 4},     // reserved
+                                                 {0xC0000200, 24}}};  // documentation
+
+bool IsPrivate4(uint32_t address) {
+  return std::any_of(kPrivate4.begin(), kPrivate4.end(), [address](const Network4& network) {
+    return (address ^ network.address) >> (32 - network.bits) == 0;
+  });
+}
+
+bool IsPrivate6(const in6_addr& address) {
+  const uint8_t* const bytes = address.s6_addr;
+  uint32_t embedded = 0;
+  std::memcpy(&embedded, bytes + 12, sizeof embedded);
+  if (IN6_IS_ADDR_V4MAPPED(&address) || IN6_IS_ADDR_V4COMPAT(&address)) return IsPrivate4(ntohl(embedded));
+  if (bytes[0] == 0x00 && bytes[1] == 0x64 && bytes[2] == 0xFF && bytes[3] == 0x9B) {  // translated to IPv4
+    return IsPrivate4(ntohl(embedded));
+  }
+  if (bytes[0] == 0x20 && bytes[1] == 0x01 && bytes[2] == 0x0D && bytes[3] == 0xB8)
+    return true;                     // documentation
+  return (bytes[0] & 0xE0) != 0x20;  // public addresses are all of 2000::/3
+}
+
+}  // namespace
+
+bool IsPrivateAddress(std::string_view address) {
+  const std::string text(address.substr(0, address.find('%')));
+  in_addr four{};
+  if (inet_pton(AF_INET, text.c_str(), &four) == 1) return IsPrivate4(ntohl(four.s_addr));
+  in6_addr six{};
+  return inet_pton(AF_INET6, text.c_str(), &six) != 1 || IsPrivate6(six);
+}
+
+}  // namespace live

@@ -1,0 +1,111 @@
+// The browser's network stack behind the proxy: tells which page a request belongs to, has the plugin preload
+// for it, and answers it from a preload, from the cache or from the server. Loop's thread, which is the
+// plugin's command thread.
+#ifndef LIVE_PROXY_PROXY_ENGINE_H_
+#define LIVE_PROXY_PROXY_ENGINE_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "host/corvane_runtime.h"
+#include "host/network_stack.h"
+#include "host/plugin_functions.h"
+#include "live/cache/caching_transport.h"
+#include "live/cache/http_cache.h"
+#include "live/loop/event_loop.h"
+#include "live/proxy/browser_cache_estimate.h"
+#include "live/proxy/cookie_view.h"
+#include "live/proxy/page_tracker.h"
+#include "live/proxy/request_handler.h"
+#include "live/transport/curl_transport.h"
+
+namespace live {
+
+struct EngineSettings {
+  host::HostSettings host;
+  UpstreamSettings upstream;
+  CacheLimits cache;
+  TrackerSettings tracker;
+  bool preload = true;        // false: only the cache, and what the transport does
+  bool mark = false;          // tell in a Server-Timing header where each response came from
+  bool allowPrivate = false;  // pages of public servers may reach private addresses
+};
+
+// What became of one load, for logs and recordings. Times are the loop's.
+struct LoadRecord {
+  host::TabId page = 0;  // 0: it belongs to none
+  std::string pageUrl;
+  Role role = Role::Unplaced;
+  host::ResourceKind kind = host::ResourceKind::Other;
+  std::string method, url, requestHeaders;
+  std::string responseBlock;  // empty when there was none
+  int64_t bodyBytes = 0;
+  int32_t result = host::kOk;
+  host::LoadInfo info;
+  base::Time asked, firstByte, ended;
+  host::TransferReport transfer;  // of its own; empty when it had none
+};
+
+// What became of one page load, when it has settled.
+struct PageRecord {
+  std::string url;
+  base::Time begun, lastEnd;
+  uint64_t served = 0, joined = 0, fetched = 0;  // resources
+  uint64_t preloads = 0, unusedPreloads = 0;
+  int64_t bytes = 0, preloadedBytes = 0, unusedBytes = 0;
+};
+
+struct EngineObserver {
+  std::function<void(const LoadRecord&)> onLoad;
+  std::function<void(const PageRecord&)> onPage;
+};
+
+class ProxyEngine final : public RequestHandler {
+ public:
+  ProxyEngine(EventLoop& loop, const host::PluginFunctions& plugin, const EngineSettings& settings,
+              WallClock wallClock, EngineObserver observer);
+  // Ends everything; clients hear nothing more. What open pages have taught becomes known before.
+  ~ProxyEngine() override;
+
+  host::LoadId Start(const BrowserRequest& request, host::LoadClient& client) override;
+  void Cancel(host::LoadId id) override;
+  void SetReading(host::LoadId id, bool reading) override;
+
+ private:
+  class Load;
+  class PageContext;
+  struct OpenPage;
+
+  double NowMs() const { return static_cast<double>(wallClock_()) / 1e3; }
+  OpenPage* FindPage(host::TabId id);
+  void BeginPage(host::TabId id, const BrowserRequest& request);
+  // For a request that belongs to no open page.
+  std::shared_ptr<PageContext> ContextOutsidePages(const BrowserRequest& request) const;
+  void LeavePage(host::TabId id);
+  void SettlePages();
+  bool IsFresh(const std::string& site, const std::string& url) const;
+  host::NotServed WhyNotPreload(const std::string& site, const host::KnownResource& resource);
+
+  EventLoop& loop_;
+  const EngineSettings settings_;
+  const WallClock wallClock_;
+  const EngineObserver observer_;
+  PageTracker tracker_;
+  BrowserCacheEstimate browserCache_;
+  CookieView cookies_;
+  CurlTransport network_;
+  HttpCache cache_;
+  CachingTransport transport_;
+  std::map<host::TabId, std::unique_ptr<OpenPage>> pages_;
+  host::CorvaneRuntime corvane_;
+  host::NetworkStack stack_;
+  std::map<host::LoadId, std::shared_ptr<Load>> loads_;
+  host::Timer settleTimer_;
+};
+
+}  // namespace live
+
+#endif  // LIVE_PROXY_PROXY_ENGINE_H_

@@ -1,0 +1,709 @@
+#include "live/transport/curl_transport.h"
+
+#include <arpa/inet.h>
+#include <curl/curl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <set>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "host/http/header_block.h"
+#include "host/link_policy.h"
+#include "host/task_scope.h"
+#include "live/transport/response_lines.h"
+#include "net/http/header_text.h"
+#include "url/gurl.h"
+
+namespace live {
+namespace {
+
+using host::TransferId;
+using host::Urgency;
+
+struct CurlDeleter {
+  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using Easy = std::unique_ptr<CURL, CurlDeleter>;
+using StringList = std::unique_ptr<curl_slist, CurlDeleter>;
+
+size_t Index(Urgency urgency) {
+  return static_cast<size_t>(urgency);
+}
+
+int32_t ResultOf(CURLcode code) {
+  switch (code) {
+    case CURLE_OK:
+      return host::kOk;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_URL_MALFORMAT:
+      return host::kNameNotResolved;
+    case CURLE_COULDNT_CONNECT:
+      return host::kConnectionFailed;
+    case CURLE_OPERATION_TIMEDOUT:
+      return host::kTimedOut;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_CACERT_BADFILE:
+      return host::kCertificateError;
+    case CURLE_GOT_NOTHING:
+      return host::kEmptyResponse;
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+      return host::kHttp2ProtocolError;
+    case CURLE_OUT_OF_MEMORY:  // what libcurl says of a header line without end
+    case CURLE_WRITE_ERROR:    // the response was refused here
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_UNSUPPORTED_PROTOCOL:
+      return host::kInvalidResponse;
+    case CURLE_PARTIAL_FILE:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+    case CURLE_SEND_FAIL_REWIND:
+      return host::kConnectionClosed;
+    case CURLE_ABORTED_BY_CALLBACK:
+    case CURLE_READ_ERROR:
+      return host::kAborted;
+    default:
+      return host::kFailed;
+  }
+}
+
+// "https://a.test:8443"
+std::string GroupOf(const std::string& url) {
+  const GURL parsed(url);
+  return url.substr(0, url.find(':')) + "://" + parsed.host() + ":" +
+         std::to_string(parsed.EffectiveIntPort());
+}
+
+template <typename Value>
+Value Info(CURL* easy, CURLINFO what) {
+  Value value{};
+  curl_easy_getinfo(easy, what, &value);
+  return value;
+}
+
+struct Response {
+  std::string block;
+  bool final;
+};
+// What a client has yet to hear.
+using Event = std::variant<Response, std::string>;
+
+}  // namespace
+
+// Clients are called only after libcurl has returned (Deliver), so that they may do as they like; and what
+// they ask for is done in a task of its own (Pump), so that nothing is ever asked of libcurl from inside it.
+class CurlTransport::Impl {
+ public:
+  Impl(EventLoop& loop, const host::HostSettings& settings, const UpstreamSettings& upstream)
+      : loop_(loop), settings_(settings), upstream_(upstream), timer_(loop), tasks_(loop) {
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    multi_ = curl_multi_init();
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, OnSocket);
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, OnTimer);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+    curl_multi_setopt(multi_, CURLMOPT_PIPELINING, CURLPIPE_MULTIPLEX);
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, static_cast<long>(upstream_.maxConnections));
+    curl_multi_setopt(multi_, CURLMOPT_MAX_CONCURRENT_STREAMS, static_cast<long>(upstream_.maxStreams));
+    share_ = curl_share_init();
+    curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    for (const std::string& rule : upstream_.connectTo) {
+      connectTo_.reset(curl_slist_append(connectTo_.release(), rule.c_str()));
+    }
+  }
+
+  ~Impl() {
+    for (auto& [id, transfer] : transfers_) {
+      if (transfer->easy != nullptr) curl_multi_remove_handle(multi_, transfer->easy.get());
+    }
+    for (const Easy& easy : doomed_) curl_multi_remove_handle(multi_, easy.get());
+    for (const auto& [easy, warming] : warming_) curl_multi_remove_handle(multi_, easy);
+    transfers_.clear();
+    doomed_.clear();
+    warming_.clear();
+    curl_multi_cleanup(multi_);
+    curl_share_cleanup(share_);
+    for (const auto& [key, sockets] : spare_) {
+      for (const Spare& spare : sockets) close(spare.socket);
+    }
+    curl_global_cleanup();
+  }
+
+  TransferId Start(const host::TransferRequest& request, host::TransferClient& client) {
+    auto transfer = std::make_unique<Transfer>(*this, ++lastId_, request, client);
+    transfer->group = GroupOf(request.url);
+    transfer->report.started = loop_.Now();
+    groups_[transfer->group].waiting[Index(request.urgency)].push_back(transfer->id);
+    const TransferId id = transfer->id;
+    transfers_[id] = std::move(transfer);
+    Pump();
+    return id;
+  }
+
+  void SetUrgency(TransferId id, Urgency urgency) {
+    Transfer* const transfer = Find(id);
+    if (transfer == nullptr || transfer->request.urgency == urgency) return;
+    if (transfer->easy == nullptr) {
+      Group& group = groups_[transfer->group];
+      std::erase(group.waiting[Index(transfer->request.urgency)], id);
+      group.waiting[Index(urgency)].push_back(id);
+      Pump();
+    }
+    transfer->request.urgency = urgency;
+  }
+
+  void SetReading(TransferId id, bool reading) {
+    Transfer* const transfer = Find(id);
+    if (transfer == nullptr || std::exchange(transfer->reading, reading) == reading || !reading) return;
+    tasks_.Post([this, id] { Deliver(id); });
+  }
+
+  host::TransferReport Cancel(TransferId id) {
+    const auto found = transfers_.find(id);
+    if (found == transfers_.end()) return {};
+    const std::unique_ptr<Transfer> transfer = std::move(found->second);
+    transfers_.erase(found);
+    Group& group = groups_[transfer->group];
+    if (transfer->easy == nullptr) {
+      std::erase(group.waiting[Index(transfer->request.urgency)], id);
+    } else {
+      FillReport(*transfer);
+      if (!transfer->result) {
+        --group.active;
+        // libcurl must not find the transfer that is gone; the handle itself is removed outside of it.
+        curl_easy_setopt(transfer->easy.get(), CURLOPT_PRIVATE, nullptr);
+        for (const CURLoption data :
+             {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA, CURLOPT_PREREQDATA}) {
+          curl_easy_setopt(transfer->easy.get(), data, nullptr);
+        }
+        doomedLists_.push_back(std::move(transfer->headers));
+        doomed_.push_back(std::move(transfer->easy));
+      }
+    }
+    if (transfer->request.body != nullptr) transfer->request.body->onReadable = nullptr;
+    transfer->report.ended = loop_.Now();
+    Pump();
+    return transfer->report;
+  }
+
+  void Preconnect(const std::string& url, size_t count) {
+    const std::string key = GroupOf(url);
+    Group& group = groups_[key];
+    const bool secure = key.starts_with("https:");
+    // A server that multiplexes keeps a connection that nothing was sent on; of the others only the socket
+    // can be kept, and its TLS has to wait for the request.
+    if (secure && !group.isKnown) count = std::min<size_t>(count, 1);
+    if (secure && (!group.isKnown || group.multiplexes)) {
+      if (group.active == 0 && group.warming == 0 && loop_.Now() >= group.warmUntil) Warm(key, true);
+      return;
+    }
+    const size_t busy = group.active + group.warming + SparesOf(key);
+    for (size_t more = busy; more < std::min(count, SocketLimit()); ++more) Warm(key, false);
+  }
+
+  ConnectionCounts Connections() const { return counts_; }
+
+ private:
+  struct Group {
+    std::deque<TransferId> waiting[2];  // by urgency
+    size_t active = 0;                  // transfers that libcurl has
+    size_t warming = 0;                 // connections being set up for nobody yet
+    base::Time warmUntil;               // a connection that multiplexes was opened and may still be unused
+    bool isKnown = false;               // it has answered
+    bool multiplexes = false;
+  };
+  struct Transfer {
+    Transfer(Impl& o, TransferId i, const host::TransferRequest& r, host::TransferClient& c)
+        : owner(o), id(i), request(r), client(c), lines(o.upstream_.maxHeaderBytes) {}
+
+    Impl& owner;
+    const TransferId id;
+    host::TransferRequest request;
+    host::TransferClient& client;
+    std::string group;
+    Easy easy;  // null while it waits
+    StringList headers;
+    base::Time begun;
+    ResponseLines lines;
+    std::deque<Event> events;
+    size_t buffered = 0;  // bytes of body in events
+    bool reading = true;
+    bool delivering = false;
+    bool responded = false;  // with a status other than 1xx
+    bool receivePaused = false;
+    bool sendPaused = false;
+    std::optional<int32_t> result;  // once libcurl is done with it
+    host::TransferReport report;
+  };
+  struct Warming {
+    std::string key;
+    bool multiplexed;  // TLS and all; else the socket alone
+    Easy easy;
+  };
+  struct Spare {
+    int socket;
+    base::Time until;
+  };
+
+  Transfer* Find(TransferId id) const {
+    const auto found = transfers_.find(id);
+    return found != transfers_.end() ? found->second.get() : nullptr;
+  }
+  size_t SocketLimit() const { return static_cast<size_t>(std::max(settings_.socketsPerGroup, 1)); }
+
+  // --- What clients have asked for, in a task of its own
+
+  void Pump() {
+    if (std::exchange(pumpPosted_, true)) return;
+    tasks_.Post([this] {
+      pumpPosted_ = false;
+      for (const Easy& easy : doomed_) curl_multi_remove_handle(multi_, easy.get());
+      doomed_.clear();
+      doomedLists_.clear();
+      for (auto place = groups_.begin(); place != groups_.end();) {
+        Dispatch(place->second);
+        const Group& group = place->second;
+        const bool idle =
+            group.active + group.warming + group.waiting[0].size() + group.waiting[1].size() == 0;
+        place = idle && groups_.size() > kMostGroups ? groups_.erase(place) : std::next(place);
+      }
+      AfterCurl();
+    });
+  }
+
+  // Hands waiting transfers to libcurl, the browser's first, as far as there are connections for them.
+  void Dispatch(Group& group) {
+    const size_t most = group.multiplexes ? upstream_.maxStreams : SocketLimit();
+    for (auto& waiting : group.waiting) {
+      while (!waiting.empty() && group.active < most) {
+        Transfer& transfer = *transfers_.at(waiting.front());
+        waiting.pop_front();
+        ++group.active;
+        Begin(transfer, group);
+      }
+    }
+  }
+
+  void Begin(Transfer& transfer, const Group& group) {
+    transfer.easy.reset(curl_easy_init());
+    CURL* const easy = transfer.easy.get();
+    const host::TransferRequest& request = transfer.request;
+    transfer.begun = loop_.Now();
+    SetUp(easy, request.url);
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
+    // Where a server is known to multiplex, one connection is waited for instead of opening several.
+    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
+    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, OnHeader);
+    curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, OnBody);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
+    curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, OnConnected);
+    curl_easy_setopt(easy, CURLOPT_PREREQDATA, &transfer);
+    SetMethod(transfer);
+    SetHeaders(transfer);
+    curl_multi_add_handle(multi_, easy);
+  }
+
+  void SetUp(CURL* easy, const std::string& url) {
+    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_PROXY, "");  // the environment must not lead back to here
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(upstream_.connectTimeoutMs));
+    curl_easy_setopt(easy, CURLOPT_SHARE, share_);
+    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OnOpenSocket);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
+    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+    if (connectTo_ != nullptr) curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connectTo_.get());
+    if (!upstream_.caFile.empty()) {
+      curl_easy_setopt(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
+      curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+    }
+  }
+
+  void SetMethod(Transfer& transfer) {
+    CURL* const easy = transfer.easy.get();
+    const host::TransferRequest& request = transfer.request;
+    if (request.body != nullptr) {
+      curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
+      curl_easy_setopt(easy, CURLOPT_READFUNCTION, OnUpload);
+      curl_easy_setopt(easy, CURLOPT_READDATA, &transfer);
+      curl_easy_setopt(easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body->Length()));
+      request.body->onReadable = [this, id = transfer.id] { tasks_.Post([this, id] { ResumeSending(id); }); };
+    } else if (request.method == "HEAD") {
+      curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+    }
+    if (request.method != "GET" && request.method != "HEAD") {
+      curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    } else if (request.body != nullptr) {
+      curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    }
+  }
+
+  // Exactly the request's own headers: those that libcurl would add by itself are switched off.
+  void SetHeaders(Transfer& transfer) {
+    curl_slist* list = nullptr;
+    const auto add = [&list](const std::string& line) { list = curl_slist_append(list, line.c_str()); };
+    bool hasAccept = false;
+    http::ForEachHeader(transfer.request.headers, [&](std::string_view name, std::string_view value) {
+      for (const char* const own : {"host", "content-length", "transfer-encoding", "connection", "expect"}) {
+        if (net::EqualsIgnoringCase(name, own)) return;  // libcurl's own matter
+      }
+      hasAccept = hasAccept || net::EqualsIgnoringCase(name, "accept");
+      add(std::string(name) + (value.empty() ? ";" : ": " + std::string(value)));
+    });
+    if (!hasAccept) add("Accept:");
+    add("Expect:");
+    const bool hasLength = transfer.request.body == nullptr && transfer.request.method == "POST";
+    if (hasLength) add("Content-Length: 0");
+    transfer.headers.reset(list);
+    curl_easy_setopt(transfer.easy.get(), CURLOPT_HTTPHEADER, list);
+  }
+
+  void ResumeSending(TransferId id) {
+    Transfer* const transfer = Find(id);
+    if (transfer == nullptr || transfer->easy == nullptr || !std::exchange(transfer->sendPaused, false))
+      return;
+    curl_easy_pause(transfer->easy.get(), transfer->receivePaused ? CURLPAUSE_RECV : CURLPAUSE_CONT);
+    AfterCurl();
+  }
+
+  // --- What libcurl tells
+
+  static int OnSocket(CURL* /*easy*/, curl_socket_t socket, int what, void* data, void* /*perSocket*/) {
+    auto& self = *static_cast<Impl*>(data);
+    if (what == CURL_POLL_REMOVE) {
+      self.loop_.Unwatch(socket);
+      return 0;
+    }
+    const bool in = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
+    const bool out = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
+    self.loop_.Watch(socket, in, out, [&self, socket](bool readable, bool writable) {
+      self.Act(socket, (readable ? CURL_CSELECT_IN : 0) | (writable ? CURL_CSELECT_OUT : 0));
+    });
+    return 0;
+  }
+
+  static int OnTimer(CURLM* /*multi*/, long timeoutMs, void* data) {
+    auto& self = *static_cast<Impl*>(data);
+    if (timeoutMs < 0) {
+      self.timer_.Stop();
+    } else {
+      self.timer_.Start(timeoutMs * 1000, [&self] { self.Act(CURL_SOCKET_TIMEOUT, 0); });
+    }
+    return 0;
+  }
+
+  static size_t OnHeader(char* bytes, size_t size, size_t count, void* data) {
+    auto* const transfer = static_cast<Transfer*>(data);
+    if (transfer == nullptr || !transfer->lines.Add({bytes, size * count})) return 0;
+    if (auto block = transfer->lines.TakeBlock()) {
+      transfer->responded = transfer->lines.Status() >= 200;
+      transfer->events.emplace_back(Response{std::move(*block), transfer->responded});
+      transfer->owner.ready_.insert(transfer->id);
+    }
+    return size * count;
+  }
+
+  static size_t OnBody(char* bytes, size_t size, size_t count, void* data) {
+    auto* const transfer = static_cast<Transfer*>(data);
+    if (transfer == nullptr) return 0;
+    if (transfer->buffered >= transfer->owner.upstream_.maxBufferedBytes) {
+      transfer->receivePaused = true;
+      return CURL_WRITEFUNC_PAUSE;
+    }
+    transfer->events.emplace_back(std::string(bytes, size * count));
+    transfer->buffered += size * count;
+    transfer->owner.ready_.insert(transfer->id);
+    return size * count;
+  }
+
+  static size_t OnUpload(char* buffer, size_t size, size_t count, void* data) {
+    auto* const transfer = static_cast<Transfer*>(data);
+    if (transfer == nullptr) return CURL_READFUNC_ABORT;
+    const int64_t read = transfer->request.body->Read(buffer, size * count);
+    if (read == -1) {
+      transfer->sendPaused = true;
+      return CURL_READFUNC_PAUSE;
+    }
+    return read < 0 ? CURL_READFUNC_ABORT : static_cast<size_t>(read);
+  }
+
+  // A connection for the transfer exists, new or old, and nothing is sent yet.
+  static int OnConnected(void* data, char* address, char* /*own*/, int /*port*/, int /*ownPort*/) {
+    auto* const transfer = static_cast<Transfer*>(data);
+    if (transfer == nullptr) return CURL_PREREQFUNC_ABORT;
+    const auto* const policy = dynamic_cast<const ConnectPolicy*>(transfer->request.context);
+    return policy == nullptr || policy->MayConnectTo(address) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+  }
+
+  static curl_socket_t OnOpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    auto& self = *static_cast<Impl*>(data);
+    ++self.counts_.opened;
+    self.openedSpare_ = self.TakeSpare(*address);
+    if (self.openedSpare_ >= 0) {
+      --self.counts_.opened;  // it was counted before
+      return self.openedSpare_;
+    }
+    return socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
+  }
+  static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
+    auto& self = *static_cast<Impl*>(data);
+    const bool spare = std::exchange(self.openedSpare_, -1) == socket;
+    return spare ? CURL_SOCKOPT_ALREADY_CONNECTED : CURL_SOCKOPT_OK;
+  }
+  static int OnCloseSocket(void* data, curl_socket_t socket) {
+    static_cast<Impl*>(data)->loop_.Unwatch(socket);
+    return close(socket);
+  }
+
+  void Act(curl_socket_t socket, int what) {
+    int running = 0;
+    curl_multi_socket_action(multi_, socket, what, &running);
+    AfterCurl();
+  }
+
+  // Looks at what is done and tells the clients.
+  void AfterCurl() {
+    int left = 0;
+    while (const CURLMsg* const message = curl_multi_info_read(multi_, &left)) {
+      if (message->msg != CURLMSG_DONE) continue;
+      CURL* const easy = message->easy_handle;
+      const CURLcode code = message->data.result;
+      if (warming_.contains(easy)) {
+        Warmed(easy, code);
+      } else if (auto* const transfer = Info<Transfer*>(easy, CURLINFO_PRIVATE)) {
+        Ended(*transfer, code);
+      }
+    }
+    for (const TransferId id : std::exchange(ready_, {})) Deliver(id);
+  }
+
+  void Ended(Transfer& transfer, CURLcode code) {
+    CURL* const easy = transfer.easy.get();
+    FillReport(transfer);
+    Group& group = groups_[transfer.group];
+    const long version = Info<long>(easy, CURLINFO_HTTP_VERSION);
+    if (code == CURLE_OK && version != 0) {
+      group.isKnown = true;
+      group.multiplexes = version >= CURL_HTTP_VERSION_2_0;
+    }
+    --group.active;
+    // A connection that ends within the headers is no error to libcurl.
+    const bool cut = code == CURLE_OK && !transfer.responded;
+    transfer.result = cut ? host::kConnectionClosed : ResultOf(code);
+    curl_multi_remove_handle(multi_, easy);
+    ready_.insert(transfer.id);
+    Pump();
+  }
+
+  void FillReport(Transfer& transfer) const {
+    CURL* const easy = transfer.easy.get();
+    host::TransferReport& report = transfer.report;
+    const auto at = [&](CURLINFO what) {
+      const auto us = Info<curl_off_t>(easy, what);
+      return us > 0 ? base::Time::FromInternalValue(transfer.begun.ToInternalValue() + us) : base::Time();
+    };
+    report.sent = at(CURLINFO_PRETRANSFER_TIME_T);
+    report.connect = Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 ? transfer.begun : report.sent;
+    report.firstByte = at(CURLINFO_STARTTRANSFER_TIME_T);
+    report.bodyBytes = Info<curl_off_t>(easy, CURLINFO_SIZE_DOWNLOAD_T);
+    report.ended = loop_.Now();
+  }
+
+  // Tells the client what it has yet to hear, as long as it reads.
+  void Deliver(TransferId id) {
+    Transfer* transfer = Find(id);
+    if (transfer == nullptr || std::exchange(transfer->delivering, true)) return;
+    while (transfer != nullptr && !transfer->events.empty()) {
+      const bool isBody = std::holds_alternative<std::string>(transfer->events.front());
+      if (isBody && !transfer->reading) break;
+      const Event event = std::move(transfer->events.front());
+      transfer->events.pop_front();
+      if (isBody) {
+        const auto& bytes = std::get<std::string>(event);
+        transfer->buffered -= bytes.size();
+        transfer->client.OnBody(bytes.data(), static_cast<int32_t>(bytes.size()));
+      } else if (const auto& response = std::get<Response>(event); response.final) {
+        transfer->client.OnResponse(net::HttpResponseHeaders(response.block));
+      } else {
+        transfer->client.OnInformational(net::HttpResponseHeaders(response.block));
+      }
+      transfer = Find(id);
+    }
+    if (transfer == nullptr) return;
+    transfer->delivering = false;
+    if (transfer->events.empty() && transfer->result) return Finish(id);
+    if (transfer->receivePaused && transfer->buffered == 0) tasks_.Post([this, id] { ResumeReceiving(id); });
+  }
+
+  void Finish(TransferId id) {
+    const std::unique_ptr<Transfer> transfer = std::move(transfers_.at(id));
+    transfers_.erase(id);
+    if (transfer->request.body != nullptr) transfer->request.body->onReadable = nullptr;
+    transfer->client.OnDone(*transfer->result, transfer->report);
+  }
+
+  void ResumeReceiving(TransferId id) {
+    Transfer* const transfer = Find(id);
+    if (transfer == nullptr || transfer->result || !std::exchange(transfer->receivePaused, false)) return;
+    curl_easy_pause(transfer->easy.get(), transfer->sendPaused ? CURLPAUSE_SEND : CURLPAUSE_CONT);
+    AfterCurl();
+  }
+
+  // --- Connections for later
+
+  // A handle that sets up a connection and sends nothing.
+  void Warm(const std::string& key, bool multiplexed) {
+    if (warming_.size() >= upstream_.maxPreconnects) return;
+    Easy easy(curl_easy_init());
+    CURL* const handle = easy.get();
+    if (multiplexed) {
+      SetUp(handle, key + "/");
+      curl_easy_setopt(
+          handle, CURLOPT_PREREQFUNCTION,
+          +[](void*, char*, char*, int, int) -> int { return CURL_PREREQFUNC_ABORT; });
+    } else {
+      // The socket alone, whatever is spoken on it later.
+      SetUp(handle, "http" + key.substr(key.find(':')) + "/");
+      curl_easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
+    }
+    ++groups_[key].warming;
+    ++counts_.preconnected;
+    warming_[handle] = {key, multiplexed, std::move(easy)};
+    tasks_.Post([this, handle] {
+      if (!warming_.contains(handle)) return;
+      curl_multi_add_handle(multi_, handle);
+      AfterCurl();
+    });
+  }
+
+  void Warmed(CURL* handle, CURLcode code) {
+    const auto place = warming_.find(handle);
+    const Warming warming = std::move(place->second);
+    warming_.erase(place);
+    Group& group = groups_[warming.key];
+    --group.warming;
+    const base::Time until =
+        base::Time::FromInternalValue(loop_.Now().ToInternalValue() + upstream_.keepPreconnectedMs * 1000);
+    if (warming.multiplexed && code == CURLE_ABORTED_BY_CALLBACK) {
+      group.warmUntil = until;
+    }
+    if (!warming.multiplexed && code == CURLE_OK) {
+      const auto socket = Info<curl_socket_t>(handle, CURLINFO_ACTIVESOCKET);
+      const int kept = socket != CURL_SOCKET_BAD ? dup(socket) : -1;
+      if (kept >= 0) KeepSpare(warming.key, {kept, until});
+    }
+    curl_multi_remove_handle(multi_, handle);
+    Pump();
+  }
+
+  size_t SparesOf(const std::string& key) const {
+    const auto found = spare_.find(key);
+    return found != spare_.end() ? found->second.size() : 0;
+  }
+
+  void KeepSpare(const std::string& key, Spare spare) {
+    spare_[key].push_back(spare);
+    tasks_.Post([this] { CloseOldSpares(); }, upstream_.keepPreconnectedMs * 1000 + 1);
+  }
+
+  void CloseOldSpares() {
+    const base::Time now = loop_.Now();
+    for (auto place = spare_.begin(); place != spare_.end();) {
+      std::erase_if(place->second, [&](const Spare& spare) {
+        const bool old = spare.until <= now;
+        if (old) close(spare.socket), ++counts_.unused;
+        return old;
+      });
+      place = place->second.empty() ? spare_.erase(place) : std::next(place);
+    }
+  }
+
+  // A socket that leads to that address and is still open; -1 when there is none.
+  int TakeSpare(const curl_sockaddr& address) {
+    for (auto place = spare_.begin(); place != spare_.end(); ++place) {
+      for (auto spare = place->second.begin(); spare != place->second.end(); ++spare) {
+        sockaddr_storage peer{};
+        socklen_t length = sizeof peer;
+        if (getpeername(spare->socket, reinterpret_cast<sockaddr*>(&peer), &length) != 0) continue;
+        if (length != address.addrlen || std::memcmp(&peer, &address.addr, length) != 0) continue;
+        const int socket = spare->socket;
+        place->second.erase(spare);
+        if (place->second.empty()) spare_.erase(place);
+        pollfd state = {.fd = socket, .events = POLLIN | POLLRDHUP, .revents = 0};
+        if (poll(&state, 1, 0) == 0) return socket;
+        close(socket);  // the server has closed it meanwhile
+        ++counts_.unused;
+        return -1;
+      }
+    }
+    return -1;
+  }
+
+  static constexpr size_t kMostGroups = 1000;  // more are forgotten when nothing is under way for them
+
+  EventLoop& loop_;
+  const host::HostSettings settings_;
+  const UpstreamSettings upstream_;
+  CURLM* multi_;
+  CURLSH* share_;
+  StringList connectTo_;
+  TransferId lastId_ = 0;
+  std::map<TransferId, std::unique_ptr<Transfer>> transfers_;
+  std::map<std::string, Group> groups_;
+  std::set<TransferId> ready_;  // have events for their clients
+  std::vector<Easy> doomed_;    // to be removed outside of libcurl
+  std::vector<StringList> doomedLists_;
+  std::map<CURL*, Warming> warming_;
+  std::map<std::string, std::vector<Spare>> spare_;  // by group
+  int openedSpare_ = -1;                             // the one that libcurl was given just now
+  ConnectionCounts counts_;
+  bool pumpPosted_ = false;
+  host::Timer timer_;
+  host::TaskScope tasks_;
+};
+
+CurlTransport::CurlTransport(EventLoop& loop, const host::HostSettings& settings,
+                             const UpstreamSettings& upstream)
+    : impl_(std::make_unique<Impl>(loop, settings, upstream)) {}
+CurlTransport::~CurlTransport() = default;
+
+TransferId CurlTransport::Start(const host::TransferRequest& request, host::TransferClient& client) {
+  return impl_->Start(request, client);
+}
+void CurlTransport::SetUrgency(TransferId id, Urgency urgency) {
+  impl_->SetUrgency(id, urgency);
+}
+void CurlTransport::SetReading(TransferId id, bool reading) {
+  impl_->SetReading(id, reading);
+}
+host::TransferReport CurlTransport::Cancel(TransferId id) {
+  return impl_->Cancel(id);
+}
+void CurlTransport::Preconnect(const std::string& url, size_t count) {
+  impl_->Preconnect(url, count);
+}
+ConnectionCounts CurlTransport::Connections() const {
+  return impl_->Connections();
+}
+
+}  // namespace live

@@ -1,0 +1,89 @@
+#include "live/transport/response_lines.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <utility>
+
+#include "net/http/header_text.h"
+
+namespace live {
+namespace {
+
+// They belong to one connection.
+constexpr std::array<std::string_view, 8> kHopByHop = {
+    "connection", "keep-alive", "proxy-authenticate", "proxy-connection",
+    "te",         "trailer",    "transfer-encoding",  "upgrade"};
+
+bool IsHopByHop(std::string_view name) {
+  return std::any_of(kHopByHop.begin(), kHopByHop.end(),
+                     [name](std::string_view other) { return net::EqualsIgnoringCase(name, other); });
+}
+
+}  // namespace
+
+bool ResponseLines::Add(std::string_view line) {
+  bytes_ += line.size();
+  if (bytes_ > maxBytes_ || line.find('\0') != std::string_view::npos) return false;
+  while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
+  if (final_) return true;
+  if (!inBlock_) return AddStatusLine(line);
+  if (line.empty()) {
+    EndBlock();
+    return true;
+  }
+  if (line.front() == ' ' || line.front() == '\t') {  // goes on with the line before
+    if (!lastIsKept_) return true;
+    lines_.pop_back();
+    lines_.append(" ").append(net::TrimBlanks(line)).push_back('\0');
+    return true;
+  }
+  const size_t colon = line.find(':');
+  lastIsKept_ = false;
+  if (colon == std::string_view::npos || colon == 0) return true;  // no header
+  return AddHeader(line.substr(0, colon), net::TrimBlanks(line.substr(colon + 1)));
+}
+
+bool ResponseLines::AddStatusLine(std::string_view line) {
+  const size_t blank = line.find(' ');
+  if (!line.starts_with("HTTP/") || blank == std::string_view::npos) return false;
+  const std::string_view rest = net::TrimBlanks(line.substr(blank));
+  const std::string_view code = rest.substr(0, rest.find(' '));
+  const auto [end, error] = std::from_chars(code.data(), code.data() + code.size(), status_);
+  if (error != std::errc() || end != code.data() + code.size() || status_ < 100 || status_ > 999)
+    return false;
+  lines_ = "HTTP/1.1 ";
+  lines_.append(rest).push_back('\0');
+  inBlock_ = true;
+  lastIsKept_ = false;
+  chunked_ = false;
+  length_.reset();
+  return true;
+}
+
+bool ResponseLines::AddHeader(std::string_view name, std::string_view value) {
+  if (net::EqualsIgnoringCase(name, "transfer-encoding")) chunked_ = true;
+  if (net::EqualsIgnoringCase(name, "content-length")) {
+    const bool same = !length_ || *length_ == value;
+    length_ = value;
+    return same;
+  }
+  lastIsKept_ = !IsHopByHop(name);
+  if (lastIsKept_) lines_.append(name).append(": ").append(value).push_back('\0');
+  return true;
+}
+
+void ResponseLines::EndBlock() {
+  if (length_ && !chunked_) lines_.append("Content-Length: ").append(*length_).push_back('\0');
+  lines_.push_back('\0');
+  inBlock_ = false;
+  complete_ = true;
+  final_ = status_ >= 200;
+}
+
+std::optional<std::string> ResponseLines::TakeBlock() {
+  if (!std::exchange(complete_, false)) return std::nullopt;
+  return std::exchange(lines_, {});
+}
+
+}  // namespace live
