@@ -1,0 +1,194 @@
+// Servers that lie and fetchers that stumble, through the exported functions: what is refused, what is
+// served, and that no more memory is held than was received or than the limit allows to reserve.
+#include <climits>
+
+#include "net/http/http_response_headers.h"
+#include "tests/support/watched_host.h"
+
+namespace tests {
+namespace {
+
+constexpr size_t kLimit = 2097152;  // of declared lengths, unless a test sets another
+
+// A preload's record, URL and request headers, with what the containers add.
+constexpr size_t kRecord = 2000;
+
+size_t Held() {
+  return watchedMemory.bytes;
+}
+
+std::string Line(size_t size, char fill) {
+  return "X: " + std::string(size - 3, fill);
+}
+
+TEST(HostileServerTest, NoMoreIsHeldThanWasReceivedOrMayBeDeclared) {
+  constexpr const char* kOk = "HTTP/1.1 200 OK";
+  const std::vector<std::string> manyLines(10'000, Line(100, 'm'));
+  std::vector<std::string> manyLinesOk = {kOk, "Content-Length: 1"};
+  manyLinesOk.insert(manyLinesOk.end(), manyLines.begin(), manyLines.end());
+  const struct {
+    std::vector<std::string> headers;
+    size_t chunk, chunks;
+    size_t reserved;  // room made for the declared length; 0 where the response is refused
+    bool served;
+    const char* why;
+  } rows[] = {
+      {{kOk, "Content-Length: 2097152"}, 1, 1, kLimit, true, "huge, and one byte comes"},
+      {{kOk, "Content-Length: 2097152"}, 1, 0, 0, false, "huge, and nothing comes"},
+      {{kOk, "Content-Length: 2097153"}, 1, 1, 0, false, "above the limit"},
+      {{kOk, "Content-Length: 4294967297"}, 1, 1, 0, false, "1 in 32 bits"},
+      {{kOk, "Content-Length: 18446744073709551617"}, 1, 1, 0, false, "1 in 64 bits"},
+      {{kOk, "Content-Length: " + std::string(100'000, '9')}, 1, 1, 0, false, "digits without end"},
+      {{kOk, "Content-Length: 10"}, 1000, 1000, 10, true, "a body without end"},
+      {{kOk, "Content-Length: 0"}, 1000, 1000, 0, true, "a body where none was declared"},
+      {{kOk, "Content-Length: -1"}, 1, 1, 0, false, "negative"},
+      {{kOk, "Content-Length: 1, 1"}, 1, 1, 0, false, "a list"},
+      {{kOk, "Content-Length : 1"}, 1, 1, 1, true, "a blank before the colon"},
+      {{kOk, "Content-Length: 3", "Content-Length: 3000000"}, 9, 1, 3, true, "twice: the first counts"},
+      {{kOk, "Content-Length: 3000000", "Content-Length: 3"}, 9, 1, 0, false, "twice, the other way round"},
+      {{kOk, "Content-Length: 1", Line(1'000'000, 'x')}, 1, 1, 1, true, "a line of a megabyte"},
+      {manyLinesOk, 1, 1, 1, true, "a megabyte of lines"},
+      {manyLines, 1, 1, 0, false, "neither status nor length"},
+      {{}, 1, 1, 0, false, "nothing at all"},
+      {{"", "Content-Length: 1"}, 1, 1, 1, false, "an empty status line"},
+      {{"HTTP/1.1", "Content-Length: 1"}, 1, 1, 1, false, "no status"},
+      {{"HTTP/1.1 4294967496 OK", "Content-Length: 1"}, 1, 1, 1, false, "200 in 32 bits"},
+      {{"Content-Length: 1", kOk}, 1, 1, 1, false, "a status line that is not the first"},
+  };
+  WatchedHost host;
+  host.Start();
+  host.verbosity = 0;
+  host.verboseEnabled = false;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    host.Launch(kUrl);
+    const size_t before = Held();
+    watchedMemory.peakBytes = before;
+    const std::string headers = RawHeaders(row.headers);
+    const bool refused = net::HttpResponseHeaders(headers).GetContentLength() < 0 ||
+                         net::HttpResponseHeaders(headers).GetContentLength() > int64_t{kLimit};
+    EXPECT_EQ(host.StartComplete(kUrl, headers), refused ? 0 : 1);
+    const std::string chunk(row.chunk, 'c');
+    for (size_t i = 0; i < row.chunks; ++i) EXPECT_EQ(host.Read(kUrl, chunk), refused ? 0 : 1);
+    const size_t received = refused ? 0 : row.chunk * row.chunks;
+    const size_t body = std::max(received, row.reserved) + 10;
+    EXPECT_LE(Held() - before, headers.size() + body + kRecord);
+    EXPECT_LE(watchedMemory.peakBytes - before, headers.size() + body + received + kRecord)
+        << "a body that grows is there twice for a moment";
+    EXPECT_EQ(host.Done(kUrl), 1);
+    EXPECT_EQ(host.Done(kUrl), 1);
+    EXPECT_EQ(host.Ask(kUrl).body(), std::string(row.served ? received : 0, 'c'));
+    host.plugin.ReleasePreloaded(kUrl);
+    const size_t removed = Held();
+    EXPECT_EQ(host.Done(kUrl), 0);
+    EXPECT_EQ(host.Read(kUrl, std::string(100'000, 'l')), 0);
+    EXPECT_EQ(host.RequestInfo(kUrl), nullptr);
+    EXPECT_EQ(host.StartComplete(kUrl, OkHeaders(1)), 0);
+    EXPECT_EQ(Held(), removed) << "nothing is kept for a preload that is gone";
+    host.plugin.OnFlushDb(0);
+    EXPECT_LE(Held(), before);
+  }
+}
+
+// The bytes are fewer than their count says: whoever read them would be caught by the sanitizer.
+TEST(HostileServerTest, CountsThatNobodyCanMeanAreRefusedUnread) {
+  const struct {
+    int64_t declared;
+    const char *cacheSwitch, *url, *why;
+  } rows[] = {
+      {4, "1", "http://a.test/unknown", "a bad cookie"},
+      {2097153, "1", kUrl, "declared above the limit"},
+      {-1, "1", kUrl, "undeclared"},
+      {4, "0", kUrl, "the cache is off"},
+      {4, "1", kUrl, "no memory for it"},
+  };
+  for (const auto& row : rows) {
+    WatchedHost host;
+    host.Start({{"cacheen", row.cacheSwitch}});
+    host.Launch(kUrl);
+    host.StartComplete(kUrl, OkHeaders(row.declared));
+    host.Read(kUrl, "bo");
+    const size_t before = Held();
+    watchedMemory.largestBlock = 1 << 20;
+    for (const int32_t count : {INT_MAX, INT_MAX - 10, 0x70000000, 0, -1, INT_MIN}) {
+      EXPECT_EQ(host.plugin.FetchReadComplete(host.Cookie(row.url), "x", count), 0)
+          << row.why << " " << count;
+    }
+    watchedMemory.largestBlock = SIZE_MAX;
+    EXPECT_EQ(Held(), before) << row.why;
+  }
+}
+// With a limit that lets everything pass, the width of a size decides, and then the memory that there is.
+TEST(HostileServerTest, LengthsAtTheEndOf32BitsAreRefusedAndLeaveTheBodyAsItWas) {
+  const struct {
+    int64_t declared;
+    size_t asked;  // allocations for the buffer
+    const char* why;
+  } rows[] = {
+      {2147483647, 1, "there is no memory for that"},
+      {4294967285, 1, "with its slack the largest size"},
+      {4294967286, 0, "one more does not fit"},
+      {4294967295, 0, "the limit itself"},
+      {4294967296, 0, "above the limit"},
+  };
+  WatchedHost host;
+  host.Start({{"cslimit", "-1"}});
+  for (const auto& row : rows) {
+    host.Launch(kUrl);
+    EXPECT_EQ(host.Read(kUrl, "early "), 1);
+    host.StartComplete(kUrl, OkHeaders(row.declared));
+    watchedMemory.largestBlock = 1 << 20;
+    watchedMemory.allocations = 0;
+    EXPECT_EQ(host.Read(kUrl, "longer than its slack"), 0) << row.why;
+    // Where a size is no size at all, the compiler refuses it ahead of operator new.
+    EXPECT_LE(watchedMemory.allocations, row.asked) << row.why;
+    watchedMemory.largestBlock = SIZE_MAX;
+    host.StartComplete(kUrl, OkHeaders(4));
+    EXPECT_EQ(host.Read(kUrl, "longer than its slack"), 1) << "offered again, and now there is room";
+    host.Done(kUrl);
+    EXPECT_EQ(host.Ask(kUrl).body(), "early longer than its slack") << row.why;
+    host.plugin.ReleasePreloaded(kUrl);
+  }
+}
+
+// A fetcher that starts and ends the same fetch without end: the preload keeps what it was given last.
+TEST(HostileServerTest, RepeatedStartsAndEndsDoNotAddUp) {
+  WatchedHost host;
+  host.Start();
+  host.verbosity = 0;
+  host.Launch(kUrl);
+  const size_t before = Held();
+  const std::string headers = RawHeaders({"HTTP/1.1 200 OK", "Content-Length: 4", Line(50'000, 'h')});
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_NE(host.RequestInfo(kUrl), nullptr);
+    EXPECT_EQ(host.StartComplete(kUrl, headers), 1);
+    EXPECT_EQ(host.Done(kUrl), 1);
+    EXPECT_EQ(host.Done(kUrl, -1), 1);
+  }
+  EXPECT_LE(Held() - before, headers.size() + kRecord);
+}
+
+// A host that does nothing wrong, page after page: it asks twice and releases once, or leaves removal to the
+// flush. What it has lost is bounded by what two pages lend.
+TEST(HostileServerTest, LostLoansDoNotAddUp) {
+  constexpr size_t kBody = 100'000;
+  for (const bool releases : {true, false}) {
+    WatchedHost host;
+    host.Start();
+    host.verbosity = 0;
+    const size_t before = Held();
+    for (int page = 0; page < 1000; ++page) {
+      host.Preload(kUrl, std::string(kBody, 'b'));
+      EXPECT_EQ(host.Ask(kUrl).result + host.Ask(kUrl).result, 2);
+      if (releases) host.plugin.ReleasePreloaded(kUrl);
+      ASSERT_LE(Held() - before, 3 * (kBody + kRecord)) << "page " << page;
+      host.plugin.OnFlushDb(0);
+    }
+    host.plugin.OnFlushDb(0);
+    host.plugin.OnFlushDb(0);
+    EXPECT_LE(Held() - before, kRecord);
+  }
+}
+
+}  // namespace
+}  // namespace tests

@@ -1,0 +1,163 @@
+// The host's decisions, each a pure function: what to order, and how preloads share connections and the link;
+// and what the page database remembers for them.
+#include <gtest/gtest.h>
+
+#include "host/link_policy.h"
+#include "host/order_policy.h"
+#include "host/page_database.h"
+#include "tests/support/scripted_transport.h"
+
+namespace host {
+namespace {
+
+using tests::Ok;
+using tests::ResponseHeaders;
+using Kind = ResourceKind;
+
+TEST(OrderPolicy, OrdersWhatIsWorthItByKindThenByPosition) {
+  const struct {
+    KnownResource resource;
+    NotServed why;
+  } rows[] = {
+      {{.url = "image", .kind = Kind::Image}, NotServed::None},
+      {{.url = "data", .kind = Kind::Data}, NotServed::None},
+      {{.url = "font", .kind = Kind::Font}, NotServed::None},
+      {{.url = "post", .get = false}, NotServed::NotGet},
+      {{.url = "fresh", .kind = Kind::Script}, NotServed::FreshInDiskCache},
+      {{.url = "missing", .status = 404}, NotServed::StatusNot200},
+      {{.url = "never answered", .status = -1}, NotServed::StatusNot200},
+      {{.url = "frame", .kind = Kind::Document, .html = true}, NotServed::Html},
+      {{.url = "chunked", .declaredLength = -1}, NotServed::NoDeclaredLength},
+      {{.url = "empty", .declaredLength = 0}, NotServed::EmptyBody},
+      {{.url = "large", .kind = Kind::Image, .declaredLength = 1000}, NotServed::None},
+      {{.url = "too large", .declaredLength = 1001}, NotServed::OverSizeLimit},
+      {{.url = "sheet", .kind = Kind::Stylesheet}, NotServed::None},
+      {{.url = "half", .kind = Kind::Script, .visitsSeen = 2}, NotServed::None},
+      {{.url = "rare", .kind = Kind::Script, .visitsSeen = 1}, NotServed::SeenTooSeldom},
+  };
+  KnownPage page{.visits = 4};
+  std::map<std::string, NotServed> expected;
+  for (const auto& row : rows) {
+    KnownResource resource = row.resource;
+    if (resource.visitsSeen == 0) resource.visitsSeen = 4;
+    if (resource.status == -1 && resource.url != "never answered") resource.status = 200;
+    if (resource.declaredLength == -1 && resource.url != "chunked") resource.declaredLength = 4;
+    page.resources.push_back(resource);
+    expected[resource.url] = row.why;
+  }
+  OrderFacts facts{.sizeLimit = 1000, .isFresh = [](const std::string& url) { return url == "fresh"; }};
+  std::string order;
+  for (const OrderDecision& decision : DecideOrders(page, facts, {})) {
+    const std::string& url = page.resources[decision.resource].url;
+    EXPECT_EQ(decision.why, expected.at(url)) << url;
+    if (decision.why == NotServed::None) order += url + " ";
+  }
+  EXPECT_EQ(order, "font sheet half data image large ");
+
+  for (const NotServed why : {NotServed::SwitchedOff, NotServed::NoContext}) {
+    facts.pluginTakesOrders = why != NotServed::SwitchedOff;
+    facts.hasContext = why != NotServed::NoContext;
+    EXPECT_EQ(DecideOrders(page, facts, {}).front().why, why);
+  }
+}
+
+TEST(LinkPolicy, PreloadsYield) {
+  const HostSettings settings{.preloadShare = 0.25};
+  EXPECT_EQ(PreloadsShareOfLink(settings, 0), 1);
+  EXPECT_EQ(PreloadsShareOfLink(settings, 1), 0.2);
+  EXPECT_EQ(PreloadsShareOfLink(settings, 2), 0.25 / 2.25);
+
+  constexpr Urgency kBrowser = Urgency::Browser, kPreload = Urgency::Preload;
+  const struct {
+    size_t waiting, connecting;
+    std::vector<Urgency> running;
+    std::vector<size_t> hurried;
+  } rows[] = {
+      {0, 0, {kPreload}, {}},
+      {1, 1, {kPreload}, {}},  // a connection is on its way for it
+      {1, 0, {kBrowser, kPreload, kPreload}, {1}},
+      {3, 1, {kPreload, kBrowser, kPreload, kPreload}, {0, 2}},
+      {9, 0, {kBrowser, kPreload}, {1}},
+      {1, 5, {kPreload}, {}},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(PreloadsToHurry({}, row.waiting, row.connecting, row.running), row.hurried) << &row - rows;
+    EXPECT_TRUE(PreloadsToHurry({.hurryBlockingPreloads = false}, row.waiting, 0, row.running).empty());
+  }
+}
+
+class PageDatabaseTest : public testing::Test {
+ protected:
+  void Visit(const std::string& page, const std::vector<std::pair<const char*, std::vector<int>>>& seen) {
+    PageVisit visit(page, settings);
+    for (const auto& [url, statuses] : seen) {
+      visit.ResourceSeen({.url = url, .kind = Kind::Image});
+      for (const int status : statuses) {
+        const std::string length = "\nContent-Length: " + std::to_string(status + 1);
+        visit.ResponseSeen(url, ResponseHeaders("HTTP/1.1 " + std::to_string(status) + " X" + length));
+      }
+    }
+    database.Remember(std::move(visit));
+  }
+  std::string Known(const std::string& page) const {
+    std::string all;
+    for (const KnownResource& known : database.Find(page)->resources) {
+      all += known.url;
+      for (const int64_t number : {int64_t{known.visitsSeen}, int64_t{known.lastVisit}, int64_t{known.status},
+                                   known.declaredLength}) {
+        all += ":" + std::to_string(number);
+      }
+      all += " ";
+    }
+    return all;
+  }
+
+  HostSettings settings{.maxPages = 3, .maxResourcesPerPage = 4};
+  PageDatabase database{settings};
+};
+
+TEST_F(PageDatabaseTest, RemembersTheLastOrderAndTheBestAnswer) {
+  Visit("page", {{"a", {206, 200, 304, 404}}, {"b", {404}}, {"page", {200}}, {"a", {}}});
+  EXPECT_EQ(Known("page"), "a:1:1:200:201 b:1:1:404:405 ");
+  Visit("page", {{"c", {200}}, {"b", {304}}});  // b was confirmed by the server
+  EXPECT_EQ(Known("page"), "c:1:2:200:201 b:2:2:404:405 a:1:1:200:201 ");
+  for (int without = 0; without < 9; ++without) Visit("page", {});
+  EXPECT_EQ(database.Find("page")->resources.size(), 3u);
+  Visit("page", {});
+  EXPECT_EQ(database.Find("page")->resources.size(), 2u)
+      << "a was last seen eleven visits ago, the others ten";
+}
+
+TEST_F(PageDatabaseTest, IsBoundedInPagesAndResources) {
+  Visit("page", {{"a", {}}, {"b", {}}, {"c", {}}, {"d", {}}, {"e", {}}});
+  EXPECT_EQ(database.Find("page")->resources.size(), 4u) << "the first ones";
+  Visit("page", {{"f", {}}});
+  EXPECT_EQ(Known("page"), "f:1:2:-1:-1 a:1:1:-1:-1 b:1:1:-1:-1 c:1:1:-1:-1 ");
+  Visit("second", {});
+  Visit("third", {});
+  Visit("page", {});
+  Visit("fourth", {});
+  EXPECT_EQ(database.Find("second"), nullptr) << "the least recently visited one";
+  EXPECT_NE(database.Find("page"), nullptr);
+  for (int i = 0; i < 1000; ++i) Visit(std::to_string(i), {});
+  EXPECT_EQ(database.PageCount(), 3u);
+}
+
+TEST_F(PageDatabaseTest, KnowsWhenAResourceWasAskedForAndHow) {
+  PageVisit visit("page", settings);
+  visit.ResourceSeen({.url = "sheet", .headers = "Accept: text/css\r\nCookie: secret\r\n"});
+  visit.FirstPaint();
+  visit.ResourceSeen({.url = "image", .headers = "X: " + std::string(5000, 'x'), .withCredentials = false});
+  visit.LoadEvent();
+  visit.ResourceSeen({.url = "beacon", .method = "POST"});
+  database.Remember(std::move(visit));
+  const auto& known = database.Find("page")->resources;
+  EXPECT_TRUE(known[0].beforePaint && !known[0].afterLoad && known[0].withCredentials);
+  EXPECT_EQ(known[0].headersToRepeat, "Accept: text/css\r\n\r\n");
+  EXPECT_TRUE(!known[1].beforePaint && !known[1].afterLoad && !known[1].withCredentials);
+  EXPECT_EQ(known[1].headersToRepeat, "") << "too long to be kept";
+  EXPECT_TRUE(known[2].afterLoad && !known[2].get);
+}
+
+}  // namespace
+}  // namespace host

@@ -1,0 +1,115 @@
+// The transport against a real HTTP/2 server, nghttpd: where the library below has had faults (pausing,
+// aborting, large bodies), and how connections are shared.
+#include <gtest/gtest.h>
+
+#include "live/transport/curl_transport.h"
+#include "tests/live/support/child_process.h"
+#include "tests/live/support/run_until.h"
+#include "tests/support/transport_contract.h"
+
+namespace live {
+namespace {
+
+using tests::ContractClient;
+using tests::RunUntil;
+
+class Http2Test : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!tests::IsInstalled("nghttpd") || !tests::IsInstalled("openssl")) {
+      GTEST_SKIP() << "nghttpd and openssl are not installed: scripts/setup test installs them";
+    }
+    ASSERT_TRUE(tests::MakeCertificate(folder.Path()));
+    for (const int size : {1000, 300'000, 3'000'000, 60'000'000}) {
+      folder.Write(std::to_string(size), std::string(static_cast<size_t>(size), 'x'));
+    }
+    const int port = tests::FreePort();
+    server.emplace(std::vector<std::string>{"nghttpd", "-d", folder.Path(), std::to_string(port),
+                                            folder.File("key.pem"), folder.File("cert.pem")});
+    ASSERT_TRUE(tests::WaitForPort(port));
+    origin = "https://localhost:" + std::to_string(port);
+    transport = Make();
+  }
+
+  std::unique_ptr<CurlTransport> Make() {
+    return std::make_unique<CurlTransport>(loop, host::HostSettings{},
+                                           UpstreamSettings{.caFile = folder.File("cert.pem")});
+  }
+
+  tests::TemporaryFolder folder;
+  std::optional<tests::ChildProcess> server;
+  std::string origin;
+  EventLoop loop;
+  std::unique_ptr<CurlTransport> transport;
+};
+
+TEST_F(Http2Test, ManyTransfersShareOneConnectionAndPausedOnesHoldUpNobody) {
+  std::deque<ContractClient> clients;
+  std::vector<host::TransferId> ids;
+  const auto start = [&](const std::string& path) {
+    ids.push_back(transport->Start({.url = origin + path, .method = "GET"}, clients.emplace_back()));
+  };
+  for (int i = 0; i < 3; ++i) start("/60000000");
+  for (const host::TransferId id : ids) transport->SetReading(id, false);
+  RunUntil(loop, [&] {
+    return std::all_of(clients.begin(), clients.end(),
+                       [](const auto& client) { return client.heard == "200"; });
+  });
+  for (int i = 0; i < 30; ++i) start("/300000");
+  RunUntil(loop, [&] {
+    return std::all_of(clients.begin() + 3, clients.end(), [](const auto& c) { return c.result == 0; });
+  });
+  for (int i = 3; i < 33; ++i) EXPECT_EQ(clients[static_cast<size_t>(i)].bodyBytes, 300'000);
+  EXPECT_EQ(clients[0].bodyBytes + clients[1].bodyBytes + clients[2].bodyBytes, 0);
+
+  transport->Cancel(ids[0]);
+  transport->SetReading(ids[1], true);
+  RunUntil(loop, [&] { return clients[1].result != 1; });
+  EXPECT_EQ(clients[1].bodyBytes, 60'000'000);
+  transport->SetReading(ids[2], true);
+  RunUntil(loop, [&] { return clients[2].bodyBytes > 1'000'000; });
+  transport->Cancel(ids[2]);
+  start("/3000000");
+  RunUntil(loop, [&] { return clients.back().result != 1; });
+  EXPECT_EQ(clients.back().bodyBytes, 3'000'000) << "the connection has survived both ends";
+  EXPECT_EQ(transport->Connections().opened, 1u);
+  EXPECT_LT(clients.back().report.sent.ToInternalValue() - clients.back().report.connect.ToInternalValue(),
+            1);
+}
+
+TEST_F(Http2Test, AConnectionThatWasOpenedAheadIsUsed) {
+  for (int repeated = 0; repeated < 3; ++repeated) {
+    transport->Preconnect(origin + "/", 2);
+    bool later = false;
+    loop.PostDelayed(300'000, [&] { later = true; });
+    RunUntil(loop, [&] { return later; });
+    EXPECT_EQ(transport->Connections().opened, 1u) << "one is all that it needs";
+  }
+  ContractClient client;
+  transport->Start({.url = origin + "/1000", .method = "GET"}, client);
+  RunUntil(loop, [&] { return client.result != 1; });
+  EXPECT_EQ(client.bodyBytes, 1000);
+  EXPECT_EQ(client.report.connect, client.report.sent);
+  EXPECT_EQ(transport->Connections().opened, 1u);
+}
+
+TEST_F(Http2Test, ACertificateThatNobodyVouchesForIsRefused) {
+  transport = std::make_unique<CurlTransport>(loop, host::HostSettings{}, UpstreamSettings{});
+  ContractClient client;
+  transport->Start({.url = origin + "/1000", .method = "GET"}, client);
+  RunUntil(loop, [&] { return client.result != 1; });
+  EXPECT_EQ(client.heard, " done");
+  EXPECT_EQ(client.result, host::kCertificateError);
+}
+
+TEST_F(Http2Test, AServerThatDiesEndsItsTransfersWithAnError) {
+  ContractClient client;
+  transport->Start({.url = origin + "/60000000", .method = "GET"}, client);
+  RunUntil(loop, [&] { return client.bodyBytes > 0; });
+  server.reset();
+  RunUntil(loop, [&] { return client.result != 1; });
+  EXPECT_LT(client.result, 0);
+}
+
+}  // namespace
+}  // namespace live
