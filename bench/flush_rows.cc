@@ -18,8 +18,8 @@ constexpr size_t kHosts = 1000;
 // destroys the whole map.
 void FlushUrls(benchmark::State& state, size_t count, size_t keepEvery) {
   const std::vector<std::string> urls = MakeUrls("known", count, kHosts);
-  Command cached(2, 13, 2);
-  cached.Set(1, uint32_t{1});
+  corvane::Command cached(CacheStatus::kId);
+  cached.Set(CacheStatus::kHeld, 1);
   const auto stays = [keepEvery](size_t i) { return keepEvery != 0 && i % keepEvery == 0; };
 
   const auto operation = [&] {
@@ -27,8 +27,7 @@ void FlushUrls(benchmark::State& state, size_t count, size_t keepEvery) {
     AddKnownUrls(urls);
     for (size_t i = 0; i < count; ++i) {
       if (!stays(i)) continue;
-      cached.Set(0, CorvaneHash(urls[i].c_str()));
-      cached.Send();
+      Send(cached.Set(CacheStatus::kUrlHash, CorvaneHash(urls[i].c_str())));
     }
     const double spent = Nanoseconds([&] { OnFlushDb(0); });
     EmptyPlugin();

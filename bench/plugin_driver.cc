@@ -11,16 +11,8 @@ BenchHost& TheHost() {
   return host;
 }
 
-Command::Command(CorvaneCmdType type, CorvaneActionType action, uint32_t count) {
-  for (size_t i = 0; i < order_.size(); ++i) order_[i] = &values_[i];
-  cmd_.type = type;
-  cmd_.action = action;
-  cmd_.paramsBegin = order_.data();
-  cmd_.paramsEnd = order_.data() + count;
-}
-
 void StartPlugin() {
-  corvane::SetHost(&TheHost());
+  corvane::SetApi(&TheHost());
   property_set("net.cv.kiv.prlimit", "2000000000");
   OnInit(0);
   uint32_t mask = 0;
@@ -44,41 +36,35 @@ const std::string& PageHeaders() {
 }
 
 uint32_t AddPage(const std::string& url) {
-  Command requested(3, 9, 3);
-  requested.Set(0, url.c_str());
-  requested.Set(1, "GET");
-  requested.Set(2, PageHeaders().c_str());
-  requested.Send();
+  corvane::Command requested(PageRequested::kId);
+  requested.Lend(PageRequested::kUrl, url.c_str()).Lend(PageRequested::kMethod, "GET");
+  Send(requested.Lend(PageRequested::kHeaders, PageHeaders().c_str()));
 
-  Command seen(8, 1, 4);
-  seen.Set(0, url.c_str());
-  seen.Set(1, PageHeaders().c_str());
-  seen.Set(3, static_cast<const void*>(PageContext()));
-  seen.Send();
+  corvane::Command seen(RequestSeen::kId);
+  seen.Lend(RequestSeen::kUrl, url.c_str()).Lend(RequestSeen::kHeaders, PageHeaders().c_str());
+  Send(seen.Set(RequestSeen::kContext, PageContext()));
 
-  Command cached(2, 13, 2);
   const uint32_t pageHash = CorvaneHash(url.c_str());
-  cached.Set(0, pageHash);
-  cached.Set(1, uint32_t{1});
-  cached.Send();
+  corvane::Command cached(CacheStatus::kId);
+  Send(cached.Set(CacheStatus::kUrlHash, pageHash).Set(CacheStatus::kHeld, 1));
   return pageHash;
 }
 
 void AddKnownUrls(const std::vector<std::string>& urls) {
   PageRequest request;
-  for (const std::string& url : urls) request.Send(url.c_str());
+  for (const std::string& url : urls) request.SendFor(url.c_str());
 }
 
 void OpenTransactions(const std::vector<std::string>& urls) {
   TransactionStart start;
   uint32_t id = 0;
-  for (const std::string& url : urls) start.Send(url.c_str(), ++id);
+  for (const std::string& url : urls) start.SendFor(url.c_str(), ++id);
 }
 
 void LaunchPreloads(const std::vector<std::string>& urls, uint32_t pageHash) {
   TheHost().maxSockets = INT_MAX;
   PreloadOrder order(pageHash);
-  for (const std::string& url : urls) order.Send(url.c_str());
+  for (const std::string& url : urls) order.SendFor(url.c_str());
 }
 
 void HoldPreloads(const std::vector<std::string>& urls, uint32_t pageHash,
@@ -87,7 +73,7 @@ void HoldPreloads(const std::vector<std::string>& urls, uint32_t pageHash,
   PreloadOrder order(pageHash);
   const CorvaneFetchResponse response = {&headers};
   for (const std::string& url : urls) {
-    order.Send(url.c_str());
+    order.SendFor(url.c_str());
     FetchStartComplete(CookieOf(url), &response);
     FetchReadComplete(CookieOf(url), body.data(), static_cast<int32_t>(body.size()));
     FetchDone(CookieOf(url), 0);

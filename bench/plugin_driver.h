@@ -4,21 +4,22 @@
 #ifndef BENCH_PLUGIN_DRIVER_H_
 #define BENCH_PLUGIN_DRIVER_H_
 
-#include <array>
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
-#include "corvane/host.h"
+#include "corvane/api.h"
+#include "corvane/command.h"
 #include "net/http/http_response_headers.h"
 #include "net/url_request/url_request_context.h"
 #include "plugin/kiv_proc_plugin.h"
 
 namespace bench {
 
+using namespace kiv::command;
+
 // Starts every fetch and never calls back; time stands still; logs nothing.
-class BenchHost : public corvane::Host {
+class BenchHost : public corvane::Api {
  public:
   int Fetch(void* /*cookie*/, net::URLRequestContext* /*context*/) override { return 1; }
   int MaxSocketsPerGroup() override { return maxSockets; }
@@ -30,72 +31,45 @@ class BenchHost : public corvane::Host {
 
 BenchHost& TheHost();
 
-// One command record, used again and again: setting a parameter is a store, so that sending costs the
-// plugin's time and no more. Texts stay the caller's.
-class Command {
- public:
-  Command(CorvaneCmdType type, CorvaneActionType action, uint32_t count);
-  Command(const Command&) = delete;
-  Command& operator=(const Command&) = delete;
-
-  void Set(size_t index, const char* text) { values_[index].value = reinterpret_cast<uintptr_t>(text); }
-  void Set(size_t index, uint32_t number) { values_[index].value = number; }
-  void Set(size_t index, const void* pointer) { values_[index].value = reinterpret_cast<uintptr_t>(pointer); }
-  int32_t Send() { return OnCmd(&cmd_); }
-
- private:
-  std::array<CorvaneCmdParam, 5> values_{};
-  std::array<CorvaneCmdParam*, 5> order_;
-  CorvaneCmd cmd_{};
-};
+// Hands a command to the plugin. Rows use one record again and again and lend it its texts: setting a
+// parameter is then a store, so that sending costs the plugin's time and no more.
+inline bool Send(const corvane::Command& command) {
+  return OnCmd(command.Get()) != 0;
+}
 
 // Requests pages without headers.
 class PageRequest {
  public:
-  PageRequest() {
-    request_.Set(1, "GET");
-    request_.Set(2, "");
-  }
-  bool Send(const char* url) {
-    request_.Set(0, url);
-    return request_.Send() != 0;
-  }
+  PageRequest() { request_.Lend(PageRequested::kMethod, "GET").Lend(PageRequested::kHeaders, ""); }
+  bool SendFor(const char* url) { return Send(request_.Lend(PageRequested::kUrl, url)); }
 
  private:
-  Command request_{3, 9, 3};
+  corvane::Command request_{PageRequested::kId};
 };
 
 // Starts transactions.
 class TransactionStart {
  public:
-  bool Send(const char* url, uint32_t id) {
-    start_.Set(0, url);
-    start_.Set(2, id);
-    return start_.Send() != 0;
+  bool SendFor(const char* url, uint32_t id) {
+    return Send(start_.Lend(TransactionStarted::kUrl, url).Set(TransactionStarted::kTransactionId, id));
   }
 
  private:
-  Command start_{9, 1, 3};
+  corvane::Command start_{TransactionStarted::kId};
 };
 
 // Orders preloads for one page.
 class PreloadOrder {
  public:
   explicit PreloadOrder(uint32_t pageHash) {
-    order_.Set(2, pageHash);
-    order_.Set(3, kLoadFlags);
+    order_.Set(OrderPreload::kPageHash, pageHash).Set(OrderPreload::kLoadFlags, kDefaultLoadFlags);
   }
-  bool Send(const char* url, uint32_t priority = kPriority) {
-    order_.Set(0, priority);
-    order_.Set(1, url);
-    return order_.Send() != 0;
+  bool SendFor(const char* url, uint32_t priority = kDefaultPriority) {
+    return Send(order_.Set(OrderPreload::kPriority, priority).Lend(OrderPreload::kUrl, url));
   }
-
-  static constexpr uint32_t kPriority = 512;
-  static constexpr uint32_t kLoadFlags = 0x800000;
 
  private:
-  Command order_{8, 21, 4};
+  corvane::Command order_{OrderPreload::kId};
 };
 
 // Switches the plugin on with a preload limit that stops nothing. Once per process.

@@ -17,7 +17,7 @@ constexpr size_t kOrders = 32;        // per batch
 constexpr uint32_t kBusySockets = 5;  // as many as the host has for preloads: nothing is launched
 
 void Append(Hosts& hosts, const char* url, uint32_t pageHash, uint32_t priority) {
-  QueuedPreload queued = {CorvaneHash(url), url, pageHash, priority, PreloadOrder::kLoadFlags, std::string()};
+  QueuedPreload queued = {CorvaneHash(url), url, pageHash, priority, kDefaultLoadFlags, std::string()};
   HostRecord& host = hosts[KeyOf(queued.url)];
   host.queue.push_back(std::move(queued));
   host.queueUnsorted = true;
@@ -32,8 +32,8 @@ void JoinFullQueue(benchmark::State& state, size_t queued) {
   OpenTransactions(busy);
   for (uint32_t id = 1; id <= kBusySockets; ++id) hosts[KeyOf(busy[0])].transactions[id].url = busy[id - 1];
   for (const std::string& url : MakeUrls("queued", queued, 1)) {
-    order.Send(url.c_str());
-    Append(hosts, url.c_str(), kUnknownPage, PreloadOrder::kPriority);
+    order.SendFor(url.c_str());
+    Append(hosts, url.c_str(), kUnknownPage, kDefaultPriority);
   }
   const std::vector<std::string> urls = MakeUrls("joining", kOrders, 1);
   TransactionStart start;
@@ -41,18 +41,18 @@ void JoinFullQueue(benchmark::State& state, size_t queued) {
   const auto operation = [&] {
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
-      for (const std::string& url : urls) handled += order.Send(url.c_str());
+      for (const std::string& url : urls) handled += order.SendFor(url.c_str());
     });
     Expect(handled == kOrders, "an order was not handled");
     // A transaction that is open already only takes its URL out of the queue.
-    for (const std::string& url : urls) start.Send(url.c_str(), kBusySockets);
+    for (const std::string& url : urls) start.SendFor(url.c_str(), kBusySockets);
     return spent / kOrders;
   };
   const auto floor = [&] {
     const double spent = Nanoseconds([&] {
       for (const std::string& url : urls) {
         benchmark::DoNotOptimize(CorvaneHash(url.c_str()));  // an order looks its URL up before it joins
-        Append(hosts, url.c_str(), kUnknownPage, PreloadOrder::kPriority);
+        Append(hosts, url.c_str(), kUnknownPage, kDefaultPriority);
         BareWalk(hosts);
       }
     });
@@ -91,16 +91,16 @@ void SortAndLaunch(benchmark::State& state, size_t queued) {
   const std::vector<std::string> urls = MakeUrls("queued", queued, 1);
   const std::string page = MakeUrls("page", 1, 1).front();
   RandomWalk priorities(queued, 1);
-  Command pass(8, 4, 0);
+  const corvane::Command pass(CheckPreloads::kId);
 
   const auto operation = [&] {
     EmptyPlugin();
     PreloadOrder order(AddPage(page));
     TheHost().maxSockets = 1;  // all kept idle: the queue fills
     const std::vector<uint32_t>& drawn = priorities.Draw(queued);
-    for (size_t i = 0; i < queued; ++i) order.Send(urls[i].c_str(), drawn[i] / 4);
+    for (size_t i = 0; i < queued; ++i) order.SendFor(urls[i].c_str(), drawn[i] / 4);
     TheHost().maxSockets = INT_MAX;
-    const double spent = Nanoseconds([&] { pass.Send(); });
+    const double spent = Nanoseconds([&] { Send(pass); });
     for (const std::string& url : urls)
       Expect(ReleasePreloaded(url.c_str()) == 1, "a preload was not launched");
     return spent / static_cast<double>(queued);

@@ -27,7 +27,7 @@ struct Known {
     EmptyPlugin();
     PageRequest request;
     for (const std::string& url : urls) {
-      request.Send(url.c_str());
+      request.SendFor(url.c_str());
       floor.try_emplace(CorvaneHash(url.c_str()), KnownUrl{.url = url});
     }
   }
@@ -46,7 +46,7 @@ void RepeatPageRequest(benchmark::State& state, size_t count) {
     const std::vector<uint32_t>& places = forPlugin.Draw(kLookups);
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
-      for (const uint32_t place : places) handled += request.Send(known.urls[place].c_str());
+      for (const uint32_t place : places) handled += request.SendFor(known.urls[place].c_str());
     });
     Expect(handled == kLookups, "a page request was not handled");
     return spent / kLookups;
@@ -73,9 +73,10 @@ void NewSubResource(benchmark::State& state, size_t count) {
   const std::string& page = known.urls.front();
   RandomWalk forPlugin(fresh.size(), 1);
   RandomWalk forFloor(fresh.size(), 2);
-  Command seen(3, 5, 5);
-  seen.Set(0, page.c_str());
-  Command denied(2, 13, 2);
+  corvane::Command seen(ResourceSeen::kId);
+  seen.Lend(ResourceSeen::kPageUrl, page.c_str()).Set(ResourceSeen::kPreload, 0);
+  corvane::Command denied(CacheStatus::kId);
+  denied.Set(CacheStatus::kHeld, 0);
   std::vector<const char*> added;
   const auto draw = [&](RandomWalk& walk) {
     added.clear();
@@ -86,16 +87,10 @@ void NewSubResource(benchmark::State& state, size_t count) {
     draw(forPlugin);
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
-      for (const char* const url : added) {
-        seen.Set(1, url);
-        handled += seen.Send() != 0;
-      }
+      for (const char* const url : added) handled += Send(seen.Lend(ResourceSeen::kUrl, url));
     });
     Expect(handled == batch, "a sub-resource was not handled");
-    for (const char* const url : added) {
-      denied.Set(0, CorvaneHash(url));
-      denied.Send();
-    }
+    for (const char* const url : added) Send(denied.Set(CacheStatus::kUrlHash, CorvaneHash(url)));
     return spent / static_cast<double>(batch);
   };
   const auto floor = [&] {
@@ -112,24 +107,21 @@ void NewSubResource(benchmark::State& state, size_t count) {
   RunRounds(state, operation, floor);
 }
 
-void CacheStatus(benchmark::State& state, size_t count) {
+void ConfirmUrls(benchmark::State& state, size_t count) {
   Known known(count);
   std::vector<uint32_t> hashes;
   hashes.reserve(count);
   for (const std::string& url : known.urls) hashes.push_back(CorvaneHash(url.c_str()));
   RandomWalk forPlugin(count, 1);
   RandomWalk forFloor(count, 2);
-  Command cached(2, 13, 2);
-  cached.Set(1, uint32_t{1});
+  corvane::Command cached(CacheStatus::kId);
+  cached.Set(CacheStatus::kHeld, 1);
 
   const auto operation = [&] {
     const std::vector<uint32_t>& places = forPlugin.Draw(kLookups);
     size_t handled = 0;
     const double spent = Nanoseconds([&] {
-      for (const uint32_t place : places) {
-        cached.Set(0, hashes[place]);
-        handled += cached.Send() != 0;
-      }
+      for (const uint32_t place : places) handled += Send(cached.Set(CacheStatus::kUrlHash, hashes[place]));
     });
     Expect(handled == kLookups, "a cache status was not handled");
     return spent / kLookups;
@@ -165,7 +157,7 @@ void AddSubResourceRows() {
 
 void AddCacheStatusRows() {
   for (const Size& size : kSizes) {
-    AddRow({"cache status", size.name, 1.5}, kRounds, [size](auto& state) { CacheStatus(state, size.urls); });
+    AddRow({"cache status", size.name, 1.5}, kRounds, [size](auto& state) { ConfirmUrls(state, size.urls); });
   }
 }
 

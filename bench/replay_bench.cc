@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "host/plugin_functions.h"
-#include "replay/har_reader.h"
-#include "replay/replay.h"
+#include "replay/model/replay.h"
+#include "replay/recording/har_reader.h"
 
 namespace {
 

@@ -29,7 +29,7 @@ class OpenHosts {
     EmptyPlugin();
     const std::vector<std::string> keepers = MakeUrls("keeper", count, count);
     for (const std::string& url : keepers) {
-      start_.Send(url.c_str(), 1);
+      start_.SendFor(url.c_str(), 1);
       hosts_[KeyOf(url)].transactions[1].url = url;
     }
   }
@@ -39,14 +39,12 @@ class OpenHosts {
 
   void Start() {
     uint32_t id = kFirstId;
-    for (const char* const url : batch_) start_.Send(url, id++);
+    for (const char* const url : batch_) start_.SendFor(url, id++);
   }
   void Finish() {
     uint32_t id = kFirstId;
     for (const char* const url : batch_) {
-      done_.Set(0, url);
-      done_.Set(1, id++);
-      done_.Send();
+      Send(done_.Lend(TransactionDone::kUrl, url).Set(TransactionDone::kTransactionId, id++));
     }
   }
 
@@ -80,7 +78,7 @@ class OpenHosts {
   std::vector<const char*> batch_;
   Hosts hosts_;
   TransactionStart start_;
-  Command done_{9, 4, 2};
+  corvane::Command done_{TransactionDone::kId};
 };
 
 void Starts(benchmark::State& state, size_t count) {

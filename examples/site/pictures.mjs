@@ -38,7 +38,7 @@ export function randomBytes(seed, count) {
   return bytes;
 }
 
-const mix = (a, b, t) => a.map((from, i) => Math.round(from + (b[i] - from) * t));
+export const mix = (a, b, t) => a.map((from, i) => Math.round(from + (b[i] - from) * t));
 
 function chunk(type, data) {
   const body = Buffer.concat([Buffer.from(type, 'latin1'), data]);
@@ -62,7 +62,7 @@ const CRC_TABLE = Uint32Array.from({length: 256}, (_, n) => {
 
 // An RGB PNG of `colourAt(x, y)`, brought to exactly `bytes` bytes by an ancillary chunk of seeded
 // bytes that viewers skip. Throws when the picture alone is already larger.
-function png(seed, width, height, bytes, colourAt) {
+export function png(seed, width, height, bytes, colourAt) {
   const rows = Buffer.alloc(height * (1 + width * 3));
   for (let y = 0, at = 0; y < height; ++y) {
     rows[at++] = 0; // no row filter

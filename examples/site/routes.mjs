@@ -1,56 +1,18 @@
 // What the site serves: one table per origin, path by path, with each resource's think time and
 // freshness. Bodies are built once, when the site starts; only a few answers depend on the visit.
 import {readFileSync} from 'node:fs';
-import {avatar, coastPicture, grainPicture, mapTile, randomBytes, randomFrom, seedOf} from './pictures.mjs';
+import {avatar, grainPicture, mapTile, randomFrom} from './pictures.mjs';
+import {
+  check, data, day, font, hint, inAnHour, json, minutes, never, numbered, openToPages, picture, pixel, redirect, resource,
+  silent, tableOf, year,
+} from './resources.mjs';
 
-const TYPES = {
-  html: 'text/html; charset=utf-8',
-  css: 'text/css; charset=utf-8',
-  js: 'text/javascript; charset=utf-8',
-  json: 'application/json',
-  txt: 'text/plain',
-  svg: 'image/svg+xml',
-  png: 'image/png',
-  gif: 'image/gif',
-  woff2: 'font/woff2',
-};
-
-// Freshness as the response headers tell it; {} says nothing, which leaves it to heuristics.
-const year = {'Cache-Control': 'public, max-age=31536000, immutable'};
-const day = {'Cache-Control': 'max-age=86400'};
-const minutes = {'Cache-Control': 'max-age=300'};
-const check = {'Cache-Control': 'no-cache', ETag: '"tideline-31"'};
-const never = {'Cache-Control': 'no-store'};
-const silent = {'Last-Modified': 'Mon, 02 Jun 2025 08:00:00 GMT'};
-const inAnHour = {expiresInSeconds: 3600}; // an Expires header instead of Cache-Control
-
-const openToPages = {'Access-Control-Allow-Origin': '*'};
 const twoDigits = (number) => String(number).padStart(2, '0');
-const numbered = (count, make) => Array.from({length: count}, (_, i) => make(i + 1));
-
-// A resource: body is a Buffer, or a function of how often the resource was asked for before.
-// think is in milliseconds. Text is gzipped for clients that take it.
-function resource(path, body, think, freshness, more = {}) {
-  const {expiresInSeconds, ...headers} = freshness;
-  const {headers: moreHeaders = {}, ...rest} = more;
-  const type = TYPES[(more.extension ?? path.split('.').pop())];
-  return [path, {body, think, type, status: 200, expiresInSeconds, headers: {...headers, ...moreHeaders}, ...rest}];
-}
 
 const file = (name) => readFileSync(new URL(`files/${name}`, import.meta.url));
-const json = (value) => Buffer.from(JSON.stringify(value, null, 1));
 
 const fromFile = (folder) => (path, think, freshness, more) =>
   resource(path, file(folder + path), think, freshness, more);
-
-const picture = (path, width, height, bytes, think, freshness) =>
-  resource(path, coastPicture(seedOf(path), width, height, bytes), think, freshness);
-
-const font = (path, bytes, think) =>
-  resource(path, Buffer.concat([Buffer.from('wOF2'), randomBytes(seedOf(path), bytes - 4)]), think, year, {headers: openToPages});
-
-const answer = (path, body, think, more = {}) =>
-  resource(path, body, think, never, {extension: 'json', ...more, headers: openToPages});
 
 // A year of tide heights, a quarter of an hour apart: a script that is large for an honest reason.
 function tideTable() {
@@ -79,7 +41,7 @@ const www = [
 ];
 
 const apex = [
-  resource('/gallery', Buffer.alloc(0), 15, day, {extension: 'html', status: 301, headers: {Location: 'http://www.example.test/gallery/'}}),
+  redirect('/gallery', 'http://www.example.test/gallery/', 301, 15, day, 'html'),
 ];
 
 const staticFile = fromFile('static');
@@ -112,7 +74,7 @@ const images = [
   ...numbered(5, (i) => picture(`/story/ebb-${i}.png`, 640, 400, 38000 + 6000 * i, 45, day)),
   ...numbered(18, (i) => picture(`/shores/shore-${twoDigits(i)}.png`, 240, 160, 9000 + 350 * i, 15 + 7 * (i % 5), i % 3 ? year : check)),
   ...Object.keys(COMMENTS).map((name) => resource(`/avatars/${name}.svg`, Buffer.from(avatar(name)), 15, day)),
-  resource('/cover/current', Buffer.alloc(0), 20, never, {extension: 'png', status: 302, headers: {Location: '/cover/issue-31.png'}}),
+  redirect('/cover/current', '/cover/issue-31.png', 302, 20, never, 'png'),
   picture('/cover/issue-31.png', 220, 300, 24000, 25, year),
 ];
 
@@ -123,16 +85,16 @@ const largeImages = [
 ];
 
 const api = [
-  answer('/v1/tide.json', json({high: '11:42', low: '17:55', metres: 5.4}), 40),
-  answer('/v1/latest.json', latestStories, 110),
-  answer('/v1/poll.json', json({question: 'Buns or sandwiches? ', picture: 'http://static.example.test/img/poll.svg'}), 60),
-  answer('/v1/related.json', json(numbered(6, (i) => ({title: `Walk ${i}`, picture: `http://img.example.test/thumb/near-${i}.png`}))), 80),
-  answer('/v1/comments.json', json(Object.entries(COMMENTS).map(([name, text]) => ({name, text}))), 120, {chunked: true}),
-  answer('/v1/captions.json', json(numbered(18, (i) => `Shore no. ${i}`)), 70, {chunked: true}),
+  data('/v1/tide.json', json({high: '11:42', low: '17:55', metres: 5.4}), 40),
+  data('/v1/latest.json', latestStories, 110),
+  data('/v1/poll.json', json({question: 'Buns or sandwiches? ', picture: 'http://static.example.test/img/poll.svg'}), 60),
+  data('/v1/related.json', json(numbered(6, (i) => ({title: `Walk ${i}`, picture: `http://img.example.test/thumb/near-${i}.png`}))), 80),
+  data('/v1/comments.json', json(Object.entries(COMMENTS).map(([name, text]) => ({name, text}))), 120, {chunked: true}),
+  data('/v1/captions.json', json(numbered(18, (i) => `Shore no. ${i}`)), 70, {chunked: true}),
 ];
 
 const metrics = [
-  resource('/hit.gif', Buffer.from('R0lGODlhAQABAIAAAP///wAAACH5BAEAAAAALAAAAAABAAEAAAICRAEAOw==', 'base64'), 15, never),
+  resource('/hit.gif', pixel, 15, never),
   resource('/timing', Buffer.alloc(0), 15, never, {status: 204, headers: openToPages}),
 ];
 
@@ -150,8 +112,7 @@ const frames = [
     resource(`/tiles/12/${column}/${row}.png`, mapTile(column, row, 128, 9000 + 500 * column), 30, year))),
 ];
 
-// Origin (host, with the port where it is not 80) to path to resource.
-export const origins = new Map(Object.entries({
+export const origins = tableOf({
   'www.example.test': www,
   'example.test': apex,
   'static.example.test': still,
@@ -161,7 +122,7 @@ export const origins = new Map(Object.entries({
   'api.example.test:8081': api,
   'metrics.example.test:8082': metrics,
   'frames.example.test:8083': frames,
-}).map(([origin, rows]) => [origin, new Map(rows)]));
+});
 
 // The pages in the order in which a reader takes them.
 export const pages = [
@@ -169,3 +130,13 @@ export const pages = [
   'http://www.example.test/stories/the-long-ebb',
   'http://example.test/gallery',
 ];
+
+// What a careful author would have the browser fetch ahead: the sheets (those found in sheets as well), the fonts of
+// what is seen first, the picture at the top. No page has a script that holds it up.
+const fontsOfHeadings = hint('font', 'http://fonts.example.test/tideline-display.woff2', 'http://fonts.example.test/tideline-text-regular.woff2');
+const sheets = (...names) => hint('style', ...names.map((name) => `http://static.example.test/css/${name}.css`));
+export const hints = new Map(Object.entries({
+  'http://www.example.test/': [...sheets('base', 'type', 'grid', 'home'), ...fontsOfHeadings, ...hint('image', 'http://img.example.test/hero/headland.png')],
+  'http://www.example.test/stories/the-long-ebb': [...sheets('base', 'type', 'grid', 'article'), ...fontsOfHeadings, ...hint('image', 'http://img.example.test/story/ebb-1.png')],
+  'http://www.example.test/gallery/': [...sheets('base', 'type', 'grid', 'gallery'), ...fontsOfHeadings],
+}));

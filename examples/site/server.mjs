@@ -2,13 +2,9 @@
 // picks. A browser reaches them through the resolver rules that startSite hands out.
 // Run by itself it prints those rules and serves until it is interrupted.
 import http from 'node:http';
-import {setTimeout as pause} from 'node:timers/promises';
 import {pathToFileURL} from 'node:url';
-import zlib from 'node:zlib';
+import {answer} from './answer.mjs';
 import {origins, pages} from './routes.mjs';
-
-const PAUSE_MARK = '<!--pause'; // where a resource with pauseMs stops sending for that long
-const GZIP_FROM_BYTES = 400;
 
 // Starts every listener. Returns {resolverRules, close}: the value for the browser's
 // --host-resolver-rules, and a function that stops the site and drops its connections.
@@ -33,47 +29,6 @@ export async function startSite() {
   }
   const close = () => servers.forEach((server) => { server.close(); server.closeAllConnections(); });
   return {resolverRules: rules.join(','), close};
-}
-
-async function answer(resources, request, response) {
-  const {pathname} = new URL(request.url, 'http://site');
-  const resource = resources.get(pathname);
-  if (!resource) {
-    response.writeHead(404, {'Content-Type': 'text/plain', 'Content-Length': 10}).end('not found\n');
-    return;
-  }
-  request.resume();
-  const asked = resource.asked ?? 0;
-  resource.asked = asked + 1;
-  await pause(resource.think);
-  const headers = {...(resource.type && {'Content-Type': resource.type}), ...resource.headers};
-  if (resource.expiresInSeconds) headers.Expires = new Date(Date.now() + resource.expiresInSeconds * 1000).toUTCString();
-  const body = typeof resource.body === 'function' ? resource.body(asked) : resource.body;
-  if (resource.pauseMs) return sendInTwo(response, resource, headers, body);
-  sendWhole(response, resource, headers, body, request.headers['accept-encoding'] ?? '');
-}
-
-function sendWhole(response, resource, headers, body, accepted) {
-  const isText = !/^(image\/(png|gif)|font\/)/.test(resource.type);
-  if (isText && body.length >= GZIP_FROM_BYTES) {
-    headers.Vary = 'Accept-Encoding';
-    if (/\bgzip\b/.test(accepted)) {
-      headers['Content-Encoding'] = 'gzip';
-      body = zlib.gzipSync(body);
-    }
-  }
-  if (!resource.chunked && resource.status !== 204) headers['Content-Length'] = body.length;
-  response.writeHead(resource.status, headers);
-  if (body.length > 0) response.write(body); // end(body) would add the length that chunked leaves out
-  response.end();
-}
-
-async function sendInTwo(response, resource, headers, body) {
-  const at = body.indexOf(PAUSE_MARK);
-  response.writeHead(resource.status, headers);
-  response.write(body.subarray(0, at));
-  await pause(resource.pauseMs);
-  response.end(body.subarray(at));
 }
 
 if (import.meta.url === pathToFileURL(process.argv[1]).href) {

@@ -1,0 +1,1 @@
+export const pounds = (pence) => `£${(pence / 100).toFixed(2)}`;
