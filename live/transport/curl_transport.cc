@@ -120,9 +120,9 @@ class CurlTransport::Impl {
 
   ~Impl() {
     for (auto& [id, transfer] : transfers_) {
-      if (transfer->easy != nullptr) curl_multi_remove_handle(multi_, transfer->easy.get());
+      if (transfer->easy != nullptr) RemoveUnfinished(transfer->easy.get());
     }
-    for (const Easy& easy : doomed_) curl_multi_remove_handle(multi_, easy.get());
+    RemoveDoomed();
     for (const auto& [easy, warming] : warming_) curl_multi_remove_handle(multi_, easy);
     transfers_.clear();
     doomed_.clear();
@@ -263,9 +263,7 @@ class CurlTransport::Impl {
     if (std::exchange(pumpPosted_, true)) return;
     tasks_.Post([this] {
       pumpPosted_ = false;
-      for (const Easy& easy : doomed_) curl_multi_remove_handle(multi_, easy.get());
-      doomed_.clear();
-      doomedLists_.clear();
+      RemoveDoomed();
       for (auto place = groups_.begin(); place != groups_.end();) {
         Dispatch(place->second);
         const Group& group = place->second;
@@ -275,6 +273,23 @@ class CurlTransport::Impl {
       }
       AfterCurl();
     });
+  }
+
+  void RemoveDoomed() {
+    for (const Easy& easy : doomed_) RemoveUnfinished(easy.get());
+    doomed_.clear();
+    doomedLists_.clear();
+  }
+
+  // libcurl 7.88 loses the body that it has buffered for a paused transfer unless the transfer goes on before
+  // it is removed; nobody hears of that body.
+  void RemoveUnfinished(CURL* easy) {
+    curl_easy_setopt(
+        easy, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t count, void*) { return size * count; });
+    curl_easy_setopt(
+        easy, CURLOPT_HEADERFUNCTION, +[](char*, size_t size, size_t count, void*) { return size * count; });
+    curl_easy_pause(easy, CURLPAUSE_CONT);
+    curl_multi_remove_handle(multi_, easy);
   }
 
   // Hands waiting transfers to libcurl, the browser's first, as far as there are connections for them.
