@@ -52,8 +52,9 @@ function waterfall(load, longestMs) {
     const title = `${request.url}, ${figure(request.start_ms)} to ${figure(end)} ms${request.note ? `, ${request.note}` : ''}`;
     return `<rect class="${barClass(request)}" x="${x(request.start_ms)}" y="${row * ROW_PX + 13}" width="${Math.max(x(end) - x(request.start_ms), 1).toFixed(1)}" height="${ROW_PX - 3}"><title>${escapeHtml(title)}</title></rect>`;
   });
-  const mark = (name, ms, text) => (ms === null ? '' : `<line class="${name}" x1="${x(ms)}" x2="${x(ms)}" y1="0" y2="${height}" stroke-width="1.5"/><text x="${x(ms)}" y="9" font-size="9" dx="3">${text}</text>`);
-  return `<svg viewBox="0 0 ${WIDTH_PX} ${height}" role="img" aria-label="${load.requests.length} requests; first paint ${figure(load.first_paint_ms)} ms, load ${figure(load.load_ms)} ms">${bars.join('')}${mark('paint', load.first_paint_ms, `paint ${figure(load.first_paint_ms)}`)}${mark('load', load.load_ms, `load ${figure(load.load_ms)}`)}</svg>`;
+  // The texts stand on both sides of their lines, so that marks that are close together stay readable.
+  const mark = (name, ms, anchor) => (ms === null ? '' : `<line class="${name}" x1="${x(ms)}" x2="${x(ms)}" y1="0" y2="${height}" stroke-width="1.5"/><text x="${x(ms)}" y="9" font-size="9" dx="${anchor === 'end' ? -3 : 3}" text-anchor="${anchor}">${name} ${figure(ms)}</text>`);
+  return `<svg viewBox="0 0 ${WIDTH_PX} ${height}" role="img" aria-label="${load.requests.length} requests; first paint ${figure(load.first_paint_ms)} ms, load ${figure(load.load_ms)} ms">${bars.join('')}${mark('paint', load.first_paint_ms, 'end')}${mark('load', load.load_ms, 'start')}</svg>`;
 }
 
 // What was on the screen at equal steps of time.
