@@ -1,6 +1,7 @@
 // Tests of the figures: node --test live/measure/figures_test.mjs
 import assert from 'node:assert/strict';
 import {test} from 'node:test';
+import {compare, comparisonText, rankCorrelation} from './check_model.mjs';
 import {median, medianInterval, overPages, summarize} from './figures.mjs';
 import {reportText} from './report_text.mjs';
 
@@ -45,4 +46,24 @@ test('loads are compared with the load of the browser alone in the same round', 
   assert.match(text, /proxy with everything +0\.80 \[0\.80, 0\.80\]/);
   assert.match(text, /proxy with everything +1\.10/);
   assert.match(text, /–/, 'what was not measured is not shown as a figure');
+});
+
+test('predictions are compared page by page and way by way', () => {
+  assert.equal(rankCorrelation([1, 2, 3], [10, 20, 30]), 1);
+  assert.equal(rankCorrelation([1, 2, 3], [30, 20, 10]), -1);
+  assert.ok(Math.abs(rankCorrelation([1, 2, 2, 4], [1, 3, 2, 4]) - 0.949) < 0.001);
+  assert.equal(rankCorrelation([1, 1], [1, 2]), null);
+
+  const times = (off, plugin) => ({visits: 1, first_paint_ms: {off, plugin, hints: off, preconnect: off}, load_ms: {off, plugin, hints: off, preconnect: off}});
+  const share = (value) => ({first_paint_ms: {share: value}, load_ms: {share: null}});
+  const rows = compare(
+    [{page: 'a', replay: {real: {visits: 0}, copies: times(1000, 800)}}, {page: 'b', replay: {real: times(1000, 900), copies: {visits: 0}}}],
+    [{page: 'a', cache: 'cold', way: 'plugin', shares: share(0.7)}, {page: 'b', cache: 'cold', way: 'plugin', shares: share(1.1)},
+      {page: 'a', cache: 'stale', way: 'rel-preload', shares: share(0.1)}]);
+  assert.deepEqual(rows.map(({page, way, metric}) => [page, way, metric]), [['a', 'plugin', 'first_paint_ms'], ['b', 'plugin', 'first_paint_ms']]);
+  const text = comparisonText(rows);
+  assert.match(text, /\+20% +\+30% +first paint/);
+  assert.match(text, /\+10% +−10% +first paint/);
+  assert.match(text, /first paint: median error 15 points/);
+  assert.match(text, /load: nothing to compare/);
 });

@@ -6,6 +6,7 @@ import {setTimeout as pause} from 'node:timers/promises';
 import {pathToFileURL} from 'node:url';
 import {parseArgs} from 'node:util';
 import {Browser} from './browser.mjs';
+import {harOf} from './har.mjs';
 import {loadPage} from './page_load.mjs';
 import {Proxy} from './proxy.mjs';
 import {CACHES, WAYS} from './ways.mjs';
@@ -23,6 +24,7 @@ Usage: node live/measure/measure.mjs --folder FOLDER --site NAME --proxy PROGRAM
   --caches LIST       of ${Object.keys(CACHES).join(', ')} [stale,cold]
   --pages N           only the first N pages of the site [all]
   --filmstrip         one more load of each, which is not counted, with pictures of what was seen
+  --har FOLDER        record instead: --loads cold loads by the browser alone, one HAR file for each page
   --out FILE          append to this file [standard output]
 `;
 
@@ -157,6 +159,21 @@ class Measurement {
   }
 }
 
+// Cold loads of all pages, one round after the other.
+async function record(options) {
+  const measurement = new Measurement(options);
+  const pages = measurement.served.pages.slice(0, options.pages === undefined ? undefined : Number(options.pages));
+  await measurement.prepare(pages, [], []);
+  const loads = [];
+  for (let round = 0; round < Number(options.loads); ++round) {
+    for (const page of pages) loads.push({page, ...await measurement.measured('alone', page, 'cold')});
+  }
+  mkdirSync(options.har, {recursive: true});
+  pages.forEach((page, index) => {
+    writeFileSync(join(options.har, `${options.site}-${index + 1}.har`), JSON.stringify(harOf(loads.filter((load) => load.page === page))));
+  });
+}
+
 async function measure(options) {
   const list = (name, known) => {
     const names = options[name] === undefined ? Object.keys(known) : options[name].split(',');
@@ -166,6 +183,7 @@ async function measure(options) {
   };
   const ways = list('ways', WAYS);
   const caches = list('caches', CACHES);
+  if (options.har !== undefined) return record(options);
   if (!/^[1-9]\d{0,3}$/.test(options.loads)) throw new UsageError(`--loads must be a whole number from 1 to 9999, got '${options.loads}'`);
   const measurement = new Measurement(options);
   const pages = measurement.served.pages.slice(0, options.pages === undefined ? undefined : Number(options.pages));
@@ -177,7 +195,7 @@ async function measure(options) {
     for (const cache of caches) {
       for (let round = 0; round < Number(options.loads); ++round) {
         for (const page of pages) {
-          for (const way of round % 2 === 0 ? ways : ways.toReversed()) {
+          for (const way of round % 2 === 0 ? ways : [...ways].reverse()) {
             const {requests, frames, ...figures} = await measurement.measured(way, page, cache);
             write({page, cache, way, round, ...figures});
           }
@@ -186,7 +204,10 @@ async function measure(options) {
       }
       if (!options.filmstrip) continue;
       for (const page of pages) {
-        for (const way of ways) write({page, cache, way, filmstrip: true, ...await measurement.measured(way, page, cache, {filmstrip: true})});
+        for (const way of ways) {
+          const {requests, ...film} = await measurement.measured(way, page, cache, {filmstrip: true});
+          write({page, cache, way, filmstrip: true, ...film, requests: requests.map(({detail, ...request}) => request)});
+        }
       }
     }
   } finally {
@@ -202,7 +223,7 @@ function parseOptions(args) {
   try {
     ({values} = parseArgs({args, options: {
       folder: text(), site: text(), proxy: text(), browser: text('chromium'), loads: text('7'), ways: text(), caches: text('stale,cold'),
-      pages: text(), filmstrip: {type: 'boolean'}, out: text(), help: {type: 'boolean'},
+      pages: text(), filmstrip: {type: 'boolean'}, har: text(), out: text(), help: {type: 'boolean'},
     }}));
   } catch (error) {
     throw new UsageError(`${error.message} (see --help)`);

@@ -23,8 +23,8 @@ const READ_TIMES = `new Promise((resolve) => {
 })`;
 
 // Loads it. Returns {first_paint_ms, lcp_ms, dom_content_loaded_ms, load_ms, last_response_ms, requests, frames}:
-// `requests` are [{url, kind, start_ms, end_ms, status, fromCache, failed, note}], `note` being what a proxy says of
-// the response; `frames` are [{at_ms, jpeg}] when `filmstrip` is set. Throws when the page does not load.
+// `requests` are [{url, kind, start_ms, end_ms, status, fromCache, failed, note, detail}], `note` being what a proxy
+// says of the response and `detail` what the protocol says of all; `frames` are [{at_ms, jpeg}] when `filmstrip` is set. Throws when the page does not load.
 export async function loadPage(browser, url, {filmstrip = false} = {}) {
   const session = await browser.openPage();
   const send = (method, params) => browser.send(method, params, session);
@@ -46,18 +46,27 @@ export async function loadPage(browser, url, {filmstrip = false} = {}) {
     if (method === 'Network.requestWillBeSent') {
       if (params.request.url.startsWith('data:') || params.request.url.startsWith('blob:')) return;
       navigationStart ??= {monotonic: params.timestamp, wall: params.wallTime};
-      requests.set(params.requestId, {url: params.request.url, kind: params.type, start: request?.start ?? params.timestamp});
+      // A redirect goes on under the same id; it is a request of its own.
+      if (params.redirectResponse && request) {
+        requests.set(`${params.requestId} ${requests.size}`, {...request, end: params.timestamp, status: params.redirectResponse.status, detail: {...request.detail, response: params.redirectResponse}});
+      }
+      const detail = {request: params.request, initiator: params.initiator, wallTime: params.wallTime};
+      requests.set(params.requestId, {url: params.request.url, kind: params.type, start: params.timestamp, detail});
     } else if (request === undefined) {
       return;
     } else if (method === 'Network.requestServedFromCache') {
       request.fromCache = true;
     } else if (method === 'Network.responseReceived') {
       request.status = params.response.status;
+      request.detail.response = params.response;
       request.fromCache ||= params.response.fromDiskCache;
       const timing = Object.entries(params.response.headers).find(([name]) => name.toLowerCase() === 'server-timing');
       request.note = /preload;desc="([^"]*)"/.exec(timing?.[1] ?? '')?.[1];
+    } else if (method === 'Network.requestWillBeSentExtraInfo') {
+      request.detail.headersSent = params.headers;
     } else if (method === 'Network.loadingFinished') {
       request.end = params.timestamp;
+      request.detail.encodedBytes = params.encodedDataLength;
     } else if (method === 'Network.loadingFailed') {
       request.failed = true;
     }
@@ -77,7 +86,12 @@ export async function loadPage(browser, url, {filmstrip = false} = {}) {
     }
     const {result} = await send('Runtime.evaluate', {expression: READ_TIMES, awaitPromise: true, returnByValue: true});
     const since = (timestamp) => (timestamp - navigationStart.monotonic) * 1000;
-    const list = [...requests.values()].map(({start, end, ...request}) => ({...request, start_ms: since(start), end_ms: end === undefined ? null : since(end)}));
+    const list = [...requests.values()].sort((a, b) => a.start - b.start).map(({start, end, detail, ...request}) => ({
+      ...request,
+      start_ms: since(start),
+      end_ms: end === undefined ? null : since(end),
+      detail: {...detail, requestTimeMs: detail.response?.timing && since(detail.response.timing.requestTime)},
+    }));
     return {
       ...result.value,
       last_response_ms: Math.max(...list.map(({end_ms}) => end_ms ?? 0)),
