@@ -161,7 +161,7 @@ TEST(TextReport, FitsTheTerminalAndKeepsItsColumns) {
     summary.wastedBytes = 987654321;
     summaries.push_back(summary);
   }
-  const std::string text = TextReport(summaries, ReplayOptions(), false);
+  const std::string text = TextReport(summaries, ReplayOptions(), {});
   EXPECT_EQ(text.find('\x1b'), std::string::npos) << "nothing reaches the terminal that could control it";
   std::istringstream stream(text);
   std::vector<std::string> lines;
@@ -171,8 +171,8 @@ TEST(TextReport, FitsTheTerminalAndKeepsItsColumns) {
   for (size_t row = 2; row <= 7; ++row) EXPECT_EQ(Columns(lines[row]), Columns(lines[2])) << lines[row];
   EXPECT_NE(lines[6].find("evil???[31m\?\?\?(.har"), std::string::npos) << lines[6];
 
-  EXPECT_NE(TextReport(summaries, ReplayOptions(), true).find("\x1b[1m"), std::string::npos);
-  EXPECT_NE(TextReport({SummaryOf({})}, ReplayOptions(), false).find("No page was visited twice"),
+  EXPECT_NE(TextReport(summaries, ReplayOptions(), {.colour = true}).find("\x1b[1m"), std::string::npos);
+  EXPECT_NE(TextReport({SummaryOf({})}, ReplayOptions(), {}).find("No page was visited twice"),
             std::string::npos);
 }
 
