@@ -10,13 +10,11 @@ namespace {
 // The last `parts` parts of the path; all of it when it has no more.
 std::string Tail(const std::string& path, size_t parts) {
   size_t begin = path.size();
-  for (; parts > 0 && begin > 0; --parts) {
-    const size_t slash = path.find_last_of('/', begin - 1);
-    if (slash == std::string::npos || slash == 0) return path;
-    if (parts == 1) return path.substr(slash + 1);
-    begin = slash;
+  for (; parts > 0; --parts) {
+    while (begin > 0 && path[begin - 1] == '/') --begin;
+    while (begin > 0 && path[begin - 1] != '/') --begin;
   }
-  return path;
+  return path.substr(begin);
 }
 
 // Lengthens the names of different paths that share one, until no two of them do. Equal paths stay together.
