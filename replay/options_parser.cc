@@ -124,11 +124,13 @@ NetworkProfile Profile(const Texts& texts) {
 }
 
 void AddProperty(const std::string& place, const std::string& text,
-                 std::map<std::string, std::string>& properties) try {
-  const auto [name, value] = host::ParsePropertySetting(text);
-  properties[name] = value;
-} catch (const std::runtime_error& error) {
-  Refuse(place, error.what());
+                 std::map<std::string, std::string>& properties) {
+  try {
+    const auto [name, value] = host::ParsePropertySetting(text);
+    properties[name] = value;
+  } catch (const std::runtime_error& error) {
+    Refuse(place, error.what());
+  }
 }
 
 std::string Trimmed(const std::string& text) {

@@ -75,10 +75,14 @@ TEST(CommandLine, ProfilesAndDurations) {
 
 TEST(CommandLine, PropertiesOfTheFileAndTheLine) {
   const std::string path =
-      FileWith("props", "# limits\r\n\n  net.cv.kiv.prlimit=3\r\nnet.cv.kiv.idlesock=0\nnet.cv.kiv.on=0");
-  EXPECT_EQ(Parsed({"--prop", "net.cv.kiv.prlimit=8", "--props", path}).replay.properties,
-            (std::map<std::string, std::string>{
-                {"net.cv.kiv.prlimit", "8"}, {"net.cv.kiv.idlesock", "0"}, {"net.cv.kiv.on", "0"}}))
+      FileWith("props", "# limits\r\n\n  net.cv.kiv.prlimit=3\r\nnet.cv.kiv.idlesock=0\nnet.cv.kiv.on=1 \n");
+  EXPECT_EQ(
+      Parsed({"--prop", "net.cv.kiv.prlimit=8", "--props", path, "--prop", "net.cv.kiv.cslimit=2147483647"})
+          .replay.properties,
+      (std::map<std::string, std::string>{{"net.cv.kiv.prlimit", "8"},
+                                          {"net.cv.kiv.idlesock", "0"},
+                                          {"net.cv.kiv.on", "1"},
+                                          {"net.cv.kiv.cslimit", "2147483647"}}))
       << "the command line wins over the file, wherever it stands";
 }
 
