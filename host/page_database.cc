@@ -70,6 +70,16 @@ void PageDatabase::Remember(PageVisit visit) {
     }
   }
   page.resources = std::move(seen);
+  if (observer_.onLearnt) observer_.onLearnt(visit.pageUrl_, page);
+  const auto forgotten = pages_.DropExcess();
+  if (forgotten && observer_.onForgotten) observer_.onForgotten(*forgotten);
+}
+
+void PageDatabase::Restore(const std::string& pageUrl, KnownPage page) {
+  if (page.resources.size() > settings_.maxResourcesPerPage) {
+    page.resources.resize(settings_.maxResourcesPerPage);
+  }
+  pages_.Use(pageUrl) = std::move(page);
   pages_.DropExcess();
 }
 
