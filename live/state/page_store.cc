@@ -25,6 +25,7 @@ constexpr int64_t kApplicationId = 0x4b495650;  // "KIVP"
 constexpr int64_t kVersion = 1;
 constexpr int kBusyMs = 100;           // another process of ours holds the file for much less
 constexpr size_t kWrittenAtOnce = 20;  // pages, after trouble, so that the executor's thread does not stand
+constexpr int64_t kLongestUs = 86'400'000'000;  // a day, for times within one page load
 constexpr int kMostSetAside = 100;
 
 constexpr const char* kSettings =
@@ -50,6 +51,8 @@ CREATE TABLE IF NOT EXISTS resources (
   carried_cookies INTEGER NOT NULL,
   after_load INTEGER NOT NULL,
   before_paint INTEGER NOT NULL,
+  asked_us INTEGER NOT NULL,
+  waited_us INTEGER NOT NULL,
   html INTEGER NOT NULL,
   visits_seen INTEGER NOT NULL,
   last_visit INTEGER NOT NULL,
@@ -58,12 +61,21 @@ CREATE TABLE IF NOT EXISTS resources (
   headers TEXT NOT NULL,
   PRIMARY KEY (page, position)
 ) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS groups (
+  page INTEGER NOT NULL REFERENCES pages ON DELETE CASCADE,
+  name TEXT NOT NULL,
+  visits_seen INTEGER NOT NULL,
+  last_visit INTEGER NOT NULL,
+  PRIMARY KEY (page, name)
+) WITHOUT ROWID;
 )";
 
-constexpr const char* kAllPages = R"(
-SELECT p.url, p.visits, r.url, kind, get, with_credentials, carried_cookies, after_load, before_paint, html,
+constexpr const char* kAllPages = "SELECT id, url, visits FROM pages ORDER BY saved";
+constexpr const char* kResourcesOfPage = R"(
+SELECT url, kind, get, with_credentials, carried_cookies, after_load, before_paint, html, asked_us, waited_us,
        visits_seen, last_visit, status, declared_length, headers
-FROM pages AS p LEFT JOIN resources AS r ON r.page = p.id ORDER BY saved, position)";
+FROM resources WHERE page = ? ORDER BY position)";
+constexpr const char* kGroupsOfPage = "SELECT name, visits_seen, last_visit FROM groups WHERE page = ?";
 
 // A file that holds nothing that this program can use.
 struct Unreadable : std::runtime_error {
@@ -135,7 +147,7 @@ uint32_t Count(int64_t stored) {
 
 host::KnownResource ResourceOf(const SqliteStatement& row) {
   host::KnownResource resource;
-  int column = 2;
+  int column = 0;
   resource.url = row.Text(column++);
   resource.kind = host::KindByDestination(row.Text(column++));
   resource.get = row.Number(column++) != 0;
@@ -144,6 +156,8 @@ host::KnownResource ResourceOf(const SqliteStatement& row) {
   resource.afterLoad = row.Number(column++) != 0;
   resource.beforePaint = row.Number(column++) != 0;
   resource.html = row.Number(column++) != 0;
+  resource.askedUs = std::clamp<int64_t>(row.Number(column++), 0, kLongestUs);
+  resource.waitedUs = std::clamp<int64_t>(row.Number(column++), 0, kLongestUs);
   resource.visitsSeen = Count(row.Number(column++));
   resource.lastVisit = Count(row.Number(column++));
   resource.status = static_cast<int>(std::clamp<int64_t>(row.Number(column++), -1, 999));
@@ -172,11 +186,16 @@ struct PageStore::File {
                               resource.afterLoad, resource.beforePaint, resource.html}) {
         saveResource.Bind(flag ? 1 : 0);
       }
-      for (const int64_t number : {int64_t{resource.visitsSeen}, int64_t{resource.lastVisit},
-                                   int64_t{resource.status}, resource.declaredLength}) {
+      for (const int64_t number :
+           {resource.askedUs, resource.waitedUs, int64_t{resource.visitsSeen}, int64_t{resource.lastVisit},
+            int64_t{resource.status}, resource.declaredLength}) {
         saveResource.Bind(number);
       }
       saveResource.Bind(resource.headersToRepeat).Run();
+    }
+    dropGroups.Bind(id).Run();
+    for (const auto& [name, group] : page.groups) {
+      saveGroup.Bind(id).Bind(name).Bind(group.visitsSeen).Bind(group.lastVisit).Run();
     }
     dropExcess.Bind(static_cast<int64_t>(maxPages)).Run();
     transaction.Commit();
@@ -192,9 +211,12 @@ struct PageStore::File {
   SqliteStatement dropResources{sqlite, "DELETE FROM resources WHERE page = ?"};
   SqliteStatement saveResource{sqlite,
                                "INSERT INTO resources (page, position, url, kind, get, with_credentials, "
-                               "carried_cookies, after_load, before_paint, html, visits_seen, last_visit, "
-                               "status, declared_length, headers) "
-                               "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"};
+                               "carried_cookies, after_load, before_paint, html, asked_us, waited_us, "
+                               "visits_seen, last_visit, status, declared_length, headers) "
+                               "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"};
+  SqliteStatement dropGroups{sqlite, "DELETE FROM groups WHERE page = ?"};
+  SqliteStatement saveGroup{sqlite,
+                            "INSERT INTO groups (page, name, visits_seen, last_visit) VALUES (?, ?, ?, ?)"};
   SqliteStatement dropPage{sqlite, "DELETE FROM pages WHERE url = ?"};
   SqliteStatement dropExcess{
       sqlite, "DELETE FROM pages WHERE id IN (SELECT id FROM pages ORDER BY saved DESC LIMIT -1 OFFSET ?)"};
@@ -285,25 +307,28 @@ void PageStore::Attach(host::PageDatabase& database) {
 
 void PageStore::Load(File& file) {
   file.dropExcess.Bind(static_cast<int64_t>(maxPages_)).Run();
-  std::string url;
-  host::KnownPage page;
-  const auto restore = [&] {
-    if (MayStoreUrl(url) && page.visits > 0) database_->Restore(url, std::move(page));
-    page = {};
-  };
-  SqliteStatement rows(file.sqlite, kAllPages);
-  while (rows.Step()) {
-    std::string rowUrl = rows.Text(0);
-    if (rowUrl != url) {
-      restore();
-      url = std::move(rowUrl);
-      stored_.insert(url);
+  SqliteStatement pages(file.sqlite, kAllPages);
+  SqliteStatement resources(file.sqlite, kResourcesOfPage);
+  SqliteStatement groups(file.sqlite, kGroupsOfPage);
+  while (pages.Step()) {
+    const int64_t id = pages.Number(0);
+    const std::string url = pages.Text(1);
+    stored_.insert(url);
+    host::KnownPage page{.visits = Count(pages.Number(2))};
+    resources.Bind(id);
+    while (resources.Step()) {
+      host::KnownResource resource = ResourceOf(resources);
+      if (IsSane(resource)) page.resources.push_back(std::move(resource));
     }
-    page.visits = Count(rows.Number(1));
-    host::KnownResource resource = ResourceOf(rows);  // with an empty URL when the page has none
-    if (IsSane(resource)) page.resources.push_back(std::move(resource));
+    resources.Finish();
+    groups.Bind(id);
+    while (groups.Step()) {
+      page.groups[groups.Text(0)] = {.visitsSeen = Count(groups.Number(1)),
+                                     .lastVisit = Count(groups.Number(2))};
+    }
+    groups.Finish();
+    if (MayStoreUrl(url) && page.visits > 0) database_->Restore(url, std::move(page));
   }
-  restore();
 }
 
 void PageStore::Learn(const std::string& pageUrl) {

@@ -16,6 +16,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/connection_group.h"
 #include "host/http/header_block.h"
 #include "host/link_policy.h"
 #include "host/task_scope.h"
@@ -79,13 +80,6 @@ int32_t ResultOf(CURLcode code) {
   }
 }
 
-// "https://a.test:8443"
-std::string GroupOf(const std::string& url) {
-  const GURL parsed(url);
-  return url.substr(0, url.find(':')) + "://" + parsed.host() + ":" +
-         std::to_string(parsed.EffectiveIntPort());
-}
-
 template <typename Value>
 Value Info(CURL* easy, CURLINFO what) {
   Value value{};
@@ -143,7 +137,7 @@ class CurlTransport::Impl {
 
   TransferId Start(const host::TransferRequest& request, host::TransferClient& client) {
     auto transfer = std::make_unique<Transfer>(*this, ++lastId_, request, client);
-    transfer->group = GroupOf(request.url);
+    transfer->group = host::ConnectionGroup(request.url);
     transfer->report.started = loop_.Now();
     groups_[transfer->group].waiting[Index(request.urgency)].push_back(transfer->id);
     const TransferId id = transfer->id;
@@ -199,7 +193,7 @@ class CurlTransport::Impl {
   }
 
   void Preconnect(const std::string& url, size_t count) {
-    const std::string key = GroupOf(url);
+    const std::string key = host::ConnectionGroup(url);
     Group& group = groups_[key];
     const bool secure = key.starts_with("https:");
     // A server that multiplexes keeps a connection that nothing was sent on; of the others only the socket
@@ -588,7 +582,7 @@ class CurlTransport::Impl {
 
   // A handle that sets up a connection and sends nothing.
   void Warm(const std::string& key, bool multiplexed) {
-    if (warming_.size() >= upstream_.maxPreconnects) return;
+    if (warming_.size() >= settings_.maxPreconnects) return;
     Easy easy(curl_easy_init());
     CURL* const handle = easy.get();
     if (multiplexed) {

@@ -78,25 +78,26 @@ class PageStoreTest : public testing::Test {
 };
 
 TEST_F(PageStoreTest, KnowsInTheNextRunWhatThisOneHasLearnt) {
-  host::KnownResource learnt;
+  host::KnownPage learnt;
   {
     Session run(path);
     host::PageVisit visit(kPage, run.settings);
-    visit.ResourceSeen(
-        {.url = "https://cdn.test/a.css",
-         .kind = host::ResourceKind::Stylesheet,
-         .headers = "Accept: text/css\r\nReferer: https://shop.test/\r\nCookie: a=secret\r\n"});
+    visit.ResourceSeen({.url = "https://cdn.test/a.css",
+                        .kind = host::ResourceKind::Stylesheet,
+                        .headers = "Accept: text/css\r\nReferer: https://shop.test/\r\nCookie: a=secret\r\n"},
+                       4000);
     visit.ResponseSeen("https://cdn.test/a.css",
                        net::HttpResponseHeaders(std::string("HTTP/1.1 200 OK\0Content-Length: 7\0"
                                                             "Content-Type: text/html\0\0",
-                                                            67)));
+                                                            67)),
+                       9000);
     visit.FirstPaint();
     visit.LoadEvent();
     visit.ResourceSeen({.url = "https://shop.test/late", .method = "POST", .withCredentials = false});
     run.pages.Remember(std::move(visit));
     run.Visit("https://other.test/", {});
     run.Visit(kPage, {"https://shop.test/new", "https://cdn.test/a.css"});
-    learnt = run.pages.Find(kPage)->resources[1];
+    learnt = *run.pages.Find(kPage);
     EXPECT_EQ(run.told, std::vector<std::string>());
   }
   EXPECT_EQ(ModeOf(path), 0600u);
@@ -110,15 +111,23 @@ TEST_F(PageStoreTest, KnowsInTheNextRunWhatThisOneHasLearnt) {
   const std::vector<host::KnownResource>& resources = run.pages.Find(kPage)->resources;
   const host::KnownResource& restored = resources[1];
   EXPECT_TRUE(restored.get && restored.withCredentials && restored.beforePaint && !restored.afterLoad);
-  EXPECT_EQ(restored.kind, learnt.kind);
-  EXPECT_EQ(restored.carriedCookies, learnt.carriedCookies);
+  EXPECT_EQ(restored.kind, learnt.resources[1].kind);
+  EXPECT_EQ(restored.carriedCookies, learnt.resources[1].carriedCookies);
   EXPECT_EQ(restored.lastVisit, 2u);
+  EXPECT_EQ(restored.askedUs, 0) << "of the second visit";
+  EXPECT_EQ(restored.waitedUs, 5000);
   EXPECT_EQ(restored.status, 200);
   EXPECT_EQ(restored.declaredLength, 7);
   EXPECT_TRUE(restored.html);
-  EXPECT_EQ(restored.headersToRepeat, learnt.headersToRepeat);
+  EXPECT_EQ(restored.headersToRepeat, learnt.resources[1].headersToRepeat);
   const host::KnownResource& late = resources[2];
   EXPECT_TRUE(!late.get && !late.withCredentials && !late.beforePaint && late.afterLoad && !late.html);
+  const auto& groups = run.pages.Find(kPage)->groups;
+  ASSERT_EQ(groups.size(), 2u);
+  for (const auto& [name, group] : learnt.groups) {
+    EXPECT_EQ(groups.at(name).visitsSeen, group.visitsSeen) << name;
+    EXPECT_EQ(groups.at(name).lastVisit, 2u) << name;
+  }
   EXPECT_EQ(late.status, -1);
   EXPECT_EQ(late.declaredLength, -1);
 }
