@@ -225,9 +225,7 @@ struct PageStore::File {
 PageStore::PageStore(std::string path, size_t maxPages, Tell tell)
     : path_(std::move(path)), maxPages_(maxPages), tell_(std::move(tell)) {}
 
-PageStore::~PageStore() {
-  if (database_ != nullptr) database_->Observe({});
-}
+PageStore::~PageStore() = default;
 
 // --- Opening, and trouble
 

@@ -23,14 +23,12 @@ class PageStore {
   // 0700. A file that cannot be read is renamed, with ".unreadable-1" or the like behind its name, and a new
   // one begun; a database of another program is left alone. At most `maxPages` pages are kept.
   PageStore(std::string path, size_t maxPages, Tell tell);
-  // The database's observer is taken back.
   ~PageStore();
   PageStore(const PageStore&) = delete;
   PageStore& operator=(const PageStore&) = delete;
 
-  // Restores what the file holds, and stores from now on what the database learns, which must live longer
-  // than this. Trouble is told once, and once more when it is over; what could not be written is written
-  // then.
+  // Restores what the file holds, and stores from now on what the database learns; this must outlive it.
+  // Trouble is told once, and once more when it is over; what could not be written is written then.
   void Attach(host::PageDatabase& database);
 
   // Forgets in the database what another process has taken out of the file. To be called now and then.

@@ -14,10 +14,10 @@ constexpr size_t kMaxUrlBytes = 4096;
 constexpr int kMaxNesting = 3;  // of URLs inside of parameters
 
 // Names are compared in lower case and without anything but letters and digits.
-constexpr std::array<std::string_view, 17> kSecretParts = {
+constexpr std::array<std::string_view, 18> kSecretParts = {
     "token",      "session",   "sessid",     "password", "passwd",    "passphrase",
     "secret",     "signature", "credential", "apikey",   "accesskey", "accountkey",
-    "privatekey", "authoriz",  "oauth",      "saml",     "csrf"};
+    "privatekey", "authoriz",  "authentic",  "oauth",    "saml",      "csrf"};
 constexpr std::array<std::string_view, 18> kSecretNames = {
     "auth", "authkey", "code", "hmac", "jwt", "key", "magic", "nonce",  "otp",
     "pass", "pin",     "pwd",  "sess", "sid", "sig", "state", "ticket", "xsrf"};
@@ -54,16 +54,6 @@ std::string PercentDecoded(std::string_view text) {
     if (escaped) at += 2;
   }
   return decoded;
-}
-
-bool IsSecretName(std::string_view name) {
-  std::string plain;
-  for (const char c : name) {
-    if (IsAlphanumeric(c)) plain += net::ToLowerAscii(c);
-  }
-  return std::find(kSecretNames.begin(), kSecretNames.end(), plain) != kSecretNames.end() ||
-         std::any_of(kSecretParts.begin(), kSecretParts.end(),
-                     [&plain](std::string_view part) { return plain.find(part) != std::string::npos; });
 }
 
 // One run of letters and digits, while it is read.
@@ -108,7 +98,7 @@ bool IsSecretParameter(std::string_view parameter) {
   const size_t equals = parameter.find('=');
   if (equals == std::string_view::npos) return HoldsRandomText(parameter);
   const std::string_view value = parameter.substr(equals + 1);
-  return !value.empty() && (IsSecretName(parameter.substr(0, equals)) || HoldsRandomText(value));
+  return !value.empty() && (SaysSecret(parameter.substr(0, equals)) || HoldsRandomText(value));
 }
 
 // The parameters of a query, and those of URLs in their values, which show when it is decoded.
@@ -144,6 +134,16 @@ bool HoldsSignedToken(std::string_view url) {
 }
 
 }  // namespace
+
+bool SaysSecret(std::string_view name) {
+  std::string plain;
+  for (const char c : name) {
+    if (IsAlphanumeric(c)) plain += net::ToLowerAscii(c);
+  }
+  return std::find(kSecretNames.begin(), kSecretNames.end(), plain) != kSecretNames.end() ||
+         std::any_of(kSecretParts.begin(), kSecretParts.end(),
+                     [&plain](std::string_view part) { return plain.find(part) != std::string::npos; });
+}
 
 bool MayStoreUrl(std::string_view url) {
   if (url.size() > kMaxUrlBytes) return false;

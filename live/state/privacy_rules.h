@@ -21,6 +21,10 @@ bool MayStoreUrl(std::string_view url);
 // stored. Cookies and credentials are not on the list, nor is what only the page's own scripts understand.
 bool MayStoreHeaders(std::string_view headers);
 
+// Whether the name of a parameter or a header says that its value is a secret, as the first of the rules
+// above does.
+bool SaysSecret(std::string_view name);
+
 }  // namespace live
 
 #endif  // LIVE_STATE_PRIVACY_RULES_H_

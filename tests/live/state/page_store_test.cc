@@ -50,9 +50,9 @@ struct Session {
   }
 
   host::HostSettings settings;
-  host::PageDatabase pages{settings};
   std::vector<std::string> told;
   PageStore store;
+  host::PageDatabase pages{settings};
 };
 
 class PageStoreTest : public testing::Test {
