@@ -9,6 +9,7 @@
 
 #include "replay/model/network_costs.h"
 #include "replay/model/network_profiles.h"
+#include "replay/model/page_plan.h"
 
 namespace replay {
 
@@ -20,6 +21,7 @@ struct ReplayOptions {
   double revisitAfterMs = 3600e3;
   bool join = true;
   bool preconnect = true;
+  std::optional<ParentRule> parents;              // nothing: chosen for each page
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
 };

@@ -411,7 +411,7 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
   for (const auto& page : pages) {
     Page recorded{.onLoadMs = page.onLoadMs, .document = page.document};
     for (const Row& expected : page.rows) recorded.requests.push_back(expected.request);
-    const PagePlan plan = MakePlan(recorded);
+    const PagePlan plan = MakePlan(recorded, ParentRule::Recorded);
     ASSERT_EQ(plan.requests.size(), page.rows.size());
     for (size_t index = 0; index < page.rows.size(); ++index) {
       const Row& expected = page.rows[index];
