@@ -123,6 +123,7 @@ void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& r
     harParts.push_back(report.har);
     jsonLines += JsonLine(report.summary, line.replay) + "\n";
   }
+  jsonLines += JsonSummaryLine(summaries, line.replay) + "\n";
   // One that cannot be written keeps neither the others nor the table back.
   std::exception_ptr failure;
   const auto write = [&failure](const std::string& path, const auto& makeText) {
@@ -160,6 +161,12 @@ int Run(const std::vector<std::string>& arguments) {
     fmt::print(stderr, "kiv_replay: {}\n", report.error);
     // A fault of the program weighs more than bad input.
     if (status != static_cast<int>(ReplayStatus::Fault)) status = static_cast<int>(report.status);
+  }
+  for (const RecordingReport& report : reports) {
+    const std::vector<VisitFigures>& repeats = report.summary.repeats;
+    if (!line->visitsGiven || repeats.empty() || HeadlineIsOfCopies(repeats)) continue;
+    fmt::print(stderr, "kiv_replay: {}: --visits is ignored, since the recording itself loads a page again\n",
+               PrintableText(report.summary.name));
   }
   std::erase_if(reports, [](const RecordingReport& report) { return report.status != ReplayStatus::Done; });
   if (!reports.empty()) WriteReports(*line, reports);  // else the reports of an earlier run stay

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cmath>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -44,6 +45,7 @@ struct Texts {
   std::string jobs;
   std::vector<std::string> properties;
   std::string propertiesFile;
+  std::string beaconsFile;
 };
 
 [[noreturn]] void Refuse(const std::string& place, const std::string& what) {
@@ -162,6 +164,13 @@ void AddPropertiesOf(const std::string& path, std::map<std::string, std::string>
   if (!file.eof() || file.bad()) Refuse("--props", path + ": cannot be read");
 }
 
+std::string WholeFile(const char* option, const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  if (!file || !(text << file.rdbuf())) Refuse(option, path + ": cannot be read, or is empty");
+  return text.str();
+}
+
 bool OnOrOff(const char* option, const std::string& text) {
   if (text != "on" && text != "off") Refuse(option, fmt::format("'{}' is neither on nor off", text));
   return text == "on";
@@ -176,6 +185,8 @@ ReplayOptions Replay(const Texts& texts) {
   options.join = OnOrOff("--join", texts.join);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
+  if (!texts.beaconsFile.empty())
+    options.beacons = ParseBeaconList(WholeFile("--beacons", texts.beaconsFile));
   for (const std::string& property : texts.properties) AddProperty("--prop", property, options.properties);
   return options;
 }
@@ -219,13 +230,15 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
   text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
   text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();
-  text("--visits", texts.visits, "loads made of a recording that holds a single load", "N")
+  text("--visits", texts.visits, "loads made of each page of a recording that loads no page twice", "N")
       ->capture_default_str();
   text("--revisit-after", texts.revisitAfter, "time between visits: 500ms, 90s, 30m, 1h, 2d", "TIME")
       ->capture_default_str();
   text("--join", texts.join, "on: a request waits for its preload under way; off: it is fetched twice",
        "on|off")
       ->capture_default_str();
+  text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
+       "FILE");
   text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
        "LEVEL");
   text("--json", line.jsonPath, "write one JSON object per recording and line", "FILE");
@@ -247,6 +260,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     std::replace(what.begin(), what.end(), '\n', ' ');
     Refuse("command line", what + " (see --help)");
   }
+  line.visitsGiven = app.count("--visits") > 0;
   line.replay = Replay(texts);
   line.jobs = texts.jobs.empty() ? std::max(1U, std::thread::hardware_concurrency())
                                  : Count("--jobs", texts.jobs, 1, 1024);

@@ -19,10 +19,12 @@ struct CommandLine {
   std::string htmlPath;
   std::string harPath;
   unsigned jobs = 1;
+  bool visitsGiven = false;  // replay.visits was asked for
 };
 
-// Reads the arguments after the program's name, and the file of --props. Nothing after --help or --version,
-// whose text went to `out`. Throws std::runtime_error with one line that names the option and the place.
+// Reads the arguments after the program's name, and the files of --props and --beacons. Nothing after --help
+// or --version, whose text went to `out`. Throws std::runtime_error with one line that names the option and
+// the place.
 std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& arguments, std::ostream& out);
 
 }  // namespace replay

@@ -127,6 +127,7 @@ void NetworkModel::Reset(uint64_t contentVersion) {
   contentVersion_ = contentVersion;
   groups_.clear();
   transfers_.clear();
+  opened_ = used_ = 0;
 }
 
 // Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
@@ -163,6 +164,7 @@ void NetworkModel::Dispatch(Group& group) {
 // Whoever waits first when it is open gets the connection, not necessarily who had it opened.
 void NetworkModel::OpenConnection(Group& group) {
   ++group.connecting;
+  ++opened_;
   clock_.PostDelayed(group.connectUs, [this, &group, connectUs = clock_.NowUs()] {
     --group.connecting;
     group.idle.push_back({.connectUs = connectUs});
@@ -176,6 +178,7 @@ void NetworkModel::Send(Group& group, host::TransferId id, Connection connection
   report.sent = clock_.Now();
   report.connect = report.sent;
   if (connection.fresh) {
+    ++used_;
     report.connect = std::max(base::Time::FromInternalValue(connection.connectUs), report.started);
   }
   transfer.active = true;

@@ -38,6 +38,11 @@ class NetworkModel final : public host::Transport {
   // Opens all connections that the URL's group may have, at once and for nothing.
   void OpenConnections(const std::string& url);
 
+  // Connections that were set up, or begun to be, since the last Reset, and those of them that have carried
+  // nothing.
+  size_t ConnectionCount() const { return opened_; }
+  size_t UnusedConnectionCount() const { return opened_ - used_; }
+
   // Closes every connection. Only while nothing is under way. The bodies of what
   // follows are those of `contentVersion` (see replay/content.h).
   void Reset(uint64_t contentVersion);
@@ -90,6 +95,8 @@ class NetworkModel final : public host::Transport {
   std::map<host::TransferId, Transfer> transfers_;  // under way
   host::TransferId lastId_ = 0;
   uint64_t contentVersion_ = 0;
+  size_t opened_ = 0;
+  size_t used_ = 0;  // of these
 };
 
 }  // namespace replay

@@ -51,7 +51,7 @@ PreloadFate FateOf(const host::PreloadRecord& record) {
   if (record.stage == host::PreloadStage::Failed) {
     return record.refused ? PreloadFate::Cancelled : PreloadFate::Failed;
   }
-  return PreloadFate::Wasted;
+  return PreloadFate::Unused;
 }
 
 }  // namespace
@@ -200,6 +200,8 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
 
   WayResult& way = visit.ways[static_cast<size_t>(Way::Plugin)];
   way = load.Finish();
+  way.connections = network_.ConnectionCount();
+  way.unusedConnections = network_.UnusedConnectionCount();
   way.preloads = PreloadRows(load.StartUs());
   visit.commands = corvane_.CommandCount() - commandsBefore;
   visit.unansweredCommands = corvane_.UnansweredCount() - unansweredBefore;
@@ -261,7 +263,7 @@ void PluginBrowser::Count(Visit& visit) const {
     const auto bytes = static_cast<uint64_t>(preload.bytes);
     visit.preloadedBytes += bytes;
     if (preload.fate != PreloadFate::Served && preload.fate != PreloadFate::Joined)
-      visit.wastedBytes += bytes;
+      visit.unusedBytes += bytes;
   }
 }
 

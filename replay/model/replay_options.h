@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "replay/model/beacons.h"
 #include "replay/model/network_profiles.h"
 
 namespace replay {
@@ -17,6 +18,7 @@ struct ReplayOptions {
   uint32_t visits = 3;  // loads made of a recording that holds a single load of each page
   double revisitAfterMs = 3600e3;
   bool join = true;
+  BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
 };

@@ -1,6 +1,23 @@
 #include "replay/model/results.h"
 
+#include <algorithm>
+
 namespace replay {
+
+const char* WayText(Way way) {
+  switch (way) {
+    case Way::Off:
+      return "off";
+    case Way::Plugin:
+      return "plugin";
+    case Way::Hints:
+      return "hints";
+    case Way::Oracle:
+      return "oracle";
+  }
+  return "";
+}
+
 const char* SourceText(Source source) {
   switch (source) {
     case Source::Network:
@@ -23,8 +40,8 @@ const char* FateText(PreloadFate fate) {
       return "served";
     case PreloadFate::Joined:
       return "joined";
-    case PreloadFate::Wasted:
-      return "wasted";
+    case PreloadFate::Unused:
+      return "unused";
     case PreloadFate::Cancelled:
       return "cancelled";
     case PreloadFate::Failed:
@@ -37,8 +54,9 @@ const WayResult& Of(const Visit& visit, Way way) {
   return visit.ways[static_cast<size_t>(way)];
 }
 
-bool IsSlower(const Visit& visit) {
-  return Of(visit, Way::Plugin).pageLoadUs * 100 > Of(visit, Way::Off).pageLoadUs * 101;
+bool EndedByBeacon(const WayResult& way) {
+  return std::any_of(way.requests.begin(), way.requests.end(),
+                     [&way](const RequestRow& row) { return row.beacon && row.request == way.lastRequest; });
 }
 
 }  // namespace replay

@@ -32,7 +32,10 @@ class PlainBrowser {
   WayResult Run() {
     load_.Begin();
     clock_.Run();
-    return load_.Finish();
+    WayResult way = load_.Finish();
+    way.connections = network_.ConnectionCount();
+    way.unusedConnections = network_.UnusedConnectionCount();
+    return way;
   }
 
   host::VirtualClock& Clock() { return clock_; }

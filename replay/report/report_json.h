@@ -1,8 +1,10 @@
-// The figures as JSON, one object on one line per recording; docs/replay-json.md is its contract.
+// The figures as JSON, one object on one line per recording and one for all of them; docs/replay-json.md is
+// its contract.
 #ifndef REPLAY_REPORT_REPORT_JSON_H_
 #define REPLAY_REPORT_REPORT_JSON_H_
 
 #include <string>
+#include <vector>
 
 #include "replay/model/replay_options.h"
 #include "replay/report/summary.h"
@@ -11,6 +13,9 @@ namespace replay {
 
 // One object without the line's end. Bytes that are not UTF-8 come out as U+FFFD.
 std::string JsonLine(const Summary& summary, const ReplayOptions& options);
+
+// The last line, over all recordings.
+std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options);
 
 }  // namespace replay
 

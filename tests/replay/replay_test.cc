@@ -49,7 +49,7 @@ void ExpectSound(const Visit& visit, const Page& page) {
     for (const RequestRow& row : Of(visit, way).requests) {
       const int64_t times[] = {0, row.wantedUs, row.connectUs, row.sentUs, row.firstByteUs, row.endUs};
       EXPECT_TRUE(std::is_sorted(std::begin(times), std::end(times))) << page.requests[row.request].url;
-      EXPECT_TRUE(!row.blocksLoad || row.endUs <= Of(visit, way).pageLoadUs);
+      EXPECT_TRUE(!row.blocksLoad || row.endUs <= Of(visit, way).times.pageLoadUs);
     }
   }
   // Every sub-resource was served or has a reason, and was counted once.
@@ -78,7 +78,7 @@ void ExpectSound(const Visit& visit, const Page& page) {
   }
   EXPECT_TRUE(preloaded.empty()) << preloaded.begin()->first << " came from no preload";
   EXPECT_EQ(visit.preloadedBytes, bytes);
-  EXPECT_EQ(visit.wastedBytes, wasted);
+  EXPECT_EQ(visit.unusedBytes, wasted);
 }
 
 TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
@@ -91,16 +91,18 @@ TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
       for (const Visit& visit : result.visits) {
         SCOPED_TRACE(std::string(profile.name) + " " + visit.pageUrl + " " + std::to_string(visit.number));
         ExpectSound(visit, Example().pages[visit.page]);
-        const int64_t off = Of(visit, Way::Off).pageLoadUs, plugin = Of(visit, Way::Plugin).pageLoadUs;
+        const int64_t off = Of(visit, Way::Off).times.pageLoadUs,
+                      plugin = Of(visit, Way::Plugin).times.pageLoadUs;
         if (!visit.repeat) {
           EXPECT_EQ(plugin, off) << "nothing is known yet";
           continue;
         }
-        EXPECT_LE(Of(visit, Way::Oracle).pageLoadUs, std::min(plugin, Of(visit, Way::Hints).pageLoadUs));
+        EXPECT_LE(Of(visit, Way::Oracle).times.pageLoadUs,
+                  std::min(plugin, Of(visit, Way::Hints).times.pageLoadUs));
         EXPECT_LE(plugin, off);
         gainUs += off - plugin;
         used += visit.served + visit.joined;
-        wasted += visit.wastedBytes;
+        wasted += visit.unusedBytes;
       }
       EXPECT_GT(used, 30u);
       EXPECT_TRUE(gainUs > 0 || !profile.rttMs) << "as recorded there is no distance";
@@ -149,7 +151,7 @@ TEST(Replay, SwitchedOffItIsAPlainBrowserAndSaysWhy) {
     property_set(off, nullptr);
     size_t switchedOff = 0;
     for (const Visit& visit : result.visits) {
-      EXPECT_EQ(Of(visit, Way::Plugin).pageLoadUs, Of(visit, Way::Off).pageLoadUs) << off;
+      EXPECT_EQ(Of(visit, Way::Plugin).times.pageLoadUs, Of(visit, Way::Off).times.pageLoadUs) << off;
       EXPECT_EQ(visit.served + visit.joined + visit.preloadedBytes, 0u) << off;
       for (const RequestRow& row : Of(visit, Way::Plugin).requests) {
         const std::set reasons{host::NotServed::None, host::NotServed::NotKnownYet, host::NotServed::NotGet,
