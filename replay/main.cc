@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -149,6 +150,19 @@ void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& r
   if (failure != nullptr) std::rethrow_exception(failure);
 }
 
+void WarnOfIgnoredVisits(const std::vector<RecordingReport>& reports) {
+  const auto ignores = [](const RecordingReport& report) {
+    return !Select(report.summary.repeats, false).empty();
+  };
+  const auto first = std::find_if(reports.begin(), reports.end(), ignores);
+  if (first == reports.end()) return;
+  fmt::print(
+      stderr,
+      "kiv_replay: --visits is ignored for {} of {} recordings that load a page again themselves: {}\n",
+      std::count_if(first, reports.end(), ignores), reports.size(),
+      PrintableText(first->summary.name) + (std::count_if(first, reports.end(), ignores) > 1 ? ", …" : ""));
+}
+
 int Run(const std::vector<std::string>& arguments) {
   const auto line = ParseCommandLine(arguments, std::cout);
   if (!line) return EXIT_SUCCESS;
@@ -162,12 +176,7 @@ int Run(const std::vector<std::string>& arguments) {
     // A fault of the program weighs more than bad input.
     if (status != static_cast<int>(ReplayStatus::Fault)) status = static_cast<int>(report.status);
   }
-  for (const RecordingReport& report : reports) {
-    const std::vector<VisitFigures>& repeats = report.summary.repeats;
-    if (!line->visitsGiven || repeats.empty() || HeadlineIsOfCopies(repeats)) continue;
-    fmt::print(stderr, "kiv_replay: {}: --visits is ignored, since the recording itself loads a page again\n",
-               PrintableText(report.summary.name));
-  }
+  if (line->visitsGiven) WarnOfIgnoredVisits(reports);
   std::erase_if(reports, [](const RecordingReport& report) { return report.status != ReplayStatus::Done; });
   if (!reports.empty()) WriteReports(*line, reports);  // else the reports of an earlier run stay
   return status;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/connection_group.h"
 #include "host/link_policy.h"
 #include "replay/model/content.h"
 
@@ -37,7 +38,7 @@ NetworkModel::NetworkModel(host::VirtualClock& clock, const NetworkProfile& prof
       link_(clock, profile.downMbit.value_or(0) / 8, settings) {}
 
 NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
-  const std::string key = GroupKey(url);
+  const std::string key = host::ConnectionGroup(url);
   const auto [place, isNew] = groups_.try_emplace(key);
   Group& group = place->second;
   if (!isNew) return group;
@@ -112,6 +113,8 @@ void NetworkModel::Preconnect(const std::string& url, size_t count) {
   Group& group = GroupOf(url);
   const size_t most = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
   const size_t busy = Multiplexed(group) ? 0 : group.busy;
+  // Those that transfers wait for are as good as used.
+  if (!Multiplexed(group)) count += group.waiting[0].size() + group.waiting[1].size();
   while (group.idle.size() + group.connecting < count && group.idle.size() + group.connecting + busy < most) {
     OpenConnection(group);
   }
@@ -123,11 +126,20 @@ void NetworkModel::OpenConnections(const std::string& url) {
   group.idle.resize(count, {.connectUs = clock_.NowUs(), .fresh = false});
 }
 
+size_t NetworkModel::UnusedConnections() const {
+  size_t unused = 0;
+  for (const auto& [key, group] : groups_) {
+    unused += group.connecting;
+    for (const Connection& connection : group.idle) unused += connection.fresh ? 1 : 0;
+  }
+  return unused;
+}
+
 void NetworkModel::Reset(uint64_t contentVersion) {
   contentVersion_ = contentVersion;
   groups_.clear();
   transfers_.clear();
-  opened_ = used_ = 0;
+  connections_ = 0;
 }
 
 // Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
@@ -164,7 +176,7 @@ void NetworkModel::Dispatch(Group& group) {
 // Whoever waits first when it is open gets the connection, not necessarily who had it opened.
 void NetworkModel::OpenConnection(Group& group) {
   ++group.connecting;
-  ++opened_;
+  ++connections_;
   clock_.PostDelayed(group.connectUs, [this, &group, connectUs = clock_.NowUs()] {
     --group.connecting;
     group.idle.push_back({.connectUs = connectUs});
@@ -178,7 +190,6 @@ void NetworkModel::Send(Group& group, host::TransferId id, Connection connection
   report.sent = clock_.Now();
   report.connect = report.sent;
   if (connection.fresh) {
-    ++used_;
     report.connect = std::max(base::Time::FromInternalValue(connection.connectUs), report.started);
   }
   transfer.active = true;
@@ -213,15 +224,26 @@ void NetworkModel::Respond(host::TransferId id) {
 
 void NetworkModel::Receive(host::TransferId id) {
   const Transfer& transfer = transfers_.at(id);
-  const Request* const recorded = transfer.recorded;
+  ReceiveBytes(id, transfer.recorded, transfer.request.urgency, [this, id] { Complete(id); });
+}
+
+void NetworkModel::ReceiveBytes(uint64_t id, const Request* recorded, host::Urgency urgency,
+                                std::function<void()> done) {
   if (!profile_.downMbit) {  // as recorded
-    clock_.PostDelayed(recorded != nullptr ? ToUs(recorded->receiveMs) : 0, [this, id] { Complete(id); });
+    clock_.PostDelayed(recorded != nullptr ? ToUs(recorded->receiveMs) : 0, std::move(done));
     return;
   }
   int64_t bytes = static_cast<int64_t>(NotFoundBlock().size());
   if (recorded != nullptr)
     bytes = recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
-  link_.Add(id, bytes, transfer.request.urgency, [this, id] { Complete(id); });
+  link_.Add(id, bytes, urgency, std::move(done));
+}
+
+uint64_t NetworkModel::ReceiveAlone(const Request& recorded, host::Urgency urgency,
+                                    std::function<void()> done) {
+  const uint64_t id = ++lastId_;
+  ReceiveBytes(id, &recorded, urgency, std::move(done));
+  return id;
 }
 
 void NetworkModel::Complete(host::TransferId id) {

@@ -38,13 +38,17 @@ class NetworkModel final : public host::Transport {
   // Opens all connections that the URL's group may have, at once and for nothing.
   void OpenConnections(const std::string& url);
 
-  // Connections that were set up, or begun to be, since the last Reset, and those of them that have carried
-  // nothing.
-  size_t ConnectionCount() const { return opened_; }
-  size_t UnusedConnectionCount() const { return opened_ - used_; }
+  // Transfers a response over the link, and nothing else: without connection, round trip and server. `done`
+  // is called in a task of its own; the id is for SetReceivingUrgency, which ignores one that is done.
+  uint64_t ReceiveAlone(const Request& recorded, host::Urgency urgency, std::function<void()> done);
+  void SetReceivingUrgency(uint64_t id, host::Urgency urgency) { link_.SetUrgency(id, urgency); }
+
+  // Connections whose set-up began since the last Reset, and those of them that have carried no request.
+  size_t Connections() const { return connections_; }
+  size_t UnusedConnections() const;
 
   // Closes every connection. Only while nothing is under way. The bodies of what
-  // follows are those of `contentVersion` (see replay/content.h).
+  // follows are those of `contentVersion` (see replay/model/content.h).
   void Reset(uint64_t contentVersion);
 
  private:
@@ -82,6 +86,7 @@ class NetworkModel final : public host::Transport {
   void HurryBlocking(Group& group);
   void Respond(host::TransferId id);
   void Receive(host::TransferId id);
+  void ReceiveBytes(uint64_t id, const Request* recorded, host::Urgency urgency, std::function<void()> done);
   void Complete(host::TransferId id);
   void Leave(Group& group, host::TransferId id, bool connectionIsGood);
 
@@ -95,8 +100,7 @@ class NetworkModel final : public host::Transport {
   std::map<host::TransferId, Transfer> transfers_;  // under way
   host::TransferId lastId_ = 0;
   uint64_t contentVersion_ = 0;
-  size_t opened_ = 0;
-  size_t used_ = 0;  // of these
+  size_t connections_ = 0;
 };
 
 }  // namespace replay

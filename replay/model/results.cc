@@ -4,20 +4,6 @@
 
 namespace replay {
 
-const char* WayText(Way way) {
-  switch (way) {
-    case Way::Off:
-      return "off";
-    case Way::Plugin:
-      return "plugin";
-    case Way::Hints:
-      return "hints";
-    case Way::Oracle:
-      return "oracle";
-  }
-  return "";
-}
-
 const char* SourceText(Source source) {
   switch (source) {
     case Source::Network:
@@ -51,7 +37,7 @@ const char* FateText(PreloadFate fate) {
 }
 
 const WayResult& Of(const Visit& visit, Way way) {
-  return visit.ways[static_cast<size_t>(way)];
+  return visit.ways[Index(way)];
 }
 
 bool EndedByBeacon(const WayResult& way) {

@@ -177,9 +177,9 @@ Json VisitData(const Page& page, const Visit& visit, UrlNumbers& urls) {
   for (const Line& line : Lines(page, visit)) lines.push_back(LineData(line, urls));
   Json ways = Json::array();
   for (const Way way : kWays) {
-    if (!visit.repeat && way != Way::Off && way != Way::Plugin) continue;
+    if (!visit.repeat && !IsRunOnFirstVisits(way)) continue;
     const LoadTimes& times = Of(visit, way).times;
-    ways.push_back({WayText(way), times.firstPaintUs, times.contentLoadedUs, times.pageLoadUs});
+    ways.push_back({WordsFor(way).key, times.firstPaintUs, times.contentLoadedUs, times.pageLoadUs});
   }
   return {{"page", urls.Of(visit.pageUrl)}, {"ways", ways}, {"lines", lines}};
 }
@@ -215,7 +215,7 @@ bool Leads(Metric metric) {
 }
 
 double SumOf(const Totals& totals, Metric metric, Way way) {
-  return static_cast<double>(totals.times[static_cast<size_t>(way)].*metric);
+  return static_cast<double>(totals.times[Index(way)].*metric);
 }
 
 std::string GainMilliseconds(const std::optional<double>& microseconds) {
@@ -238,7 +238,7 @@ std::string Bullet(const std::vector<VisitFigures>& visits) {
   return fmt::format(
       R"(<span class="bullet" role="img" aria-label="gap closed {}" title="band: from {} to off; mark: plugin">)"
       R"(<i class="gap" style="left:{:.2f}%;width:{:.2f}%"></i><i class="mark" style="left:{:.2f}%"></i></span>)",
-      PercentText(closed), WayText(kBound), bound / most * 100, (off - bound) / most * 100,
+      PercentText(closed), WordsFor(kBound).key, bound / most * 100, (off - bound) / most * 100,
       plugin / most * 100);
 }
 
@@ -283,8 +283,8 @@ std::string RecordingsTable(const std::vector<Summary>& summaries, const std::ve
       R"(<th rowspan="2" scope="col">Gap closed</th><th rowspan="2" scope="col"><span class="hidden">Gap as a picture</span></th>)"
       R"(<th rowspan="2" scope="col">Unused bytes</th><th rowspan="2" scope="col">Slower</th><th rowspan="2" scope="col">Later paint</th></tr><tr>)"
       R"(<th scope="col">off</th><th scope="col">plugin</th><th scope="col">gain</th>)",
-      WayText(kBound), kWays.size() + 1);
-  for (const Way way : kWays) html += fmt::format(R"(<th scope="col">{}</th>)", WayText(way));
+      WordsFor(kBound).key, kWays.size() + 1);
+  for (const Way way : kWays) html += fmt::format(R"(<th scope="col">{}</th>)", WordsFor(way).key);
   html += R"(<th scope="col">gain</th></tr></thead><tbody>)";
   for (size_t index = 0; index < summaries.size(); ++index) {
     html += fmt::format(R"(<tr><th scope="row"><a href="#r{}">{}</a></th><td>{}</td>{}</tr>)",
@@ -332,7 +332,7 @@ std::string Headlines(const Summary& total) {
       fmt::format("{} and {} of {}", totals.laterPaintVisits, totals.slowerVisits, totals.visits),
       fmt::format("visits with a later first paint, and with a later load event; of the gap from off "
                   "to {} the plugin closes {}",
-                  WayText(kBound), Typeset(PercentText(GapClosedOverall(visits, kBound)))));
+                  WordsFor(kBound).key, Typeset(PercentText(GapClosedOverall(visits, kBound)))));
   html += Headline(
       "Unused bytes", PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
       fmt::format("of {} preloaded; {} preloads and {} connections were unused",
@@ -350,7 +350,7 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, const char* name
       R"(<th scope="col">median</th><th scope="col">p5</th><th scope="col">p95</th><th scope="col">total</th>)",
       visits.size(), name, kWays.size() - 1);
   for (const Way way : kWays) {
-    if (way != Way::Off) html += fmt::format(R"(<th scope="col">{}</th>)", WayText(way));
+    if (way != Way::Off) html += fmt::format(R"(<th scope="col">{}</th>)", WordsFor(way).key);
   }
   html += "</tr></thead><tbody>";
   for (const MetricWords& words : kMetrics) {
@@ -445,8 +445,8 @@ std::string VisitTable(const Page& page, const Visit& visit) {
   for (const MetricWords& words : kMetrics) html += fmt::format(R"(<th scope="col">{}</th>)", words.text);
   html += R"(<th scope="col" class="left">the load event came after</th></tr></thead><tbody>)";
   for (const Way way : kWays) {
-    if (!visit.repeat && way != Way::Off && way != Way::Plugin) continue;
-    html += fmt::format(R"(<tr class="{0}"><th scope="row">{0}</th>)", WayText(way));
+    if (!visit.repeat && !IsRunOnFirstVisits(way)) continue;
+    html += fmt::format(R"(<tr class="{0}"><th scope="row">{0}</th>)", WordsFor(way).key);
     for (const MetricWords& words : kMetrics) {
       html += fmt::format("<td>{}</td>", Seconds(static_cast<double>(Of(visit, way).times.*words.metric)));
     }

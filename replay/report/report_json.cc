@@ -48,7 +48,7 @@ Json Group(const std::vector<VisitFigures>& visits) {
                                     [metric](const MetricWords& row) { return row.metric == metric; });
     Json& sums = group[words->key];
     for (const Way way : kWays) {
-      sums[WayText(way)] = Milliseconds(static_cast<double>(totals.times[static_cast<size_t>(way)].*metric));
+      sums[WordsFor(way).key] = Milliseconds(static_cast<double>(totals.times[Index(way)].*metric));
     }
   }
   const std::optional<Gains> gains = GainsOf(visits, &LoadTimes::pageLoadUs);
@@ -68,8 +68,8 @@ Json Group(const std::vector<VisitFigures>& visits) {
 void AddMedians(Json& line, const std::vector<VisitFigures>& visits) {
   const Figures medians = Medians(visits, &LoadTimes::pageLoadUs);
   const Figures p95 = Percentile95s(visits, &LoadTimes::pageLoadUs);
-  for (const Way way : kWays) line[std::string(WayText(way)) + "_ms"] = Milliseconds(medians, way);
-  for (const Way way : kWays) line[std::string(WayText(way)) + "_p95_ms"] = Milliseconds(p95, way);
+  for (const Way way : kWays) line[std::string(WordsFor(way).key) + "_ms"] = Milliseconds(medians, way);
+  for (const Way way : kWays) line[std::string(WordsFor(way).key) + "_p95_ms"] = Milliseconds(p95, way);
 }
 
 void AddConditions(Json& line, const ReplayOptions& options) {
@@ -89,6 +89,8 @@ void AddFigures(Json& line, const Summary& summary) {
   const Totals totals = TotalsOf(visits);
   line["gap_closed"] = Share(GapClosedOverall(visits, Way::Oracle));
   line["gap_closed_per_visit"] = Share(GapClosedPerVisit(visits, Way::Oracle));
+  line["reachable_gap_closed"] = Share(GapClosedOverall(visits, kBound));
+  line["reachable_gap_closed_per_visit"] = Share(GapClosedPerVisit(visits, kBound));
   line["slower_visits"] = totals.slowerVisits;
   line["served"] = totals.served;
   line["joined"] = totals.joined;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 
 #include "replay/report/figure_text.h"
 
@@ -145,6 +146,9 @@ Row Heading(std::initializer_list<const char*> names) {
 
 // --- A row per recording: medians, which may be compared within one.
 
+// What a terminal has room for; the table of gains has all ways.
+constexpr std::array kRowWays = {Way::Off, Way::Plugin, kBound, Way::Oracle};
+
 void AddGain(Row& row, const std::vector<VisitFigures>& visits, Metric metric) {
   const std::optional<Gains> gains = GainsOf(visits, metric);
   const Figures medians = Medians(visits, metric);
@@ -157,14 +161,14 @@ Row RecordingRow(const Summary& summary) {
   const bool copies = HeadlineIsOfCopies(summary.repeats);
   Row row = {{PrintableText(summary.name)}, {CountText(totals.visits) + (copies ? "c" : " ")}};
   if (summary.repeats.empty()) {
-    row.insert(row.end(), kWays.size() + 8, {"–", Look::Dim});
+    row.insert(row.end(), kRowWays.size() + 8, {"–", Look::Dim});
     return row;
   }
   const Figures paint = Medians(summary.repeats, &LoadTimes::firstPaintUs);
   for (const Way way : {Way::Off, Way::Plugin}) row.push_back({MillisecondsText(At(paint, way))});
   AddGain(row, summary.repeats, &LoadTimes::firstPaintUs);
   const Figures load = Medians(summary.repeats, &LoadTimes::pageLoadUs);
-  for (const Way way : kWays) row.push_back({MillisecondsText(At(load, way))});
+  for (const Way way : kRowWays) row.push_back({MillisecondsText(At(load, way))});
   AddGain(row, summary.repeats, &LoadTimes::pageLoadUs);
   row.push_back({PercentText(GapClosedOverall(summary.repeats, kBound))});
   row.push_back({PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes))});
@@ -175,7 +179,8 @@ Row RecordingRow(const Summary& summary) {
 
 std::string RecordingsTable(const std::vector<Summary>& summaries, bool colour) {
   Row heading = Heading({"recording", "visits", " paint", "plugin", "gain"});
-  for (const Way way : kWays) heading.push_back({way == Way::Off ? " load" : WayText(way), Look::Dim});
+  for (const Way way : kRowWays)
+    heading.push_back({way == Way::Off ? " load" : WordsFor(way).key, Look::Dim});
   for (const char* name : {"gain", "gap", "unused", "slower", "later"}) heading.push_back({name, Look::Dim});
   std::vector<Row> rows = {heading};
   bool copies = false;
@@ -210,7 +215,7 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, bool colour) {
   const Totals totals = TotalsOf(visits);
   Row heading = Heading({"gain per visit, ms", "median", "p5", "p95", "total"});
   for (const Way way : kWays) {
-    if (way != Way::Off) heading.push_back({WayText(way), Look::Dim});
+    if (way != Way::Off) heading.push_back({WordsFor(way).key, Look::Dim});
   }
   std::vector<Row> rows = {heading};
   for (const MetricWords& words : kMetrics) {
@@ -231,15 +236,19 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, bool colour) {
   return Print(rows, colour);
 }
 
-std::string GroupText(const std::vector<VisitFigures>& visits, const char* name, bool colour) {
+std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, const char* many,
+                      bool colour) {
   if (visits.empty()) return "";
   const Totals totals = TotalsOf(visits);
   const Gains load = GainsOf(visits, &LoadTimes::pageLoadUs).value();
-  std::string text = "\n" + Painted(fmt::format("{} {}", totals.visits, name), Look::Bold, colour) + "\n";
+  std::string text =
+      "\n" +
+      Painted(fmt::format("{} {}", totals.visits, totals.visits == 1 ? one : many), Look::Bold, colour) +
+      "\n";
   text += GainsTable(visits, colour);
   text += fmt::format(
       "Of the gap between off and {} the plugin closes {} over all visits, {} in the median visit.\n",
-      WayText(kBound), PercentText(GapClosedOverall(visits, kBound)),
+      WordsFor(kBound).key, PercentText(GapClosedOverall(visits, kBound)),
       PercentText(GapClosedPerVisit(visits, kBound)));
   const std::string slower = fmt::format("{} slower and {} with a later first paint, by more than 1%",
                                          totals.slowerVisits, totals.laterPaintVisits);
@@ -268,8 +277,10 @@ std::string Groups(const Summary& total, bool colour) {
   if (total.repeats.empty()) {
     return "\nNo page was visited twice, so there is nothing to compare. --visits repeats single loads.\n";
   }
-  std::string text = GroupText(Select(total.repeats, false), "real repeat visits", colour);
-  text += GroupText(Select(total.repeats, true), "copies (a single recorded load, visited again)", colour);
+  std::string text =
+      GroupText(Select(total.repeats, false), "real repeat visit", "real repeat visits", colour);
+  text += GroupText(Select(total.repeats, true), "copy of a recorded load",
+                    "copies: each visits a recorded load again", colour);
   if (total.unansweredCommands + total.warnings > 0) {
     text += Painted(fmt::format("{} of {} commands unanswered, {} warnings in the plugin's log.",
                                 total.unansweredCommands, total.commands, total.warnings),

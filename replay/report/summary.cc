@@ -6,10 +6,6 @@
 namespace replay {
 namespace {
 
-size_t Index(Way way) {
-  return static_cast<size_t>(way);
-}
-
 double Median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   const size_t middle = values.size() / 2;

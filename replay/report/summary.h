@@ -104,7 +104,7 @@ std::optional<double> GapClosedOverall(const std::vector<VisitFigures>& visits, 
 std::optional<double> GapClosedPerVisit(const std::vector<VisitFigures>& visits, Way bound);
 
 // What "gap closed" is measured against.
-inline constexpr Way kBound = Way::Oracle;
+inline constexpr Way kBound = Way::Reachable;
 
 // --- Repeat visits together.
 

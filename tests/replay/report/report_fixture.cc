@@ -60,7 +60,7 @@ PreloadRow Preload(RequestRow& row, const Request& request, Visit& visit) {
 
 Visit MakeVisit(const Page& page, uint32_t number) {
   Visit visit{.pageUrl = page.requests[0].url, .number = number, .repeat = number > 1};
-  const auto at = [&visit](Way way) -> WayResult& { return visit.ways[static_cast<size_t>(way)]; };
+  const auto at = [&visit](Way way) -> WayResult& { return visit.ways[Index(way)]; };
   WayResult &off = at(Way::Off), &plugin = at(Way::Plugin), &hints = at(Way::Hints),
             &oracle = at(Way::Oracle);
   for (size_t index = 0; index < page.requests.size(); ++index) {
