@@ -154,13 +154,13 @@ void WarnOfIgnoredVisits(const std::vector<RecordingReport>& reports) {
   const auto ignores = [](const RecordingReport& report) {
     return !Select(report.summary.repeats, false).empty();
   };
+  const auto count = std::count_if(reports.begin(), reports.end(), ignores);
+  if (count == 0) return;
   const auto first = std::find_if(reports.begin(), reports.end(), ignores);
-  if (first == reports.end()) return;
   fmt::print(
       stderr,
-      "kiv_replay: --visits is ignored for {} of {} recordings that load a page again themselves: {}\n",
-      std::count_if(first, reports.end(), ignores), reports.size(),
-      PrintableText(first->summary.name) + (std::count_if(first, reports.end(), ignores) > 1 ? ", …" : ""));
+      "kiv_replay: --visits is ignored for recordings that load a page again themselves ({} of {}: {}{})\n",
+      count, reports.size(), PrintableText(first->summary.name), count > 1 ? ", …" : "");
 }
 
 int Run(const std::vector<std::string>& arguments) {

@@ -266,6 +266,13 @@ TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
   }
 }
 
+TEST_F(ProgramTest, SaysWhenVisitsIsIgnored) {
+  EXPECT_EQ(Run("--visits 5 " KIV_EXAMPLE_RECORDING), 0);
+  EXPECT_NE(Text("errors").find("--visits is ignored"), std::string::npos) << "three loads of each page";
+  EXPECT_EQ(Run(KIV_EXAMPLE_RECORDING), 0);
+  EXPECT_EQ(Text("errors"), "");
+}
+
 TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {
   const std::string words =
       " --json json --html html --har-out har --log 4 - " KIV_EXAMPLE_RECORDING " <" KIV_EXAMPLE_RECORDING;
