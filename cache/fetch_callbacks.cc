@@ -19,6 +19,10 @@ namespace {
 // Room beyond the bytes needed, at every growth of a body buffer.
 constexpr uint64_t kSlack = 10;
 
+// What a preload's request carries is fixed as numbers; the names are those of the network stack's headers.
+static_assert(net::LOWEST == 3);
+static_assert(net::HttpRequestInfo::PREFETCH_MOTIVATED == 0);
+
 // Without sign, so that an undeclared length (-1) exceeds every limit.
 bool ExceedsLimit(int64_t contentLength) {
   return GetPluginState().CacheSizeLimit() < static_cast<uint64_t>(contentLength);

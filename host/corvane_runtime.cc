@@ -34,13 +34,7 @@ CorvaneRuntime::CorvaneRuntime(const PluginFunctions& plugin, Executor& executor
       sender_(plugin, [this] { AnnounceLaunches(); }),
       answers_(
           executor, settings,
-          [this](void* cookie, net::URLRequestContext* context) {
-            const int started = fetcher_.Start(cookie, context);
-            if (started != 0) {
-              justLaunched_.push_back(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(cookie)));
-            }
-            return started;
-          },
+          [this](void* cookie, net::URLRequestContext* context) { return StartFetch(cookie, context); },
           [this](CorvaneCmd* cmd, unsigned int delayMs) {
             const std::shared_ptr<CorvaneCmd> kept(cmd, corvane::FreeCommand);  // freed in any case
             tasks_.Post([this, kept] { sender_.SendBack(kept.get()); }, int64_t{delayMs} * 1000);
@@ -79,6 +73,12 @@ CorvaneRuntime::OpenPage* CorvaneRuntime::FindPage(TabId tab) {
   return found != pages_.end() && !found->second.left ? &found->second : nullptr;
 }
 
+bool CorvaneRuntime::IsOpenPage(const std::string& url) const {
+  return std::any_of(pages_.begin(), pages_.end(), [&url](const auto& place) {
+    return !place.second.left && place.second.request.url == url;
+  });
+}
+
 void CorvaneRuntime::PageRequested(const PageRequest& request) {
   TabClosed(request.tab);
   SettleIdlePages();
@@ -88,10 +88,8 @@ void CorvaneRuntime::PageRequested(const PageRequest& request) {
                                                       .visit = PageVisit(request.url, settings_),
                                                       .lastRequest = executor_.Now()})
                        .first->second;
-  // A page that was first seen as a resource of another one is known as that until the disk cache drops it.
-  if (toldResources_.Erase(request.url) && !request.isFresh(request.url)) {
-    sender_.CacheStatus(request.url, false);
-  }
+  // A page that was first seen as a resource of another one would stay known as that, which has no context.
+  if (toldResources_.Erase(request.url)) sender_.CacheStatus(request.url, false);
   sender_.PageRequested(request.url, request.method, request.headers);
   sender_.RequestSeen(request.url, request.headers, request.context);
   if (answers_.networkStackIsUp) OrderKnown(page);
@@ -102,7 +100,7 @@ void CorvaneRuntime::ResourceSeen(TabId tab, const SeenResource& resource) {
   if (page == nullptr || resource.url == page->request.url) return;
   page->lastRequest = executor_.Now();
   page->visit.ResourceSeen(resource);
-  toldResources_.Use(resource.url);
+  if (!IsOpenPage(resource.url)) toldResources_.Use(resource.url);  // else the plugin knows it as a page
   if (const auto forgotten = toldResources_.DropExcess()) sender_.CacheStatus(*forgotten, false);
   sender_.ResourceSeen(page->request.url, resource.url);
 }
@@ -137,7 +135,7 @@ void CorvaneRuntime::SettleIdlePages() {
 }
 
 void CorvaneRuntime::CacheStatus(const std::string& url, bool held) {
-  sender_.CacheStatus(url, held);
+  if (held || !IsOpenPage(url)) sender_.CacheStatus(url, held);
 }
 
 void CorvaneRuntime::AnsweredByCache(TabId tab, const std::string& url) {
@@ -184,6 +182,18 @@ void CorvaneRuntime::OrderKnown(OpenPage& page) {
   for (const auto& [priority, record] : wanted) {
     sender_.OrderPreload(record->url, page.request.url, priority);
   }
+}
+
+// For CorvaneFetch. The plugin knows one context for a page, that of the last tab that asked for it; this tab
+// may have another one, and the other tab may be gone with its own.
+int CorvaneRuntime::StartFetch(void* cookie, net::URLRequestContext* context) {
+  const auto number = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(cookie));
+  if (const auto place = orders_.find(number); place != orders_.end()) {
+    context = pages_.at(place->second.tab).request.context;
+  }
+  const int started = fetcher_.Start(cookie, context);
+  if (started != 0) justLaunched_.push_back(number);
+  return started;
 }
 
 // The fetcher's transfers are announced to the plugin like the browser's transactions. Otherwise it would
@@ -264,11 +274,13 @@ void CorvaneRuntime::LeavePage(OpenPage& page) {
   }
 }
 
-// Whether a page that is not left has preloads that it may still ask for. A flush would take them away, and
-// with them the context that its queued preloads need.
+// Whether a page that is not left has preloads that it may still ask for, or has yet to order them. A flush
+// would take them away, and with them the context that queued preloads need.
 bool CorvaneRuntime::SomePageIsLoading() const {
+  const auto isOpen = [](const auto& page) { return !page.second.left; };
+  if (!answers_.networkStackIsUp) return std::any_of(pages_.begin(), pages_.end(), isOpen);
   return std::any_of(orders_.begin(), orders_.end(),
-                     [this](const auto& order) { return !pages_.at(order.second.tab).left; });
+                     [&](const auto& order) { return isOpen(*pages_.find(order.second.tab)); });
 }
 
 // --- The fetcher's news

@@ -74,7 +74,8 @@ class CorvaneRuntime final : private FetchObserver {
   void TabClosed(TabId tab);
   // Drops the unused preloads of pages that have asked for nothing for a while (HostSettings::settleAfterMs).
   void SettleIdlePages();
-  // The HTTP cache holds the URL's response from now on, or has dropped it.
+  // The HTTP cache holds the URL's response from now on, or has dropped it. The plugin forgets what is
+  // dropped, so it is not told of an open page, whose queued preloads need what it knows of it.
   void CacheStatus(const std::string& url, bool held);
   // A load of the page was answered by the browser's own cache, so its preload is not needed.
   void AnsweredByCache(TabId tab, const std::string& url);
@@ -136,7 +137,9 @@ class CorvaneRuntime final : private FetchObserver {
   void OnFetchEnded(uint32_t cookie, int32_t result, const TransferReport& report) override;
 
   OpenPage* FindPage(TabId tab);
+  bool IsOpenPage(const std::string& url) const;
   void OrderKnown(OpenPage& page);
+  int StartFetch(void* cookie, net::URLRequestContext* context);
   void AnnounceLaunches();
   void LeavePage(OpenPage& page);
   // Ends the orders for which `which` holds, for host and fetcher; the plugin may still hold their responses.

@@ -35,16 +35,22 @@ NotServed WhyNotOrder(const KnownPage& page, const KnownResource& resource, cons
   if (!resource.get) return NotServed::NotGet;
   if (facts.isFresh(resource.url)) return NotServed::FreshInDiskCache;
   if (resource.visitsSeen < settings.minSeenShare * page.visits) return NotServed::SeenTooSeldom;
-  if (resource.status != 200) return NotServed::StatusNot200;
-  if (resource.html) return NotServed::Html;
-  if (resource.declaredLength < 0) return NotServed::NoDeclaredLength;
-  if (resource.declaredLength == 0) return NotServed::EmptyBody;
-  if (static_cast<uint64_t>(resource.declaredLength) > facts.sizeLimit) return NotServed::OverSizeLimit;
+  if (const NotServed why = WhyNotHoldable(resource, facts.sizeLimit); why != NotServed::None) return why;
   if (!facts.hasContext) return NotServed::NoContext;
   return facts.whyNot ? facts.whyNot(resource) : NotServed::None;
 }
 
 }  // namespace
+
+NotServed WhyNotHoldable(const KnownResource& resource, uint64_t sizeLimit) {
+  if (!resource.get) return NotServed::NotGet;
+  if (resource.status != 200) return NotServed::StatusNot200;
+  if (resource.html) return NotServed::Html;
+  if (resource.declaredLength < 0) return NotServed::NoDeclaredLength;
+  if (resource.declaredLength == 0) return NotServed::EmptyBody;
+  if (static_cast<uint64_t>(resource.declaredLength) > sizeLimit) return NotServed::OverSizeLimit;
+  return NotServed::None;
+}
 
 std::vector<OrderDecision> DecideOrders(const KnownPage& page, const OrderFacts& facts,
                                         const HostSettings& settings) {

@@ -25,6 +25,10 @@ struct OrderFacts {
   std::function<NotServed(const KnownResource& resource)> whyNot;
 };
 
+// Why the plugin could not hold the resource's response, going by its last request and response; None when it
+// could. `sizeLimit`: as in OrderFacts.
+NotServed WhyNotHoldable(const KnownResource& resource, uint64_t sizeLimit);
+
 struct OrderDecision {
   size_t resource;        // index in KnownPage::resources
   NotServed why;          // None: order it

@@ -1,8 +1,10 @@
 #include "host/page_database.h"
 
+#include <set>
 #include <utility>
 
 #include "cache/html_check.h"
+#include "host/connection_group.h"
 #include "host/http/header_block.h"
 #include "host/reuse_rules.h"
 
@@ -12,6 +14,27 @@ namespace {
 // Addresses that are new on every load would pile up otherwise.
 constexpr uint32_t kForgetAfterVisits = 10;
 
+bool IsRecent(uint32_t lastVisit, const KnownPage& page) {
+  return page.visits - lastVisit <= kForgetAfterVisits;
+}
+
+// After a visit whose resources are known. When there are too many groups, those of this visit are kept.
+void RememberGroups(KnownPage& page, size_t most) {
+  std::set<std::string> seen;
+  for (const KnownResource& resource : page.resources) {
+    if (resource.lastVisit == page.visits) seen.insert(ConnectionGroup(resource.url));
+  }
+  for (const std::string& group : seen) {
+    KnownGroup& known = page.groups[group];
+    ++known.visitsSeen;
+    known.lastVisit = page.visits;
+  }
+  const bool tooMany = page.groups.size() > most;
+  std::erase_if(page.groups, [&](const auto& group) {
+    return tooMany ? group.second.lastVisit != page.visits : !IsRecent(group.second.lastVisit, page);
+  });
+}
+
 }  // namespace
 
 PageVisit::PageVisit(std::string pageUrl, const HostSettings& settings)
@@ -19,7 +42,7 @@ PageVisit::PageVisit(std::string pageUrl, const HostSettings& settings)
       maxResources_(settings.maxResourcesPerPage),
       maxHeaderBytes_(settings.maxRequestHeaderBytes) {}
 
-void PageVisit::ResourceSeen(const SeenResource& resource) {
+void PageVisit::ResourceSeen(const SeenResource& resource, int64_t afterUs) {
   if (resource.url == pageUrl_ || places_.contains(resource.url) || seen_.size() >= maxResources_) return;
   places_.emplace(resource.url, seen_.size());
   std::string headers = HeadersToRepeat(resource.headers);
@@ -31,15 +54,18 @@ void PageVisit::ResourceSeen(const SeenResource& resource) {
                    .carriedCookies = http::HasHeader(resource.headers, "Cookie"),
                    .afterLoad = loaded_,
                    .beforePaint = !painted_,
+                   .askedUs = afterUs,
                    .headersToRepeat = std::move(headers)});
 }
 
-void PageVisit::ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers) {
+void PageVisit::ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers,
+                             int64_t afterUs) {
   const auto place = places_.find(url);
   if (place == places_.end()) return;
   KnownResource& resource = seen_[place->second];
   // Asked for twice: the complete answer counts. A 304 confirms the answer that is known.
   if (resource.status == 200 || headers.response_code() == 304) return;
+  if (resource.status < 0) resource.waitedUs = afterUs - resource.askedUs;
   resource.status = headers.response_code();
   resource.declaredLength = headers.GetContentLength();
   resource.html = kiv::MentionsHtml(headers.raw_headers());
@@ -57,8 +83,8 @@ void PageDatabase::Remember(PageVisit visit) {
   for (KnownResource& known : page.resources) {
     const auto place = visit.places_.find(known.url);
     if (place == visit.places_.end()) {
-      const bool isRecent = page.visits - known.lastVisit <= kForgetAfterVisits;
-      if (isRecent && seen.size() < settings_.maxResourcesPerPage) seen.push_back(std::move(known));
+      if (IsRecent(known.lastVisit, page) && seen.size() < settings_.maxResourcesPerPage)
+        seen.push_back(std::move(known));
       continue;
     }
     KnownResource& resource = seen[place->second];
@@ -67,9 +93,11 @@ void PageDatabase::Remember(PageVisit visit) {
       resource.status = known.status;
       resource.declaredLength = known.declaredLength;
       resource.html = known.html;
+      resource.waitedUs = known.waitedUs;
     }
   }
   page.resources = std::move(seen);
+  RememberGroups(page, settings_.maxResourcesPerPage);
   pages_.DropExcess();
 }
 

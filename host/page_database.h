@@ -23,6 +23,8 @@ struct KnownResource {
   bool carriedCookies = false;  // its last request did
   bool afterLoad = false;       // asked for after the page's load event, on the last visit that showed it
   bool beforePaint = false;     // asked for before the page's first paint, on that visit
+  int64_t askedUs = 0;          // after the page's request, on that visit
+  int64_t waitedUs = 0;         // from then to its response, on the last visit that had one for it
   std::string headersToRepeat;  // of its last request: see host/reuse_rules.h
   uint32_t visitsSeen = 0;      // on how many visits of the page
   uint32_t lastVisit = 0;       // the number of the last one of them
@@ -31,11 +33,19 @@ struct KnownResource {
   bool html = false;  // the header block mentions text/html, which the plugin does not serve
 };
 
+// A group of connections that the page's resources use.
+struct KnownGroup {
+  uint32_t visitsSeen = 0;  // on how many visits of the page
+  uint32_t lastVisit = 0;   // the number of the last one of them
+};
+
 struct KnownPage {
   uint32_t visits = 0;
   // In the order of the last visit on which each was seen. What ten visits in a row have not shown is
   // forgotten.
   std::vector<KnownResource> resources;
+  // By host::ConnectionGroup. Addresses that are new on every visit often lead to the same servers.
+  std::map<std::string, KnownGroup> groups;
 };
 
 // A request for a resource, as the browser makes it.
@@ -55,9 +65,9 @@ class PageVisit {
   const std::string& PageUrl() const { return pageUrl_; }
 
   // Calls come in any order and may be repeated. The page itself is no resource, and of a page with too many
-  // resources the first ones are kept.
-  void ResourceSeen(const SeenResource& resource);
-  void ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers);
+  // resources the first ones are kept. `afterUs`: microseconds since the page was requested.
+  void ResourceSeen(const SeenResource& resource, int64_t afterUs = 0);
+  void ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers, int64_t afterUs = 0);
   void FirstPaint() { painted_ = true; }
   void LoadEvent() { loaded_ = true; }
 

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "plugin/properties.h"
+#include "host/property_values.h"
 
 namespace replay {
 namespace {
@@ -122,27 +122,14 @@ NetworkProfile Profile(const Texts& texts) {
   return profile;
 }
 
-std::string PropertyNames() {
-  std::vector<const char*> names;
-  for (const kiv::Property& row : kiv::property::kAll) names.push_back(row.name);
-  return fmt::format("{}", fmt::join(names, ", "));
-}
-
 void AddProperty(const std::string& place, const std::string& text,
                  std::map<std::string, std::string>& properties) {
-  const size_t equals = text.find('=');
-  if (equals == std::string::npos) Refuse(place, fmt::format("'{}' is not name=value", text));
-  const std::string name = text.substr(0, equals);
-  const std::string value = text.substr(equals + 1);
-  const auto& all = kiv::property::kAll;
-  const bool known =
-      std::any_of(all.begin(), all.end(), [&name](const kiv::Property& row) { return row.name == name; });
-  if (!known) Refuse(place, fmt::format("unknown property '{}'; known are {}", name, PropertyNames()));
-  if (value.size() >= PROPERTY_VALUE_MAX) {
-    Refuse(place, fmt::format("the value of {} has {} bytes, more than {}", name, value.size(),
-                              PROPERTY_VALUE_MAX - 1));
+  try {
+    const auto [name, value] = host::ParsePropertySetting(text);
+    properties[name] = value;
+  } catch (const std::runtime_error& error) {
+    Refuse(place, error.what());
   }
-  properties[name] = value;
 }
 
 std::string Trimmed(const std::string& text) {

@@ -18,7 +18,7 @@ using host::TabId;
 constexpr size_t kMaxBrowserUrls = 50'000;  // in the estimate of the browser's cache
 constexpr size_t kMaxCookieHosts = 2'000;
 constexpr size_t kMaxCookieUrls = 20'000;
-constexpr int64_t kLookForSettledUs = 500'000;
+constexpr int64_t kLookForSettledUs = 500'000;  // or as long as pages have to be quiet, if that is shorter
 
 // Browsers keep caches and cookies apart by the site of the page: here by its scheme and host.
 std::string SiteOf(const std::string& pageUrl) {
@@ -285,7 +285,7 @@ void ProxyEngine::SetReading(host::LoadId id, bool reading) {
 
 void ProxyEngine::BeginPage(TabId id, const BrowserRequest& request) {
   const std::string site = SiteOf(request.url);
-  if (pages_.empty()) settleTimer_.Start(kLookForSettledUs, [this] { SettlePages(); });
+  if (pages_.empty()) WaitForSettled();
   auto& page = pages_[id];
   page = std::make_unique<OpenPage>();
   page->url = request.url;
@@ -370,9 +370,13 @@ void ProxyEngine::LeavePage(TabId id) {
   // Loads that go on are the page's no more.
 }
 
+void ProxyEngine::WaitForSettled() {
+  settleTimer_.Start(std::min(kLookForSettledUs, settings_.tracker.quietUs), [this] { SettlePages(); });
+}
+
 void ProxyEngine::SettlePages() {
   for (const TabId id : tracker_.TakeSettled(loop_.Now().ToInternalValue())) LeavePage(id);
-  if (!pages_.empty()) settleTimer_.Start(kLookForSettledUs, [this] { SettlePages(); });
+  if (!pages_.empty()) WaitForSettled();
 }
 
 }  // namespace live

@@ -85,6 +85,7 @@ class ProxyEngine final : public RequestHandler {
   // For a request that belongs to no open page.
   std::shared_ptr<PageContext> ContextOutsidePages(const BrowserRequest& request) const;
   void LeavePage(host::TabId id);
+  void WaitForSettled();
   void SettlePages();
   bool IsFresh(const std::string& site, const std::string& url) const;
   host::NotServed WhyNotPreload(const std::string& site, const host::KnownResource& resource);

@@ -16,6 +16,7 @@
 #include <variant>
 #include <vector>
 
+#include "host/connection_group.h"
 #include "host/http/header_block.h"
 #include "host/link_policy.h"
 #include "host/task_scope.h"
@@ -79,13 +80,6 @@ int32_t ResultOf(CURLcode code) {
   }
 }
 
-// "https://a.test:8443"
-std::string GroupOf(const std::string& url) {
-  const GURL parsed(url);
-  return url.substr(0, url.find(':')) + "://" + parsed.host() + ":" +
-         std::to_string(parsed.EffectiveIntPort());
-}
-
 template <typename Value>
 Value Info(CURL* easy, CURLINFO what) {
   Value value{};
@@ -126,9 +120,9 @@ class CurlTransport::Impl {
 
   ~Impl() {
     for (auto& [id, transfer] : transfers_) {
-      if (transfer->easy != nullptr) curl_multi_remove_handle(multi_, transfer->easy.get());
+      if (transfer->easy != nullptr) RemoveUnfinished(transfer->easy.get());
     }
-    for (const Easy& easy : doomed_) curl_multi_remove_handle(multi_, easy.get());
+    RemoveDoomed();
     for (const auto& [easy, warming] : warming_) curl_multi_remove_handle(multi_, easy);
     transfers_.clear();
     doomed_.clear();
@@ -143,7 +137,7 @@ class CurlTransport::Impl {
 
   TransferId Start(const host::TransferRequest& request, host::TransferClient& client) {
     auto transfer = std::make_unique<Transfer>(*this, ++lastId_, request, client);
-    transfer->group = GroupOf(request.url);
+    transfer->group = host::ConnectionGroup(request.url);
     transfer->report.started = loop_.Now();
     groups_[transfer->group].waiting[Index(request.urgency)].push_back(transfer->id);
     const TransferId id = transfer->id;
@@ -199,7 +193,7 @@ class CurlTransport::Impl {
   }
 
   void Preconnect(const std::string& url, size_t count) {
-    const std::string key = GroupOf(url);
+    const std::string key = host::ConnectionGroup(url);
     Group& group = groups_[key];
     const bool secure = key.starts_with("https:");
     // A server that multiplexes keeps a connection that nothing was sent on; of the others only the socket
@@ -269,9 +263,7 @@ class CurlTransport::Impl {
     if (std::exchange(pumpPosted_, true)) return;
     tasks_.Post([this] {
       pumpPosted_ = false;
-      for (const Easy& easy : doomed_) curl_multi_remove_handle(multi_, easy.get());
-      doomed_.clear();
-      doomedLists_.clear();
+      RemoveDoomed();
       for (auto place = groups_.begin(); place != groups_.end();) {
         Dispatch(place->second);
         const Group& group = place->second;
@@ -281,6 +273,23 @@ class CurlTransport::Impl {
       }
       AfterCurl();
     });
+  }
+
+  void RemoveDoomed() {
+    for (const Easy& easy : doomed_) RemoveUnfinished(easy.get());
+    doomed_.clear();
+    doomedLists_.clear();
+  }
+
+  // libcurl 7.88 loses the body that it has buffered for a paused transfer unless the transfer goes on before
+  // it is removed; nobody hears of that body.
+  void RemoveUnfinished(CURL* easy) {
+    curl_easy_setopt(
+        easy, CURLOPT_WRITEFUNCTION, +[](char*, size_t size, size_t count, void*) { return size * count; });
+    curl_easy_setopt(
+        easy, CURLOPT_HEADERFUNCTION, +[](char*, size_t size, size_t count, void*) { return size * count; });
+    curl_easy_pause(easy, CURLPAUSE_CONT);
+    curl_multi_remove_handle(multi_, easy);
   }
 
   // Hands waiting transfers to libcurl, the browser's first, as far as there are connections for them.
@@ -573,7 +582,7 @@ class CurlTransport::Impl {
 
   // A handle that sets up a connection and sends nothing.
   void Warm(const std::string& key, bool multiplexed) {
-    if (warming_.size() >= upstream_.maxPreconnects) return;
+    if (warming_.size() >= settings_.maxPreconnects) return;
     Easy easy(curl_easy_init());
     CURL* const handle = easy.get();
     if (multiplexed) {

@@ -25,9 +25,8 @@ struct UpstreamSettings {
   size_t maxBufferedBytes = 256 * 1024;  // of a body whose client does not read, before the server is slowed
   int64_t connectTimeoutMs = 30'000;
 
-  // Connections that are opened before anybody needs them.
-  size_t maxPreconnects = 8;            // being set up at a time
-  int64_t keepPreconnectedMs = 30'000;  // unused, before they are closed
+  // How long a connection that was opened before anybody needed it is kept unused.
+  int64_t keepPreconnectedMs = 30'000;
 };
 
 // A request context that says which servers its transfers may reach.

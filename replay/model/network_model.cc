@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/connection_group.h"
 #include "host/link_policy.h"
 #include "replay/model/content.h"
 
@@ -37,7 +38,7 @@ NetworkModel::NetworkModel(host::VirtualClock& clock, const NetworkProfile& prof
       link_(clock, profile.downMbit.value_or(0) / 8, settings) {}
 
 NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
-  const std::string key = GroupKey(url);
+  const std::string key = host::ConnectionGroup(url);
   const auto [place, isNew] = groups_.try_emplace(key);
   Group& group = place->second;
   if (!isNew) return group;
@@ -112,6 +113,8 @@ void NetworkModel::Preconnect(const std::string& url, size_t count) {
   Group& group = GroupOf(url);
   const size_t most = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
   const size_t busy = Multiplexed(group) ? 0 : group.busy;
+  // Those that transfers wait for are as good as used.
+  if (!Multiplexed(group)) count += group.waiting[0].size() + group.waiting[1].size();
   while (group.idle.size() + group.connecting < count && group.idle.size() + group.connecting + busy < most) {
     OpenConnection(group);
   }
@@ -121,6 +124,15 @@ void NetworkModel::OpenConnections(const std::string& url) {
   Group& group = GroupOf(url);
   const size_t count = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
   group.idle.resize(count, {.connectUs = clock_.NowUs(), .fresh = false});
+}
+
+size_t NetworkModel::UnusedConnections() const {
+  size_t unused = 0;
+  for (const auto& [key, group] : groups_) {
+    unused += group.connecting;
+    for (const Connection& connection : group.idle) unused += connection.fresh ? 1 : 0;
+  }
+  return unused;
 }
 
 void NetworkModel::Reset(uint64_t contentVersion) {
@@ -210,15 +222,26 @@ void NetworkModel::Respond(host::TransferId id) {
 
 void NetworkModel::Receive(host::TransferId id) {
   const Transfer& transfer = transfers_.at(id);
-  const Request* const recorded = transfer.recorded;
+  ReceiveBytes(id, transfer.recorded, transfer.request.urgency, [this, id] { Complete(id); });
+}
+
+void NetworkModel::ReceiveBytes(uint64_t id, const Request* recorded, host::Urgency urgency,
+                                std::function<void()> done) {
   if (!profile_.downMbit) {  // as recorded
-    clock_.PostDelayed(recorded != nullptr ? ToUs(recorded->receiveMs) : 0, [this, id] { Complete(id); });
+    clock_.PostDelayed(recorded != nullptr ? ToUs(recorded->receiveMs) : 0, std::move(done));
     return;
   }
   int64_t bytes = static_cast<int64_t>(NotFoundBlock().size());
   if (recorded != nullptr)
     bytes = recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
-  link_.Add(id, bytes, transfer.request.urgency, [this, id] { Complete(id); });
+  link_.Add(id, bytes, urgency, std::move(done));
+}
+
+uint64_t NetworkModel::ReceiveAlone(const Request& recorded, host::Urgency urgency,
+                                    std::function<void()> done) {
+  const uint64_t id = ++lastId_;
+  ReceiveBytes(id, &recorded, urgency, std::move(done));
+  return id;
 }
 
 void NetworkModel::Complete(host::TransferId id) {

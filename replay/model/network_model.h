@@ -38,8 +38,16 @@ class NetworkModel final : public host::Transport {
   // Opens all connections that the URL's group may have, at once and for nothing.
   void OpenConnections(const std::string& url);
 
+  // Transfers a response over the link, and nothing else: without connection, round trip and server. `done`
+  // is called in a task of its own; the id is for SetReceivingUrgency, which ignores one that is done.
+  uint64_t ReceiveAlone(const Request& recorded, host::Urgency urgency, std::function<void()> done);
+  void SetReceivingUrgency(uint64_t id, host::Urgency urgency) { link_.SetUrgency(id, urgency); }
+
+  // Connections that were set up since the last Reset and have carried no request.
+  size_t UnusedConnections() const;
+
   // Closes every connection. Only while nothing is under way. The bodies of what
-  // follows are those of `contentVersion` (see replay/content.h).
+  // follows are those of `contentVersion` (see replay/model/content.h).
   void Reset(uint64_t contentVersion);
 
  private:
@@ -77,6 +85,7 @@ class NetworkModel final : public host::Transport {
   void HurryBlocking(Group& group);
   void Respond(host::TransferId id);
   void Receive(host::TransferId id);
+  void ReceiveBytes(uint64_t id, const Request* recorded, host::Urgency urgency, std::function<void()> done);
   void Complete(host::TransferId id);
   void Leave(Group& group, host::TransferId id, bool connectionIsGood);
 

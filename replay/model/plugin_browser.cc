@@ -198,9 +198,10 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
   clock_.Run();
   corvane_.PageLeft(kTab);
 
-  WayResult& way = visit.ways[static_cast<size_t>(Way::Plugin)];
+  WayResult& way = visit.ways[Index(Way::Plugin)];
   way = load.Finish();
   way.preloads = PreloadRows(load.StartUs());
+  way.unusedConnections = network_.UnusedConnections();
   visit.commands = corvane_.CommandCount() - commandsBefore;
   visit.unansweredCommands = corvane_.UnansweredCount() - unansweredBefore;
   visit.warnings = g_log.warnings - warningsBefore;
@@ -237,7 +238,7 @@ std::vector<PreloadRow> PluginBrowser::PreloadRows(int64_t startUs) const {
 }
 
 void PluginBrowser::Count(Visit& visit) const {
-  const WayResult& way = visit.ways[static_cast<size_t>(Way::Plugin)];
+  const WayResult& way = visit.ways[Index(Way::Plugin)];
   for (const RequestRow& row : way.requests) {
     if (row.request <= setup_->page.document) continue;
     switch (row.source) {

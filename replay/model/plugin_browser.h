@@ -15,7 +15,8 @@
 #include "replay/model/cookie_presence.h"
 #include "replay/model/disk_cache.h"
 #include "replay/model/network_model.h"
-#include "replay/model/ways.h"
+#include "replay/model/results.h"
+#include "replay/model/visit_setup.h"
 
 namespace replay {
 
@@ -29,7 +30,6 @@ class PluginBrowser {
 
   int64_t NowUs() const { return clock_.NowUs(); }
   void AdvanceTo(int64_t timeUs) { clock_.AdvanceTo(timeUs); }
-  const DiskCache& Cache() const { return diskCache_; }
   // What earlier visits of the page have taught; null before its first.
   const host::KnownPage* Known(const std::string& pageUrl) const { return corvane_.Database().Find(pageUrl); }
 

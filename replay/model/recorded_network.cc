@@ -4,8 +4,7 @@
 #include <array>
 #include <vector>
 
-#include "net/http/header_text.h"
-#include "url/gurl.h"
+#include "host/connection_group.h"
 
 namespace replay {
 namespace {
@@ -24,7 +23,7 @@ void KeepSmallest(double& smallest, double value) {
 
 void Add(Samples& samples, const Request& request) {
   ++samples.protocols[static_cast<size_t>(request.protocol)];
-  samples.secure = GroupKey(request.url).starts_with("https:");
+  samples.secure = host::ConnectionGroup(request.url).starts_with("https:");
   KeepSmallest(samples.rttMs, request.connectMs - request.sslMs);
   KeepSmallest(samples.connectMs, request.connectMs + request.dnsMs);
   KeepSmallest(samples.shortestWaitMs, request.waitMs);
@@ -46,13 +45,6 @@ double OverallRtt(const std::map<std::string, Samples>& groups) {
 
 }  // namespace
 
-std::string GroupKey(const std::string& url) {
-  const GURL parsed(url);
-  std::string key = url.substr(0, url.find(':') + 1);
-  std::transform(key.begin(), key.end(), key.begin(), net::ToLowerAscii);
-  return key + parsed.host() + ":" + std::to_string(parsed.EffectiveIntPort());
-}
-
 int ConnectRoundTrips(const RecordedGroup& group) {
   if (group.protocol == Protocol::Http3) return 1;
   return group.secure ? 2 : 1;
@@ -61,7 +53,7 @@ int ConnectRoundTrips(const RecordedGroup& group) {
 RecordedNetwork MeasureNetwork(const Recording& recording) {
   std::map<std::string, Samples> groups;
   for (const Page& page : recording.pages) {
-    for (const Request& request : page.requests) Add(groups[GroupKey(request.url)], request);
+    for (const Request& request : page.requests) Add(groups[host::ConnectionGroup(request.url)], request);
   }
   const double overallRtt = OverallRtt(groups);
   RecordedNetwork network;

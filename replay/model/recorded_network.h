@@ -18,11 +18,8 @@ struct RecordedGroup {
   double connectMs = 0;  // as recorded, with name lookup; else estimated from rttMs
 };
 
-// By GroupKey.
+// By host::ConnectionGroup.
 using RecordedNetwork = std::map<std::string, RecordedGroup>;
-
-// Scheme, host and port as one text.
-std::string GroupKey(const std::string& url);
 
 RecordedNetwork MeasureNetwork(const Recording& recording);
 

@@ -8,9 +8,9 @@
 
 #include "cutils/properties.h"
 #include "replay/model/page_plan.h"
+#include "replay/model/plain_ways.h"
 #include "replay/model/plugin_browser.h"
 #include "replay/model/recorded_network.h"
-#include "replay/model/ways.h"
 
 namespace replay {
 namespace {
@@ -38,10 +38,6 @@ host::HostSettings Settings(const ReplayOptions& options) {
   return settings;
 }
 
-WayResult& At(Visit& visit, Way way) {
-  return visit.ways[static_cast<size_t>(way)];
-}
-
 }  // namespace
 
 RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions& options,
@@ -57,6 +53,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
   PluginBrowser browser(plugin, recordedNetwork, options, settings);
   std::map<std::string, uint32_t> visitsOf;
   std::map<std::string, int64_t> leftUs;
+  PerWay<DiskCache> diskCaches;  // the plugin's way has the browser's
   const size_t loads = recording.pages.size() * RoundsOf(recording, options.visits);
   for (size_t load = 0; load < loads; ++load) {
     const size_t index = load % recording.pages.size();
@@ -71,7 +68,6 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
     } else if (load > 0) {
       browser.AdvanceTo(browser.NowUs() + kThinkUs);
     }
-    const DiskCache diskCache = browser.Cache();
     const VisitSetup setup = {.page = page,
                               .pageIndex = pageIndex,
                               .recordingIndex = recordingIndex,
@@ -79,13 +75,13 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
                               .recordedNetwork = recordedNetwork,
                               .options = options,
                               .settings = settings,
-                              .diskCache = diskCache,
                               .nowUs = browser.NowUs()};
-    At(visit, Way::Off) = RunOff(setup);
-    if (visit.repeat) {
-      const host::KnownPage* const known = browser.Known(visit.pageUrl);
-      At(visit, Way::Hints) = RunHints(setup, known);
-      At(visit, Way::Oracle) = RunOracle(setup, known);
+    const host::KnownPage* const known = browser.Known(visit.pageUrl);
+    for (const Way way : kWays) {
+      if (way == Way::Plugin) continue;
+      // A first visit in another way differs from `off` in what its disk cache holds alone.
+      WayResult run = RunPlainWay(way, setup, known, diskCaches[Index(way)]);
+      if (visit.repeat || IsRunOnFirstVisits(way)) visit.ways[Index(way)] = std::move(run);
     }
     browser.Load(setup, visit);
     leftUs[visit.pageUrl] = browser.NowUs();

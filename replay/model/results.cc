@@ -34,7 +34,7 @@ const char* FateText(PreloadFate fate) {
 }
 
 const WayResult& Of(const Visit& visit, Way way) {
-  return visit.ways[static_cast<size_t>(way)];
+  return visit.ways[Index(way)];
 }
 
 bool IsSlower(const Visit& visit) {

@@ -3,28 +3,24 @@
 #ifndef REPLAY_MODEL_RESULTS_H_
 #define REPLAY_MODEL_RESULTS_H_
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "host/not_served.h"
+#include "replay/model/ways.h"
 #include "replay/recording/recording.h"
 
 namespace replay {
-
-// The four ways in which a repeat visit is run.
-enum class Way { Off, Plugin, Hints, Oracle };
-inline constexpr std::array<Way, 4> kWays = {Way::Off, Way::Plugin, Way::Hints, Way::Oracle};
 
 // Where a request of the page got its response from.
 enum class Source {
   Network,    // its own transaction
   DiskCache,  // fresh in the HTTP cache: no transaction
   Served,     // held by the plugin
-  Joined,     // waited for a preload (or a hinted fetch) that was under way
-  Memory,     // known already (oracle), or fetched by a hint and complete
+  Joined,     // waited for a preload, or what stands for one in a way without the plugin, that was under way
+  Memory,     // there already, in a way without the plugin
 };
 
 const char* SourceText(Source source);  // "network", "disk cache", ...
@@ -64,14 +60,15 @@ struct WayResult {
   int64_t pageLoadUs = 0;
   std::vector<RequestRow> requests;  // in order of wantedUs
   std::vector<PreloadRow> preloads;  // plugin way only, in order of launch
+  uint64_t unusedConnections = 0;    // set up, and then not used for any request
 };
 
 struct Visit {
   size_t page = 0;  // index in Recording::pages
   std::string pageUrl;
-  uint32_t number = 1;            // of this page URL, counted from 1
-  bool repeat = false;            // only repeat visits have all four ways, and count in the figures
-  std::array<WayResult, 4> ways;  // by Way; of a first visit only Off and Plugin are filled
+  uint32_t number = 1;     // of this page URL, counted from 1
+  bool repeat = false;     // only repeat visits count in the figures
+  PerWay<WayResult> ways;  // of a first visit only those that IsRunOnFirstVisits
 
   // Of the plugin way. Sub-resources only: the navigation is not counted.
   uint64_t served = 0;

@@ -1,49 +1,37 @@
-// The three ways of running a page that need no plugin: as it is, with server hints, and with everything
-// known already there. Each runs on a clock and a network of its own. docs/replay-model.md says what each one
-// means.
+// The ways in which a visit is run: the one table of them. Any thread. docs/replay-model.md says more of
+// each.
 #ifndef REPLAY_MODEL_WAYS_H_
 #define REPLAY_MODEL_WAYS_H_
 
-#include <string_view>
-#include <unordered_map>
-
-#include "host/page_database.h"
-#include "host/settings.h"
-#include "host/transport.h"
-#include "replay/model/disk_cache.h"
-#include "replay/model/page_plan.h"
-#include "replay/model/recorded_network.h"
-#include "replay/model/replay_options.h"
-#include "replay/model/results.h"
-#include "replay/recording/recording.h"
+#include <array>
+#include <cstddef>
 
 namespace replay {
 
-// The requests that a GET of a URL is answered with, the first one of each URL. Texts are the recording's.
-using RequestIndex = std::unordered_map<std::string_view, const Request*>;
-void AddToIndex(const Page& page, RequestIndex& index);
+enum class Way { Off, Plugin, Hints, Preconnect, Reachable, Oracle };
 
-// All that the ways of one visit have in common.
-struct VisitSetup {
-  const Page& page;
-  const RequestIndex& pageIndex;       // of this page
-  const RequestIndex& recordingIndex;  // of all pages
-  const PagePlan& plan;
-  const RecordedNetwork& recordedNetwork;
-  const ReplayOptions& options;
-  const host::HostSettings& settings;
-  const DiskCache& diskCache;  // as the visit finds it
-  int64_t nowUs;               // when it begins, as the disk cache counts
+// In the order in which reports show them.
+inline constexpr std::array kWays = {Way::Off,        Way::Plugin,    Way::Hints,
+                                     Way::Preconnect, Way::Reachable, Way::Oracle};
+
+// One value for each way.
+template <typename Value>
+using PerWay = std::array<Value, kWays.size()>;
+
+constexpr size_t Index(Way way) {
+  return static_cast<size_t>(way);
+}
+
+struct WayWords {
+  const char* key;   // in files and headings
+  const char* text;  // what it is, after its name
 };
+const WayWords& WordsFor(Way way);
 
-// The request that a page's own transaction or a preload is answered with: this page's, else another load's.
-// Null when nobody recorded one.
-const Request* FindRecorded(const VisitSetup& setup, const host::TransferRequest& request);
-
-WayResult RunOff(const VisitSetup& setup);
-// `known` may be null: then nothing is.
-WayResult RunHints(const VisitSetup& setup, const host::KnownPage* known);
-WayResult RunOracle(const VisitSetup& setup, const host::KnownPage* known);
+// Whether first visits have this way as well. The others need what a visit has taught.
+constexpr bool IsRunOnFirstVisits(Way way) {
+  return way == Way::Off || way == Way::Plugin;
+}
 
 }  // namespace replay
 

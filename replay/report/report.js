@@ -90,7 +90,7 @@
       if (times) parts.push(source + ": " + describe(times) + (why ? " (" + why + ")" : ""));
       if (preloaded) parts.push(describePreload(preloaded, count, fate));
       const bar = barIn(row, "plugin", parts.length ? "Plugin: " + parts.join("; ") : "");
-      ["", "plugin", "hints", "oracle"].forEach((name, way) => {
+      ["", "plugin", "hints", "", "", "oracle"].forEach((name, way) => {
         if (name && visit.loads[way] !== null) mark(bar, "load " + name, visit.loads[way]);
       });
       if (preloaded) preload(bar, preloaded);

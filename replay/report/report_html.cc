@@ -177,7 +177,7 @@ Json VisitData(const Page& page, const Visit& visit, UrlNumbers& urls) {
   for (const Line& line : Lines(page, visit)) lines.push_back(LineData(line, urls));
   Json loads = Json::array();
   for (const Way way : kWays) {
-    const bool ran = visit.repeat || way == Way::Off || way == Way::Plugin;
+    const bool ran = visit.repeat || IsRunOnFirstVisits(way);
     loads.push_back(ran ? Json(Of(visit, way).pageLoadUs) : Json(nullptr));
   }
   return {{"page", urls.Of(visit.pageUrl)}, {"loads", loads}, {"lines", lines}};
@@ -227,7 +227,7 @@ std::string FigureCells(const Summary& summary) {
   const Figures medians = MedianLoads(summary);
   std::string html;
   if (!medians) {
-    html += R"(<td colspan="7" class="muted left">no repeat visit</td>)";
+    html += R"(<td colspan="9" class="muted left">no repeat visit</td>)";
   } else {
     for (const Way way : kWays) html += fmt::format("<td>{}</td>", MillisecondsText(At(medians, way)));
     const double off = At(medians, Way::Off);
@@ -243,12 +243,20 @@ std::string FigureCells(const Summary& summary) {
   return html;
 }
 
+std::string WayHeadings() {
+  std::string html;
+  for (const Way way : kWays) html += fmt::format(R"(<th scope="col">{}</th>)", WordsFor(way).key);
+  return html;
+}
+
 std::string RecordingsTable(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
                             const Summary& total) {
   std::string html =
       R"(<div class="scroll" tabindex="0" role="region" aria-label="Recordings"><table class="figures"><caption>Page load in ms, the median over repeat visits; gap closed, over all of them</caption><thead><tr>)"
-      R"(<th scope="col" class="left">Recording</th><th scope="col">Visits</th><th scope="col">Off</th><th scope="col">Plugin</th>)"
-      R"(<th scope="col">Hints</th><th scope="col">Oracle</th><th scope="col">Change</th><th scope="col">Gap closed</th>)"
+      R"(<th scope="col" class="left">Recording</th><th scope="col">Visits</th>)";
+  html += WayHeadings();
+  html +=
+      R"(<th scope="col">Change</th><th scope="col">Gap closed</th>)"
       R"(<th scope="col"><span class="hidden">Gap as a picture</span></th><th scope="col">Served</th><th scope="col">Joined</th>)"
       R"(<th scope="col">Fetched</th><th scope="col">Wasted</th><th scope="col">Slower</th></tr></thead><tbody>)";
   for (size_t index = 0; index < summaries.size(); ++index) {
@@ -295,8 +303,8 @@ std::string Headlines(const Summary& total) {
 std::string SpreadTable(const Summary& total) {
   if (total.loads.empty()) return "";
   std::string html =
-      R"(<table class="figures narrow"><caption>Page load over all repeat visits, ms</caption><thead><tr><th class="left"></th><th scope="col">Off</th>)"
-      R"(<th scope="col">Plugin</th><th scope="col">Hints</th><th scope="col">Oracle</th><th scope="col">Change</th></tr></thead><tbody>)";
+      R"(<table class="figures narrow"><caption>Page load over all repeat visits, ms</caption><thead><tr><th class="left"></th>)";
+  html += WayHeadings() + R"(<th scope="col">Change</th></tr></thead><tbody>)";
   const auto add = [&html](const char* name, const Figures& figures) {
     html += fmt::format(R"(<tr><th scope="row">{}</th>)", name);
     for (const Way way : kWays) html += fmt::format("<td>{}</td>", MillisecondsText(At(figures, way)));
@@ -356,9 +364,10 @@ std::string VisitFigures(const Visit& visit) {
       R"(<p class="visit-figures"><span class="off">Off <b>{}</b></span> <span class="plugin">Plugin <b>{}</b></span> )",
       load(Way::Off), load(Way::Plugin));
   if (visit.repeat) {
-    html += fmt::format(
-        R"(<span class="hints">Hints <b>{}</b></span> <span class="oracle">Oracle <b>{}</b></span> )",
-        load(Way::Hints), load(Way::Oracle));
+    for (const Way way : kWays) {
+      if (IsRunOnFirstVisits(way)) continue;
+      html += fmt::format(R"(<span class="{0}">{0} <b>{1}</b></span> )", WordsFor(way).key, load(way));
+    }
   }
   html += fmt::format(
       "<span>{} served, {} joined, {} fetched, {} from the disk cache</span> <span>{} preloaded, {} "

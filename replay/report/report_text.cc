@@ -129,10 +129,10 @@ Look LookOfGain(double gain, double off) {
   return gain * 100 > off ? Look::Good : Look::Plain;
 }
 
-// Page load by way and the gain: the six cells that rows of figures share.
+// Page load by way and the gain: the cells that rows of figures share.
 void AddFigures(Row& row, const Figures& figures, Look look) {
   if (!figures) {
-    row.insert(row.end(), 6, {"–", Look::Dim});
+    row.insert(row.end(), kWays.size() + 2, {"–", Look::Dim});
     return;
   }
   for (const Way way : kWays) row.push_back({MillisecondsText(At(figures, way)), look});
@@ -155,15 +155,27 @@ Row FiguresRow(const std::string& name, const Summary& summary, Look look) {
   return row;
 }
 
+void AddHeading(Row& row, std::initializer_list<const char*> names) {
+  for (const char* name : names) row.push_back({name, Look::Dim});
+}
+
 Row Heading(std::initializer_list<const char*> names) {
   Row row;
-  for (const char* name : names) row.push_back({name, Look::Dim});
+  AddHeading(row, names);
   return row;
 }
 
+// The names of what AddFigures adds.
+void AddFiguresHeading(Row& row) {
+  for (const Way way : kWays) AddHeading(row, {WordsFor(way).key});
+  AddHeading(row, {"  gain", "%"});
+}
+
 std::string RecordingsTable(const std::vector<Summary>& summaries, const Summary& total, bool colour) {
-  std::vector<Row> rows = {Heading({"recording", "visits", " off", "plugin", "hints", "oracle", "  gain", "%",
-                                    "gap", "  served", "joined", "fetched", "  wasted", "slower"})};
+  Row heading = Heading({"recording", "visits"});
+  AddFiguresHeading(heading);
+  AddHeading(heading, {"gap", "served", "joined", "fetched", "wasted", "slower"});
+  std::vector<Row> rows = {std::move(heading)};
   for (const Summary& summary : summaries) {
     rows.push_back(FiguresRow(PrintableText(summary.name), summary, Look::Plain));
   }
@@ -178,7 +190,9 @@ std::string Totals(const Summary& total, bool colour) {
   if (total.loads.empty()) {
     return "No page was visited twice, so there is nothing to compare. --visits repeats single loads.\n";
   }
-  std::vector<Row> rows = {Heading({"repeat visits, ms", "off", "plugin", "hints", "oracle", "gain", "%"})};
+  Row heading = Heading({"repeat visits, ms"});
+  AddFiguresHeading(heading);
+  std::vector<Row> rows = {std::move(heading)};
   const auto add = [&rows](const char* name, const Figures& figures) {
     Row row = {{name}};
     AddFigures(row, figures, Look::Plain);

@@ -6,10 +6,6 @@
 namespace replay {
 namespace {
 
-size_t Index(Way way) {
-  return static_cast<size_t>(way);
-}
-
 double Median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   const size_t middle = values.size() / 2;
@@ -28,9 +24,9 @@ double Mean(const std::vector<double>& values) {
 }
 
 template <typename Reduce>
-Figures PerWay(const Summary& summary, Reduce reduce) {
+Figures EachWay(const Summary& summary, Reduce reduce) {
   if (summary.loads.empty()) return std::nullopt;
-  std::array<double, 4> figures{};
+  PerWay<double> figures{};
   for (const Way way : kWays) {
     std::vector<double> values;
     for (const LoadTimes& loads : summary.loads) values.push_back(static_cast<double>(loads[Index(way)]));
@@ -97,15 +93,15 @@ void AddTo(Summary& total, const Summary& other) {
 }
 
 Figures MedianLoads(const Summary& summary) {
-  return PerWay(summary, Median);
+  return EachWay(summary, Median);
 }
 
 Figures Percentile95Loads(const Summary& summary) {
-  return PerWay(summary, Percentile95);
+  return EachWay(summary, Percentile95);
 }
 
 Figures MeanLoads(const Summary& summary) {
-  return PerWay(summary, Mean);
+  return EachWay(summary, Mean);
 }
 
 double At(const Figures& figures, Way way) {

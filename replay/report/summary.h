@@ -3,7 +3,6 @@
 #ifndef REPLAY_REPORT_SUMMARY_H_
 #define REPLAY_REPORT_SUMMARY_H_
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -14,7 +13,7 @@
 
 namespace replay {
 
-using LoadTimes = std::array<int64_t, 4>;  // page load time by Way, microseconds
+using LoadTimes = PerWay<int64_t>;  // page load time by Way, microseconds
 
 // Figures that can be added up. Everything that compares is of repeat visits only.
 struct Summary {
@@ -43,7 +42,7 @@ Summary Summarize(const RecordingResult& result);
 void AddTo(Summary& total, const Summary& other);
 
 // One figure per way over the repeat visits, in microseconds; nothing when there are none.
-using Figures = std::optional<std::array<double, 4>>;
+using Figures = std::optional<PerWay<double>>;
 Figures MedianLoads(const Summary& summary);        // the mean of the middle two when their number is even
 Figures Percentile95Loads(const Summary& summary);  // nearest rank
 Figures MeanLoads(const Summary& summary);

@@ -226,13 +226,12 @@ TEST_F(HostTest, NeverAsksForAUrlThatSharesItsHash) {
   EXPECT_EQ(Fetched(one), "200 body done 0");
 }
 
+// It posts one for a page that it knows and of which it has seen no request.
 TEST_F(HostTest, ThePluginsOwnCommandComesBackAfterItsDelay) {
-  Start({}, {{"net.cv.kiv.bypassen", "1"}, {"net.cv.kiv.bypassdl", "70"}});
-  Request();
-  See("frame-fresh");
-  corvane->CacheStatus(Url("frame-fresh"), true);  // stays known when the page is left
-  corvane->PageLeft(kTab);
-  Request(Url("frame-fresh"));
+  Start({.maxToldResources = 0}, {{"net.cv.kiv.bypassen", "1"}, {"net.cv.kiv.bypassdl", "70"}});
+  LearnAndRequest({"frame"});
+  Answer(0);
+  Request(Url("frame"), 2);
   const uint64_t before = corvane->CommandCount();
   clock.Run();
   EXPECT_EQ(clock.NowUs(), 70'000);
@@ -592,17 +591,55 @@ TEST_F(HostTest, TabsKeepApartWhatTheyLearnAndOrder) {
   clock.Run();
 }
 
+// The plugin knows one context and one set of headers for a page, whoever shows it.
+TEST_F(HostTest, TwoTabsOnOnePageHaveAContextEach) {
+  Start({}, {{"net.cv.kiv.prlimit", "1"}});
+  context.cookies = "c=1";
+  LearnAndRequest({"a", "b"});
+  {
+    Cookies other;
+    other.cookies = "c=2";
+    corvane->PageRequested(
+        {.tab = 2, .url = kPage, .context = &other, .isFresh = [](const std::string&) { return false; }});
+    corvane->TabClosed(2);
+  }
+  Answer(0);
+  ASSERT_EQ(transport.Urls(), " p:a p:b");
+  EXPECT_EQ(transport.transfers[1].request.context, &context);
+  EXPECT_EQ(transport.transfers[1].request.headers, "Accept: */*\r\nCookie: c=1\r\n\r\n");
+}
+
+// Queued preloads get their context from what the plugin knows of the page.
+TEST_F(HostTest, AnOpenPageStaysKnownToThePlugin) {
+  Start({.maxToldResources = 0}, {{"net.cv.kiv.prlimit", "1"}}, false);
+  LearnAndRequest({"a", "b", "c"});
+  Request("http://other.test/", 2);
+  corvane->TabClosed(2);
+  corvane->NetworkStackIsUp();
+  clock.RunFor(0);
+  ASSERT_EQ(transport.Urls(), " p:a") << "the flush was not for a page that has yet to order";
+  corvane->CacheStatus(kPage, false);
+  Answer(0);
+  EXPECT_EQ(transport.Urls(), " p:a p:b") << "nor does it go with its place in the disk cache";
+  Request("http://other.test/", 2);
+  corvane->ResourceSeen(2, {.url = kPage});
+  Answer(1);
+  EXPECT_EQ(transport.Urls(), " p:a p:b p:c") << "nor because another page shows it in a frame";
+}
+
 // The plugin would keep a frame as a resource of the page that it was first seen on, without the context that
 // the frame's own preloads need.
 TEST_F(HostTest, AFrameThatIsOpenedByItselfIsAPage) {
-  const std::string frame = Url("frame");
-  Start();
-  Request();
-  See("frame", ResourceKind::Document);
-  corvane->CacheStatus(frame, true);  // so that it stays known
-  corvane->PageLeft(kTab);
-  LearnAndRequest({"a"}, frame);
-  EXPECT_EQ(transport.Urls(), " p:a");
+  for (const char* name : {"frame", "frame-fresh"}) {
+    const std::string frame = Url(name);
+    Start();
+    Request();
+    See(name, ResourceKind::Document);
+    corvane->CacheStatus(frame, true);  // so that it stays known
+    corvane->PageLeft(kTab);
+    LearnAndRequest({"a"}, frame);
+    EXPECT_EQ(transport.Urls(), " p:a") << name;
+  }
 }
 
 TEST_F(HostTest, AnIdlePageLosesItsPreloads) {

@@ -2,9 +2,11 @@
 // and what the page database remembers for them.
 #include <gtest/gtest.h>
 
+#include "host/connection_group.h"
 #include "host/link_policy.h"
 #include "host/order_policy.h"
 #include "host/page_database.h"
+#include "host/preconnect_policy.h"
 #include "tests/support/scripted_transport.h"
 
 namespace host {
@@ -86,6 +88,72 @@ TEST(LinkPolicy, PreloadsYield) {
   }
 }
 
+TEST(ConnectionGroup, IsSchemeHostAndPort) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"http://a.test/x?y", "http://a.test:80"},      {"HTTPS://A.Test:443/", "https://a.test:443"},
+      {"https://a.test:8443", "https://a.test:8443"}, {"http://[::1]/", "http://[::1]:80"},
+      {"http://a.test:80", "http://a.test:80"},
+  };
+  for (const auto& [url, group] : rows) EXPECT_EQ(ConnectionGroup(url), group);
+}
+
+TEST(PreconnectPolicy, OpensWhatThePageWillNeedShortlyBeforeItDoes) {
+  struct Row {
+    KnownResource resource;
+    bool covered = false;
+  };
+  const auto seen = [](const char* url, int64_t askedMs, int64_t waitedMs, uint32_t visitsSeen = 4,
+                       uint32_t lastVisit = 4) {
+    return Row{{.url = std::string("http://") + url,
+                .askedUs = askedMs * 1000,
+                .waitedUs = waitedMs * 1000,
+                .visitsSeen = visitsSeen,
+                .lastVisit = lastVisit}};
+  };
+  const auto covered = [](Row row) { return row.covered = true, row; };
+  const auto late = [](Row row) { return row.resource.afterLoad = true, row; };
+  const struct {
+    std::vector<Row> resources;
+    const char* needs;  // "milliseconds:url*count"
+    const char* why;
+  } rows[] = {
+      {{}, "", "nothing is known"},
+      {{seen("a/1", 2500, 100), seen("b/1", 1200, 100)}, "200:http://b/1*1 1500:http://a/1*1 ", "by time"},
+      {{seen("a/1", 500, 100)}, "0:http://a/1*1 ", "needed before the lead has passed"},
+      {{seen("a/1", 700, 100), seen("a/2", 600, 100)}, "0:http://a/2*1 ", "one after the other"},
+      {{seen("a/1", 700, 100), seen("a/2", 600, 101), seen("a/3", 650, 10)},
+       "0:http://a/2*2 ",
+       "two at a time"},
+      {{seen("a/1", 9, 9), seen("a/2", 9, 9), seen("a/3", 9, 9)}, "0:http://a/1*2 ", "not more than two"},
+      {{seen("a/1", 9, 0), seen("a/2", 9, 0)}, "0:http://a/1*2 ", "at the same time, never answered"},
+      {{covered(seen("a/1", 9, 9)), covered(seen("a/2", 9, 9))}, "", "preloaded or fresh"},
+      {{covered(seen("a/1", 9, 9)), seen("a/2", 1209, 9)}, "209:http://a/2*1 ", "the other one needs it"},
+      {{late(seen("a/1", 9, 9))}, "", "after the load event nobody is kept waiting"},
+      {{seen("a/old", 9, 9, 1, 3), seen("a/half", 1500, 9, 2, 3)},
+       "500:http://a/half*1 ",
+       "gone, most likely"},
+      {{seen("a/new", 1500, 9, 1, 4)}, "500:http://a/new*1 ", "its like came on every visit"},
+      {{seen("seldom/1", 9, 9, 1, 4)}, "", "one visit in four"},
+      {{seen("unknown/1", 9, 9)}, "", "no visit is known to have used it"},
+  };
+  for (const auto& row : rows) {
+    KnownPage page{.visits = 4,
+                   .groups = {{"http://a:80", {.visitsSeen = 4, .lastVisit = 4}},
+                              {"http://b:80", {.visitsSeen = 2, .lastVisit = 4}},
+                              {"http://seldom:80", {.visitsSeen = 1, .lastVisit = 4}}}};
+    std::vector<bool> isCovered;
+    for (const Row& resource : row.resources) {
+      page.resources.push_back(resource.resource);
+      isCovered.push_back(resource.covered);
+    }
+    std::string needs;
+    for (const ConnectionNeed& need : DecidePreconnects(page, isCovered, {.preconnectLeadMs = 1000})) {
+      needs += std::to_string(need.atUs / 1000) + ":" + need.url + "*" + std::to_string(need.count) + " ";
+    }
+    EXPECT_EQ(needs, row.needs) << row.why;
+  }
+}
+
 class PageDatabaseTest : public testing::Test {
  protected:
   void Visit(const std::string& page, const std::vector<std::pair<const char*, std::vector<int>>>& seen) {
@@ -157,6 +225,29 @@ TEST_F(PageDatabaseTest, KnowsWhenAResourceWasAskedForAndHow) {
   EXPECT_TRUE(!known[1].beforePaint && !known[1].afterLoad && !known[1].withCredentials);
   EXPECT_EQ(known[1].headersToRepeat, "") << "too long to be kept";
   EXPECT_TRUE(known[2].afterLoad && !known[2].get);
+}
+
+TEST_F(PageDatabaseTest, KnowsWhenConnectionsAreNeededAndHowLong) {
+  const auto load = [this](const char* url, int64_t asked, int64_t answered) {
+    PageVisit visit("page", settings);
+    visit.ResourceSeen({.url = url}, asked);
+    if (answered >= 0) visit.ResponseSeen(url, Ok(), answered);
+    database.Remember(std::move(visit));
+    const KnownPage& page = *database.Find("page");
+    const KnownResource& known = page.resources.front();
+    return known.url + " " + std::to_string(known.askedUs) + "+" + std::to_string(known.waitedUs);
+  };
+  EXPECT_EQ(load("http://a.test/1", 500, 700), "http://a.test/1 500+200");
+  EXPECT_EQ(load("http://a.test/1", 400, -1), "http://a.test/1 400+200") << "it came from a cache";
+  EXPECT_EQ(load("http://a.test/2", 300, -1), "http://a.test/2 300+0");
+  const auto& groups = database.Find("page")->groups;
+  EXPECT_EQ(groups.at("http://a.test:80").visitsSeen, 3u) << "whatever the addresses";
+  for (int visits = 0; visits < 10; ++visits) load("http://b.test/", 0, 0);
+  EXPECT_EQ(groups.size(), 2u);
+  load("http://b.test/", 0, 0);
+  EXPECT_EQ(groups.size(), 1u) << "a was last seen eleven visits ago";
+  for (const char* url : {"http://c/", "http://d/", "http://e/", "http://f/"}) load(url, 0, 0);
+  EXPECT_EQ(groups.size(), 1u) << "more than there may be: those of the last visit";
 }
 
 }  // namespace

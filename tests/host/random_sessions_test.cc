@@ -70,7 +70,10 @@ class LyingTransport final : public Transport {
 
   std::map<std::string, int> versions;
 
+  std::set<const net::URLRequestContext*> contexts = {nullptr};  // that are alive
+
   TransferId Start(const TransferRequest& request, TransferClient& client) override {
+    EXPECT_TRUE(contexts.contains(request.context)) << "of a page that is gone: " << request.url;
     const TransferId id = ++lastId_;
     transfers_[id] = {request, &client, clock_.NowUs()};
     Later(id, 800, [this, id] { Respond(id); });
@@ -154,7 +157,12 @@ class LyingTransport final : public Transport {
   std::map<TransferId, Transfer> transfers_;
 };
 
+// The context of one page. It is gone as soon as the page is.
 struct CookieJar : net::URLRequestContext {
+  explicit CookieJar(LyingTransport& owner) : transport(owner) { transport.contexts.insert(this); }
+  ~CookieJar() { transport.contexts.erase(this); }
+
+  LyingTransport& transport;
   std::string cookies;
 
   std::string CookiesFor(const std::string& /*url*/) override { return cookies; }
@@ -264,21 +272,25 @@ class Session {
     if (what < 60) return StartLoad(tab);
     if (what < 85) return EndLoad();
     if (what < 90 && !loads_.empty()) return stack_->SetReading(AnyLoad().id, Draw(2) != 0);
-    if (what < 92) return corvane_->TabClosed(tab);
-    if (what < 94) return corvane_->PageLeft(tab);
+    if (what < 94)
+      return what < 92 ? corvane_->TabClosed(tab) : corvane_->PageLeft(tab), void(jars_.erase(tab));
     if (what < 95) return corvane_->SettleIdlePages();
-    if (what < 97) jar_.cookies = Draw(2) != 0 ? "c=" + std::to_string(Draw(3)) : "";
+    if (what < 97 && jars_.contains(tab)) jars_[tab]->cookies = AnyCookies();
     if (what == 97) corvane_->NetworkStackIsUp();
     if (what == 98) corvane_->LoadEvent(tab);
     if (what == 99 && Draw(4) == 0) EndHost();
   }
 
+  std::string AnyCookies() { return Draw(2) != 0 ? "c=" + std::to_string(Draw(3)) : ""; }
+
   void RequestPage(TabId tab) {
     pageUs_[tab] = clock_.NowUs();
     const int page = Draw(kPages);
+    const auto last = std::exchange(jars_[tab], std::make_unique<CookieJar>(transport_));
+    jars_[tab]->cookies = AnyCookies();
     corvane_->PageRequested({.tab = tab,
                              .url = "http://page.test/" + std::to_string(page),
-                             .context = Draw(10) != 0 ? &jar_ : nullptr,
+                             .context = Draw(10) != 0 ? jars_[tab].get() : nullptr,
                              .isFresh = [](const std::string& url) { return url.ends_with("7"); }});
     for (int i = 0; i < 6; ++i) {
       clock_.PostDelayed(Draw(3000) * 1000, [this, tab, resource = (2 * page + i) % kResources] {
@@ -296,7 +308,8 @@ class Session {
     load.url = url;
     load.method = Draw(25) == 0 ? "POST" : "GET";
     load.headers = Draw(12) == 0 ? "Accept-Language: de\r\n" : "Accept-Language: en\r\n";
-    if (!jar_.cookies.empty()) load.headers += "Cookie: " + jar_.cookies + "\r\n";
+    const std::string cookies = jars_.contains(tab) ? jars_[tab]->cookies : "";
+    if (!cookies.empty()) load.headers += "Cookie: " + cookies + "\r\n";
     load.version = transport_.versions[url];
     load.pageUs = pageUs_[tab];
     if (Draw(15) == 0) load.headers += "If-None-Match: \"" + std::to_string(Draw(4)) + "\"\r\n";
@@ -334,7 +347,7 @@ class Session {
   HostSettings settings_;
   VirtualClock clock_;
   LyingTransport transport_{clock_, random_};
-  CookieJar jar_;
+  std::map<TabId, std::unique_ptr<CookieJar>> jars_;
   std::deque<Load> loads_;
   std::map<TabId, int64_t> pageUs_;
   int depth_ = 0;

@@ -60,7 +60,8 @@ PreloadRow Preload(RequestRow& row, const Request& request, Visit& visit) {
 
 Visit MakeVisit(const Page& page, uint32_t number) {
   Visit visit{.pageUrl = page.requests[0].url, .number = number, .repeat = number > 1};
-  auto& [off, plugin, hints, oracle] = visit.ways;
+  WayResult& off = visit.ways[Index(Way::Off)];
+  WayResult& plugin = visit.ways[Index(Way::Plugin)];
   for (size_t index = 0; index < page.requests.size(); ++index) {
     RequestRow row = MakeRow(index);
     off.requests.push_back(row);
@@ -80,8 +81,8 @@ Visit MakeVisit(const Page& page, uint32_t number) {
     visit.wastedBytes = 777;
   }
   if (!visit.repeat) return visit;
-  hints.pageLoadUs = plugin.pageLoadUs - 1000;
-  oracle.pageLoadUs = off.pageLoadUs / 2;
+  visit.ways[Index(Way::Hints)].pageLoadUs = plugin.pageLoadUs - 1000;
+  visit.ways[Index(Way::Oracle)].pageLoadUs = off.pageLoadUs / 2;
   visit.commands = page.requests.size() * 4;
   return visit;
 }

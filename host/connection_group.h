@@ -1,0 +1,15 @@
+// Which connections a request can use. Any thread.
+#ifndef HOST_CONNECTION_GROUP_H_
+#define HOST_CONNECTION_GROUP_H_
+
+#include <string>
+
+namespace host {
+
+// The group of connections that leads to the URL's server: "https://a.test:8443", scheme and host in lower
+// case, with the port even where the URL has none.
+std::string ConnectionGroup(const std::string& url);
+
+}  // namespace host
+
+#endif  // HOST_CONNECTION_GROUP_H_
