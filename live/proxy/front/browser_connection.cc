@@ -7,6 +7,7 @@
 #include <utility>
 #include <variant>
 
+#include "live/proxy/front/handshake.h"
 #include "live/proxy/front/own_address.h"
 #include "live/proxy/front/tunnel.h"
 
@@ -123,7 +124,12 @@ void BrowserConnection::ReadMore() {
                       }
                       // Browsers close when they give a load up, so that the end of one direction is that of
                       // both here.
-                      if (error) return End(false);
+                      if (error) {
+                        if (!secureOrigin_.empty() && IsCertificateRefusal(error)) {
+                          front_.CertificateRefused(ParseHostPort(secureOrigin_.substr(8), 443)->host);
+                        }
+                        return End(false);
+                      }
                       if (phase_ == Phase::Leaving) {
                         thrownAway_ += count;
                         return thrownAway_ < kMostThrownAway ? ReadMore() : End(false);
@@ -147,7 +153,8 @@ void BrowserConnection::Advance() {
 // False when there is no whole head, or nothing more is to be read for this request.
 bool BrowserConnection::TakeHead() {
   if (!parser_) {
-    input_.erase(0, std::min(input_.find_first_not_of("\r\n"), input_.size()));  // after the last body
+    // Some clients send an empty line after a body.
+    input_.erase(0, std::min(input_.find_first_not_of("\r\n"), input_.size()));
     if (input_.empty()) {
       ReadMore();
       return false;
@@ -233,18 +240,29 @@ void BrowserConnection::BeginTunnel() {
     stream_->Tcp().cancel(ignored);
     return;
   }
-  const bool isConnect = request_.kind == RequestHead::Kind::Connect;
-  TunnelRequest tunnel{.target = request_.target};
-  if (isConnect) {
-    tunnel.toBrowser = "HTTP/1.1 200 Connection established\r\n\r\n";
-    tunnel.toServer = std::move(input_);
-  } else {
-    tunnel.toServer = request_.method + " " + request_.path +
-                      " HTTP/1.1\r\nHost: " + ToText(request_.target, 80) + "\r\n" + request_.headers +
-                      "Connection: Upgrade\r\nUpgrade: " + request_.upgrade + "\r\n\r\n" + input_;
-  }
   phase_ = Phase::Closed;
-  front_.replace(this, std::make_shared<Tunnel>(front_, std::move(stream_), std::move(tunnel)));
+  const bool secure = !secureOrigin_.empty();
+  if (request_.kind == RequestHead::Kind::Upgrade) {
+    const std::string head = request_.method + " " + request_.path +
+                             " HTTP/1.1\r\nHost: " + ToText(request_.target, secure ? 443 : 80) + "\r\n" +
+                             request_.headers + "Connection: Upgrade\r\nUpgrade: " + request_.upgrade +
+                             "\r\n\r\n";
+    front_.replace(
+        this, std::make_shared<Tunnel>(
+                  front_, std::move(stream_),
+                  TunnelRequest{.target = request_.target, .secure = secure, .toServer = head + input_}));
+    return;
+  }
+  const std::string established = "HTTP/1.1 200 Connection established\r\n\r\n";
+  if (front_.interceptor.Intercepts(request_.target.host)) {
+    front_.replace(this, std::make_shared<Handshake>(front_, std::move(stream_), request_.target, established,
+                                                     std::move(input_)));
+  } else {
+    front_.replace(this, std::make_shared<Tunnel>(front_, std::move(stream_),
+                                                  TunnelRequest{.target = request_.target,
+                                                                .toBrowser = established,
+                                                                .toServer = std::move(input_)}));
+  }
 }
 
 void BrowserConnection::BodyWasRead() {

@@ -9,6 +9,7 @@
 
 #include "live/loop/event_loop.h"
 #include "live/proxy/front/front_settings.h"
+#include "live/proxy/front/interceptor.h"
 #include "live/proxy/front/resolver.h"
 #include "live/proxy/front/stream.h"
 #include "live/proxy/request_handler.h"
@@ -35,12 +36,19 @@ struct FrontContext {
   const FrontSettings settings;
   const FrontObserver observer;
   Resolver resolver;
+  Interceptor interceptor;
   boost::asio::ip::tcp::endpoint self;  // where the server listens
 
   // Puts one in another's place, or removes it.
   std::function<void(const Channel* old, std::shared_ptr<Channel> next)> replace;
   std::function<void(const Channel* channel)> remove;
 
+  // A client has refused our certificate for the host.
+  void CertificateRefused(const std::string& host) {
+    interceptor.Except(host);
+    Tell("a client does not accept this proxy's certificate for " + host +
+         ", which is tunnelled from now on");
+  }
   int64_t NowUs() const { return loop.Now().ToInternalValue(); }
   void Tell(const std::string& message) const {
     if (observer.onMessage) observer.onMessage(message);

@@ -57,6 +57,7 @@ class FrontServer::Impl {
                .settings = settings,
                .observer = std::move(observer),
                .resolver = Resolver(loop),
+               .interceptor = Interceptor(settings),
                .self = EndpointFor(settings),
                .replace = [this](const Channel* old,
                                  std::shared_ptr<Channel> next) { Replace(old, std::move(next)); },

@@ -5,8 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "live/proxy/ca/authority.h"
 
 namespace live {
 
@@ -29,6 +32,15 @@ struct FrontSettings {
   // Where the names of tunnelled connections lead instead of to their own addresses:
   // "NAME:PORT:ADDRESS:PORT", an address of IPv6 in brackets.
   std::vector<std::string> connectTo;
+
+  // When set, TLS is accepted in the servers' place with its certificates, and what is asked for inside
+  // reaches the handler. When null, all tunnels stay closed to the proxy.
+  std::shared_ptr<const Authority> authority;
+  // Names, and all below them, that are tunnelled nevertheless.
+  std::vector<std::string> neverIntercept;
+  // What to trust instead of the system's authorities where the proxy opens TLS to servers by itself, for the
+  // WebSockets of intercepted connections: the path of a PEM file; empty for the system's.
+  std::string upstreamCaFile;
 
   size_t maxConnections = 512;           // tunnels among them; further ones wait to be accepted
   size_t maxHeaderBytes = 64 * 1024;     // of one request

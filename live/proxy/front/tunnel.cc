@@ -25,16 +25,23 @@ void Tunnel::Start() {
   dialer_->Dial(request_.target, [self](std::variant<Socket, Refusal> result) {
     if (self->closed_) return;
     if (const auto* const refusal = std::get_if<Refusal>(&result)) return self->Fail(*refusal);
-    self->Reached(MakePlainStream(std::move(std::get<Socket>(result))));
+    Socket& socket = std::get<Socket>(result);
+    self->request_.secure ? self->Secure(std::move(socket))
+                          : self->Reached(MakePlainStream(std::move(socket)));
   });
   Read(up_);  // a browser that goes away meanwhile is noticed
 }
 
 void Tunnel::Close() {
-  if (std::exchange(closed_, true)) return;
+  if (!std::exchange(closed_, true)) CloseBoth(false);
+}
+
+void Tunnel::CloseBoth(bool reset) {
   dialer_->Cancel();
-  browser_->Close(false);
-  if (server_ != nullptr) server_->Close(false);
+  browser_->Close(reset);
+  if (server_ != nullptr) server_->Close(reset);
+  Error ignored;
+  if (securing_ != nullptr) securing_->next_layer().close(ignored);
 }
 
 void Tunnel::LookAtClock(int64_t nowUs) {
@@ -43,6 +50,24 @@ void Tunnel::LookAtClock(int64_t nowUs) {
   if (nowUs - lastUs_ < limitMs * 1000) return;
   if (!connecting || !failure_.empty()) return End(false);
   Fail({504, "The server " + ToText(request_.target, 0) + " did not answer in time."});
+}
+
+void Tunnel::Secure(Socket socket) {
+  const std::string& host = request_.target.host;
+  securing_ = std::make_unique<TlsSocket>(std::move(socket), *front_.interceptor.ForServers());
+  SSL* const tls = securing_->native_handle();
+  const bool isAddress = X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(tls), host.c_str()) == 1;
+  if (!isAddress &&
+      (SSL_set1_host(tls, host.c_str()) != 1 || SSL_set_tlsext_host_name(tls, host.c_str()) != 1)) {
+    return Fail({502, "The server " + host + " cannot be reached over TLS."});
+  }
+  securing_->async_handshake(TlsSocket::client, [this, self = shared_from_this()](const Error& error) {
+    if (closed_ || !failure_.empty()) return;
+    if (!error) return Reached(MakeTlsStream(std::move(securing_)));
+    const long verified = SSL_get_verify_result(securing_->native_handle());
+    const std::string why = verified == X509_V_OK ? error.message() : X509_verify_cert_error_string(verified);
+    Fail({502, "The server " + ToText(request_.target, 0) + " cannot be reached over TLS: " + why + "."});
+  });
 }
 
 void Tunnel::Reached(std::unique_ptr<Stream> server) {
@@ -116,9 +141,7 @@ void Tunnel::Fail(const Refusal& refusal) {
 
 void Tunnel::End(bool reset) {
   if (std::exchange(closed_, true)) return;
-  dialer_->Cancel();
-  browser_->Close(reset);
-  if (server_ != nullptr) server_->Close(reset);
+  CloseBoth(reset);
   front_.remove(this);
 }
 

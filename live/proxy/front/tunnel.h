@@ -11,11 +11,13 @@
 #include "live/proxy/front/dialer.h"
 #include "live/proxy/front/request_head.h"
 #include "live/proxy/front/stream.h"
+#include "live/proxy/front/tls_stream.h"
 
 namespace live {
 
 struct TunnelRequest {
   HostPort target;
+  bool secure = false;    // over TLS, with the server's certificate verified
   std::string toBrowser;  // before the server's bytes, once the server is reached
   std::string toServer;   // before the browser's bytes
   bool explain = true;    // tell the browser in a response when the server cannot be reached
@@ -46,14 +48,17 @@ class Tunnel final : public Channel {
 
   void Read(Way& way);
   void Write(Way& way, const char* bytes, size_t count);
+  void Secure(Socket socket);
   void Reached(std::unique_ptr<Stream> server);
   void Fail(const Refusal& refusal);
   void EndWay(Way& way);
+  void CloseBoth(bool reset);
   void End(bool reset);
 
   FrontContext& front_;  // not used when closed
   TunnelRequest request_;
   std::unique_ptr<Stream> browser_, server_;
+  std::unique_ptr<TlsSocket> securing_;  // before it is the server's stream
   std::shared_ptr<Dialer> dialer_;
   Way up_, down_;
   std::string failure_;

@@ -187,9 +187,9 @@ TEST_F(HostileClients, WhoVanishesCancelsTheLoad) {
 }
 
 TEST_F(HostileClients, WhoDawdlesIsCutOff) {
-  settings.idleMs = 300;
-  settings.headMs = 300;
-  settings.stallMs = 300;
+  settings.idleMs = 500;
+  settings.headMs = 500;
+  settings.stallMs = 500;
   const struct {
     const char* sent;
     const char* received;
