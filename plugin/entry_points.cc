@@ -7,6 +7,7 @@
 #include "plugin/configuration.h"
 #include "plugin/kiv_proc_plugin.h"
 #include "plugin/plugin_state.h"
+#include "plugin/version.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ int32_t OnGetProcInfo(std::string& name, std::string& version) {
   kiv::GetPluginState();
   return OrElse(1, [&] {
     name = "kiv_plugin";
-    version = "6.0.3";
+    version = KIV_VERSION;
     return 1;
   });
 }
