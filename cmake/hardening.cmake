@@ -1,10 +1,12 @@
 # How optimised builds are hardened: stack protector, checked library calls, control-flow protection where the processor
-# has it, and no writable relocations. Sanitizers bring their own checks, and need unoptimised library calls.
+# has it, and no writable relocations. A sanitizer has its own checks, and replaces library calls itself.
 set(KIV_HARDENING)
-if(CMAKE_BUILD_TYPE STREQUAL RelWithDebInfo AND NOT KIV_SANITIZE)
+if(NOT KIV_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL Debug)
   set(KIV_HARDENING -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
-  if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
-    list(APPEND KIV_HARDENING -fcf-protection=full)
+  include(CheckCXXCompilerFlag)
+  check_cxx_compiler_flag(-fcf-protection KIV_HAS_CF_PROTECTION)
+  if(KIV_HAS_CF_PROTECTION)
+    list(APPEND KIV_HARDENING -fcf-protection)
   endif()
   add_compile_options(${KIV_HARDENING})
   add_link_options(LINKER:-z,relro LINKER:-z,now)

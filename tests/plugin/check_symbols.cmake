@@ -1,6 +1,7 @@
 # Compares the symbols of the library with what they should be: it exports its functions and nothing else, and imports
 # what the host's libraries (HOST) define, besides the C and C++ runtimes, whose symbols have versions.
 # Run as: cmake -DNM=... -DLIBRARY=... -DHOST=... -P check_symbols.cmake
+cmake_policy(VERSION 3.25)
 function(list_symbols file kind result)
   execute_process(COMMAND ${NM} -D ${kind} --format=posix ${file} OUTPUT_VARIABLE lines COMMAND_ERROR_IS_FATAL ANY)
   string(REGEX REPLACE " [^\n]*\n" ";" symbols "${lines}")
