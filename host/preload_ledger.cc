@@ -22,7 +22,7 @@ NotServed WhyNotAtHand(const PreloadRecord* record) {
     return NotServed::WentStale;  // else nobody asks here
   if (record->notOrdered != NotServed::None) return record->notOrdered;
   if (record->invalidated) return NotServed::Invalidated;
-  if (record->used || record->joined) return NotServed::UsedUp;
+  if (record->used) return NotServed::UsedUp;
   switch (record->stage) {
     case PreloadStage::Ordered:
       return record->limitReached ? NotServed::LimitReached : NotServed::BrowserAskedFirst;

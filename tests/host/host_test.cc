@@ -475,6 +475,7 @@ TEST_F(HostTest, AJoinerDoesNotWaitForAStalledPreload) {
   clock.RunFor(200'000);
   EXPECT_EQ(hearing.heard, "200 bo done -7");
   EXPECT_EQ(transport.Urls(), " xp:a xb:b xp:c b:a");
+  EXPECT_EQ(Get("a", waiting).why, NotServed::Failed) << "waiting for it was no use of it";
   clock.Run();
 }
 
