@@ -16,11 +16,6 @@
 namespace kiv {
 namespace {
 
-// What every preload is sent with. A network stack whose headers give other values would send preloads with
-// another priority and motive than the plugin was made for.
-static_assert(net::LOWEST == 3);
-static_assert(net::HttpRequestInfo::PREFETCH_MOTIVATED == 0);
-
 // Room beyond the bytes needed, at every growth of a body buffer.
 constexpr uint64_t kSlack = 10;
 
