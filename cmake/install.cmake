@@ -1,6 +1,6 @@
 # What `cmake --install` installs: the library, its headers, the programs with their man pages, and the files with which
-# CMake and pkg-config find them. Also the stand-in for the browser's libraries, which the programs need to run, and
-# with which a host can be built where there is no browser.
+# CMake and pkg-config find them. Also the stub of the browser's libraries, which the programs need to run, and with
+# which a host can be built without a browser.
 include(CMakePackageConfigHelpers)
 set(CMAKE_INSTALL_LIBDIR lib CACHE PATH "Where libraries are installed; programs look for the plugin in ../lib")
 include(GNUInstallDirs)
