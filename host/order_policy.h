@@ -25,6 +25,9 @@ struct OrderFacts {
   std::function<NotServed(const KnownResource& resource)> whyNot;
 };
 
+// Whether something was seen on so many of the page's visits that the next one is likely to need it.
+bool IsSeenOften(const KnownPage& page, uint32_t visitsSeen, const HostSettings& settings);
+
 // Why the plugin could not hold the resource's response, judged by its last request and response, or None if
 // it could. `sizeLimit` is that of OrderFacts.
 NotServed WhyNotHoldable(const KnownResource& resource, uint64_t sizeLimit);

@@ -8,16 +8,22 @@
 #include <vector>
 
 #include "replay/model/replay_options.h"
+#include "replay/report/report_formats.h"
 
 namespace replay {
+
+struct Output {
+  const ReportFormat* format;
+  std::string path;  // "-" is standard output
+};
 
 struct CommandLine {
   ReplayOptions replay;
   std::string pluginPath;               // empty: the library beside the program
   std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
-  std::string jsonPath;                 // of the reports: empty when not wanted, "-" for standard output
-  std::string htmlPath;
-  std::string harPath;
+  std::vector<Output> outputs;          // the reports that are wanted
+  bool force = false;                   // they may replace files that are not reports
+  std::string settingsPath;             // the file of --props; empty when there is none
   unsigned jobs = 1;
 };
 

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "replay/report/figure_text.h"
+#include "replay/report/printable_text.h"
 #include "replay/report/report_page.h"
 #include "replay/report/report_text.h"
 

@@ -23,6 +23,10 @@ Json Milliseconds(const Figures& figures, Way way) {
   return std::round(At(figures, way)) / 1e3;
 }
 
+std::string Line(const Json& object) {
+  return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 }  // namespace
 
 std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
@@ -61,7 +65,11 @@ std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
   line["skipped"] = Json(summary.skipped);
   Json& reasons = line["reasons"] = Json::object();
   for (const auto& [why, count] : summary.reasons) reasons[host::WordsFor(why).key] = count;
-  return line.dump(-1, ' ', false, Json::error_handler_t::replace);
+  return Line(line);
+}
+
+std::string JsonErrorLine(const std::string& name, const std::string& error) {
+  return Line({{"recording", name}, {"error", error}});
 }
 
 }  // namespace replay

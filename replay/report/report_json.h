@@ -12,6 +12,9 @@ namespace replay {
 // One object without the line's end. Bytes that are not UTF-8 come out as U+FFFD.
 std::string JsonLine(const Summary& summary, const ReplayOptions& options);
 
+// The same for a recording that could not be replayed: its name and why.
+std::string JsonErrorLine(const std::string& name, const std::string& error);
+
 }  // namespace replay
 
 #endif  // REPLAY_REPORT_REPORT_JSON_H_
