@@ -49,7 +49,7 @@ struct Page {
   double onContentLoadMs = -1;  // from the start of the page; -1 when unknown
   double onLoadMs = -1;
   std::vector<Request> requests;  // never empty
-  size_t document = 0;            // index of the main document: the first 2xx HTML row, else the first row
+  size_t document = 0;            // index of the main document, or of what stands in its place
 };
 
 struct Recording {
@@ -58,6 +58,7 @@ struct Recording {
   std::string browser;
   std::vector<Page> pages;                // in the order in which they were loaded
   std::map<std::string, size_t> skipped;  // rows that cannot be replayed, by reason
+  size_t fromCache = 0;                   // requests that the browser's own cache answered while it recorded
 };
 
 }  // namespace replay
