@@ -89,18 +89,19 @@ class ProxyProgramTest : public testing::Test {
   }
 
   std::string WithState(const std::string& words) const {
-    return words.find("--state") != std::string::npos ? words : "--state " + state + " " + words;
+    const bool hasState = words.find("--state") != std::string::npos;
+    const bool hasHosts = words.find("--hosts") != std::string::npos;
+    return (hasState ? "" : "--state " + state + " ") + (hasHosts ? "" : "--hosts " + hosts + " ") + words;
   }
 
   // Starts the program, and waits for its first line.
   void Start(const std::string& more = "") {
     output = folder.File("out");
     std::ofstream(output).close();
-    process.emplace(
-        std::vector<std::string>{"sh", "-c",
-                                 "exec " KIV_PROXY_PATH " --listen 127.0.0.1:0 --mark --state " + state +
-                                     " --hosts " + hosts + " " + more + " 2>" + folder.File("errors")},
-        output);
+    process.emplace(std::vector<std::string>{"sh", "-c",
+                                             "exec " KIV_PROXY_PATH " --listen 127.0.0.1:0 --mark " +
+                                                 WithState(more) + " 2>" + folder.File("errors")},
+                    output);
     ASSERT_TRUE(Eventually([this] { return Text(output).find('\n') != std::string::npos; }))
         << Text(folder.File("errors"));
     address = Text(output).substr(0, Text(output).find('\n'));
@@ -121,7 +122,9 @@ class ProxyProgramTest : public testing::Test {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
-  Answer Get(const std::string& url, const std::vector<std::string>& headers) {
+  // `caFile`: which certificates to trust.
+  Answer Get(const std::string& url, const std::vector<std::string>& headers,
+             const std::string& caFile = "") {
     const std::unique_ptr<CURL, void (*)(CURL*)> easy(curl_easy_init(), curl_easy_cleanup);
     Answer answer;
     curl_slist* list = nullptr;
@@ -130,6 +133,7 @@ class ProxyProgramTest : public testing::Test {
     curl_easy_setopt(easy.get(), CURLOPT_PROXY, address.c_str());
     curl_easy_setopt(easy.get(), CURLOPT_NOPROXY, "");
     curl_easy_setopt(easy.get(), CURLOPT_HTTPHEADER, list);
+    if (!caFile.empty()) curl_easy_setopt(easy.get(), CURLOPT_CAINFO, caFile.c_str());
     curl_easy_setopt(easy.get(), CURLOPT_WRITEFUNCTION, Append);
     curl_easy_setopt(easy.get(), CURLOPT_WRITEDATA, &answer.body);
     curl_easy_setopt(easy.get(), CURLOPT_HEADERFUNCTION, Append);
@@ -149,13 +153,13 @@ class ProxyProgramTest : public testing::Test {
     const Answer page = Get(Url("shop.test", "/"), {"Sec-Fetch-Dest: document", "Sec-Fetch-Mode: navigate",
                                                     "Sec-Fetch-Site: none", "Accept: text/html"});
     EXPECT_EQ(page.status, 200) << page.body;
-    EXPECT_EQ(page.body, std::string(1000, '/'));
+    EXPECT_TRUE(page.body == std::string(1000, '/')) << page.body;
     std::string marks;
     for (const auto& [host, path] : {std::pair("shop.test", "/a"), std::pair("cdn.test", "/b")}) {
       const Answer resource = Get(Url(host, path), {"Sec-Fetch-Dest: style", "Sec-Fetch-Mode: no-cors",
                                                     "Accept: text/css", "Referer: " + Url("shop.test", "/")});
       EXPECT_EQ(resource.status, 200) << resource.body;
-      EXPECT_EQ(resource.body, std::string(1000, path[1]));
+      EXPECT_TRUE(resource.body == std::string(1000, path[1])) << resource.body;
       marks += (marks.empty() ? "" : ", ") + resource.Mark();
     }
     return marks;
@@ -277,6 +281,36 @@ TEST_F(ProxyProgramTest, ServesPagesWhateverIsMissing) {
   }
 }
 
+TEST_F(ProxyProgramTest, StandsInForServersBeforeWhoTrustsItsAuthority) {
+  if (!tests::IsInstalled("nghttpd") || !tests::MakeCertificate(folder.Path())) {
+    GTEST_SKIP() << "nghttpd and openssl are needed";
+  }
+  folder.Write("index.html", "hello");
+  const int port = tests::FreePort();
+  const tests::ChildProcess secure({"nghttpd", "--htdocs=" + folder.Path(), std::to_string(port),
+                                    folder.File("key.pem"), folder.File("cert.pem")});
+  ASSERT_TRUE(tests::WaitForPort(port));
+  const std::string ca = folder.File("ca");
+  ASSERT_EQ(Run("ca --ca-dir " + ca), 0) << Text(folder.File("errors"));
+  std::string hash = Text(ca + "/spki");
+  ASSERT_EQ(hash.size(), 45u) << "a SHA-256 in base64, and the line's end";
+  hash.pop_back();
+  EXPECT_NE(Text(folder.File("out")).find("--ignore-certificate-errors-spki-list=" + hash), std::string::npos)
+      << Text(folder.File("out"));
+  EXPECT_EQ(Run("ca --ca-dir " + ca + " --only localhost"), 2) << "browsers may trust it already";
+  EXPECT_EQ(Text(ca + "/spki"), hash + "\n");
+
+  folder.Write("secure_hosts", "127.0.0.1 localhost\n");
+  Start("--intercept --ca-dir " + ca + " --hosts " + folder.File("secure_hosts") + " --connect-port " +
+        std::to_string(port) + " --upstream-ca " + folder.File("cert.pem"));
+  const Answer answer = Get("https://localhost/index.html", {"Sec-Fetch-Dest: document"}, ca + "/root.pem");
+  EXPECT_EQ(answer.result, CURLE_OK) << curl_easy_strerror(answer.result);
+  EXPECT_EQ(answer.body, "hello");
+  EXPECT_EQ(answer.Mark(), "network: not known yet");
+  EXPECT_EQ(Get("https://localhost/", {}, folder.File("cert.pem")).result, CURLE_PEER_FAILED_VERIFICATION)
+      << "it is not the server's own certificate";
+}
+
 TEST_F(ProxyProgramTest, RefusesBadOptionsWithStatusTwo) {
   const std::string har = folder.Write("old.har", "{}");
   const std::string busy = "127.0.0.1:" + std::to_string(server.Port());
@@ -291,14 +325,17 @@ TEST_F(ProxyProgramTest, RefusesBadOptionsWithStatusTwo) {
        "kiv_proxy: --prop: net.cv.kiv.prlimit must be a whole number from"},
       {"--har " + har, 2, "kiv_proxy: " + har + ": exists already"},
       {"--json /nowhere/at/all", 2, "kiv_proxy: /nowhere/at/all: cannot be written"},
-      {"--listen " + busy, 2, "kiv_proxy: " + busy},
+      {"--listen " + busy, 2, "kiv_proxy: cannot listen at " + busy},
       {"forget --state /dev/null", 1, "kiv_proxy: /dev/null: is not a file\n"},
       {"--help", 0, ""},
       {"--version", 0, ""},
       {"forget", 0, ""},
   };
   for (const auto& row : cases) {
-    EXPECT_EQ(Run(WithState(row.words)), row.status) << row.words;
+    EXPECT_EQ(Run(row.words.find("--state") == std::string::npos ? "--state " + state + " " + row.words
+                                                                 : row.words),
+              row.status)
+        << row.words;
     const std::string errors = Text(folder.File("errors"));
     EXPECT_EQ(errors.find(row.error), 0u) << row.words << ": " << errors;
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), row.error.empty() ? 0 : 1) << errors;
