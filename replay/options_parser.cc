@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "host/property_values.h"
+#include "plugin/version.h"
 #include "replay/recordings_to_read.h"
 
 namespace replay {
