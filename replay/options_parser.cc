@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "host/property_values.h"
+#include "plugin/version.h"
 #include "replay/recordings_to_read.h"
 
 namespace replay {
