@@ -41,4 +41,4 @@ endfunction()
 
 install_program(kiv_replay "replay recorded page loads with and without the preloading plugin")
 install_program(kiv_link "run commands at the two ends of a link with a given delay, rate and queue")
-install_program(kiv_proxy "load pages in a browser with and without the preloading plugin")
+install_program(kiv_proxy "a proxy for a browser that preloads what pages are going to need")
