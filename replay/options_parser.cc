@@ -9,10 +9,13 @@
 #include <charconv>
 #include <cmath>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 #include "host/property_values.h"
+#include "plugin/version.h"
+#include "replay/recordings_to_read.h"
 
 namespace replay {
 namespace {
@@ -47,6 +50,7 @@ struct Texts {
   std::string jobs;
   std::vector<std::string> properties;
   std::string propertiesFile;
+  std::string beaconsFile;
   std::string defaultRecording;
 };
 
@@ -153,6 +157,13 @@ void AddPropertiesOf(const std::string& path, std::map<std::string, std::string>
   if (!file.eof() || file.bad()) Refuse("--props", path + ": cannot be read");
 }
 
+std::string WholeFile(const char* option, const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  if (!file || !(text << file.rdbuf())) Refuse(option, path + ": cannot be read, or is empty");
+  return text.str();
+}
+
 bool OnOrOff(const char* option, const std::string& text) {
   if (text != "on" && text != "off") Refuse(option, fmt::format("'{}' is neither on nor off", text));
   return text == "on";
@@ -179,6 +190,8 @@ ReplayOptions Replay(const Texts& texts) {
   options.costs.slowStart = OnOrOff("--slow-start", texts.slowStart);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
+  if (!texts.beaconsFile.empty())
+    options.beacons = ParseBeaconList(WholeFile("--beacons", texts.beaconsFile));
   for (const std::string& property : texts.properties) AddProperty("--prop", property, options.properties);
   return options;
 }
@@ -200,7 +213,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   const auto text = [&app](const char* name, std::string& value, const char* what, const char* unit) {
     return app.add_option(name, value, what)->type_name(unit)->group("Options");
   };
-  app.add_option("RECORDING", line.recordings, "HAR files; - is standard input")->type_name("");
+  app.add_option("RECORDING", line.recordings,
+                 "HAR files, also gzip or zstd data; folders of them; @FILE for a list; - for standard input")
+      ->type_name("");
   text("--default", texts.defaultRecording, "the recording to replay when none is named", "FILE");
   text("--plugin", line.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
   app.add_option("--prop", texts.properties, "set a system property; may be repeated")
@@ -212,7 +227,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
   text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
   text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();
-  text("--visits", texts.visits, "loads made of a recording that holds a single load", "N")
+  text("--visits", texts.visits, "loads made of each page of a recording that loads no page twice", "N")
       ->capture_default_str();
   text("--revisit-after", texts.revisitAfter, "time between visits: 500ms, 90s, 30m, 1h, 2d", "TIME")
       ->capture_default_str();
@@ -233,6 +248,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
       ->capture_default_str();
   text("--slow-start", texts.slowStart, "on: connections begin with a small window", "on|off")
       ->capture_default_str();
+  text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
+       "FILE");
   text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
        "LEVEL");
   std::vector<std::string> paths(ReportFormats().size());
@@ -256,19 +273,22 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     std::replace(what.begin(), what.end(), '\n', ' ');
     Refuse("command line", what + " (see --help)");
   }
+  line.visitsGiven = app.count("--visits") > 0;
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
   }
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
   if (line.recordings.empty()) Refuse("RECORDING", "name at least one (see --help)");
-  if (std::count(line.recordings.begin(), line.recordings.end(), "-") > 1) {
-    Refuse("RECORDING", "standard input ('-') can be read once only");
-  }
+  RecordingsToRead found = FindRecordings(line.recordings);
+  line.recordings = std::move(found.recordings);
+  line.settingsPaths = std::move(found.lists);
   for (size_t index = 0; index < paths.size(); ++index) {
     if (!paths[index].empty()) line.outputs.push_back({&ReportFormats()[index], paths[index]});
   }
   line.replay = Replay(texts);
-  line.settingsPath = texts.propertiesFile;
+  for (const std::string& path : {texts.propertiesFile, texts.beaconsFile}) {
+    if (!path.empty()) line.settingsPaths.push_back(path);
+  }
   line.jobs = texts.jobs.empty() ? std::max(1U, std::thread::hardware_concurrency())
                                  : Count("--jobs", texts.jobs, 1, 1024);
   return line;

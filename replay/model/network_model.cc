@@ -178,6 +178,7 @@ void NetworkModel::Reset(uint64_t contentVersion) {
   knownNames_.clear();
   groups_.clear();
   transfers_.clear();
+  connections_ = 0;
 }
 
 // Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
@@ -225,6 +226,7 @@ int64_t NetworkModel::LookUp(Group& group) {
 
 void NetworkModel::OpenConnection(Group& group) {
   ++group.connecting;
+  ++connections_;
   tasks_.Post([this, &group, connectUs = clock_.NowUs()] { ReceiveCertificates(group, connectUs); },
               LookUp(group) + group.connectUs);
 }

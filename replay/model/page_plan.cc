@@ -22,7 +22,7 @@ double FirstByteMs(const Request& request) {
 // A request that was still under way after the load event cannot have held it up.
 bool BlocksLoad(const Page& page, const Request& request) {
   if (page.onLoadMs < 0) return true;
-  return request.startMs < page.onLoadMs && request.endMs <= page.onLoadMs + kLoadSlackMs;
+  return request.startMs < page.onLoadMs && request.endMs <= page.onLoadMs + kEventSlackMs;
 }
 
 // The latest request of each URL so far, and the redirects that lead to each.
@@ -105,7 +105,7 @@ double ReleaseMs(const PlannedRequest& planned, const Request& parent) {
 }
 
 PagePlan MakePlan(const Page& page, ParentRule rule) {
-  PagePlan plan;
+  PagePlan plan = {.document = page.document};
   Seen seen;
   Ends ends;
   double lastEndMs = 0;

@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
+#include <string>
 #include <string_view>
+
+#include "replay/model/page_plan.h"
 
 namespace replay {
 namespace {
@@ -74,8 +78,7 @@ ParentChoice ChooseParents(const Recording& recording, std::optional<ParentRule>
     chosen = rule.value_or(ParentRule::Inferred);
     if (errors.recordedMs.empty()) continue;
     if (!rule && Middle(errors.recordedMs) <= Middle(errors.inferredMs)) chosen = ParentRule::Recorded;
-    ++choice.chosenPages;
-    choice.errors.recordedMs.insert(choice.errors.recordedMs.end(), errors.recordedMs.begin(),
+      choice.errors.recordedMs.insert(choice.errors.recordedMs.end(), errors.recordedMs.begin(),
                                     errors.recordedMs.end());
     choice.errors.inferredMs.insert(choice.errors.inferredMs.end(), errors.inferredMs.begin(),
                                     errors.inferredMs.end());

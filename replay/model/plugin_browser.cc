@@ -52,7 +52,7 @@ PreloadFate FateOf(const host::PreloadRecord& record) {
   if (record.stage == host::PreloadStage::Failed) {
     return record.refused ? PreloadFate::Cancelled : PreloadFate::Failed;
   }
-  return PreloadFate::Wasted;
+  return PreloadFate::Unused;
 }
 
 }  // namespace
@@ -206,6 +206,7 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
 
   WayResult& way = visit.ways[Index(Way::Plugin)];
   way = load.Finish();
+  way.connections = network_.Connections();
   way.preloads = PreloadRows(load.StartUs());
   way.unusedConnections = network_.UnusedConnections();
   visit.commands = corvane_.CommandCount() - commandsBefore;
@@ -268,7 +269,7 @@ void PluginBrowser::Count(Visit& visit) const {
     const auto bytes = static_cast<uint64_t>(preload.bytes);
     visit.preloadedBytes += bytes;
     if (preload.fate != PreloadFate::Served && preload.fate != PreloadFate::Joined)
-      visit.wastedBytes += bytes;
+      visit.unusedBytes += bytes;
   }
 }
 

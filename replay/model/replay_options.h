@@ -7,9 +7,10 @@
 #include <optional>
 #include <string>
 
+#include "replay/model/beacons.h"
 #include "replay/model/network_costs.h"
 #include "replay/model/network_profiles.h"
-#include "replay/model/page_plan.h"
+#include "replay/model/parent_rule.h"
 
 namespace replay {
 
@@ -22,6 +23,7 @@ struct ReplayOptions {
   bool join = true;
   bool preconnect = true;
   std::optional<ParentRule> parents;              // nothing: chosen for each page
+  BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
 };
