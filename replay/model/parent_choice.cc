@@ -78,7 +78,7 @@ ParentChoice ChooseParents(const Recording& recording, std::optional<ParentRule>
     chosen = rule.value_or(ParentRule::Inferred);
     if (errors.recordedMs.empty()) continue;
     if (!rule && Middle(errors.recordedMs) <= Middle(errors.inferredMs)) chosen = ParentRule::Recorded;
-      choice.errors.recordedMs.insert(choice.errors.recordedMs.end(), errors.recordedMs.begin(),
+    choice.errors.recordedMs.insert(choice.errors.recordedMs.end(), errors.recordedMs.begin(),
                                     errors.recordedMs.end());
     choice.errors.inferredMs.insert(choice.errors.inferredMs.end(), errors.inferredMs.begin(),
                                     errors.inferredMs.end());

@@ -15,7 +15,8 @@ enum class ParentRule {
   Inferred,  // the script, stylesheet, data or frame that ended last before it, if that was just before
 };
 
-// How far off the starts of another load are that the rules predict, for the requests about which they differ.
+// How far off the starts of another load are that the rules predict, for the requests about which they
+// differ.
 struct StartErrors {
   std::vector<double> recordedMs;  // one for each request that was compared
   std::vector<double> inferredMs;  // of the same requests

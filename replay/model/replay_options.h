@@ -22,7 +22,7 @@ struct ReplayOptions {
   double revisitAfterMs = 3600e3;
   bool join = true;
   bool preconnect = true;
-  std::optional<ParentRule> parents;              // nothing: chosen for each page
+  std::optional<ParentRule> parents;  // nothing: chosen for each page
   BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity

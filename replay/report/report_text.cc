@@ -276,12 +276,14 @@ std::string Reasons(const Summary& total, bool colour) {
 }
 
 std::string Parents(const Summary& total) {
-  std::string text = fmt::format("\nLate requests wait for an inferred parent on {} pages, for the recorded one on {}",
-                                 total.inferredPages, total.recordedPages);
+  std::string text =
+      fmt::format("\nLate requests wait for an inferred parent on {} pages, for the recorded one on {}",
+                  total.inferredPages, total.recordedPages);
   const auto prediction = PredictionOf(total.startErrors);
   if (!prediction) return text + ".\n";
   text += fmt::format(
-      ":\nby it another load's starts are predicted with a median error of {:.0f} ms (recorded: {:.0f} ms), closer for "
+      ":\nby it another load's starts are predicted with a median error of {:.0f} ms (recorded: {:.0f} ms), "
+      "closer for "
       "{} of {}.\n",
       prediction->inferredMs, prediction->recordedMs, prediction->inferredCloser, prediction->requests);
   return text;

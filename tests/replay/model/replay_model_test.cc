@@ -439,8 +439,8 @@ TEST(PagePlan, ALateRequestWaitsForWhatEndedJustBefore) {
                    .kind = kind};
   };
   const Page first = {.requests = {row("", 0, 100, Kind::Document), row("script", 120, 500, Kind::Script),
-                                   row("image", 130, 590), row("picture", 590, 700),
-                                   row("gap", 601, 650), row("timer", 1100, 1200)}};
+                                   row("image", 130, 590), row("picture", 590, 700), row("gap", 601, 650),
+                                   row("timer", 1100, 1200)}};
   Page second = first;
   second.requests[1].endMs = 900;
   second.requests[2].endMs = 910;
