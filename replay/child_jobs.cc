@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,6 +12,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "replay/interruption.h"
+
 namespace replay {
 namespace {
 
@@ -17,6 +21,7 @@ struct Child {
   size_t index;
   pid_t process;
   int pipe;
+  std::string output;
 };
 
 [[noreturn]] void ThrowErrno(const char* what) {
@@ -32,13 +37,34 @@ void WriteAll(int file, const std::string& text) {
   }
 }
 
-Child Start(size_t index, const std::function<std::string(size_t)>& work, const std::vector<Child>& running) {
+// The children that run; the rest of them are killed when it goes.
+class Children {
+ public:
+  Children() = default;
+  ~Children() {
+    for (const Child& child : running) kill(child.process, SIGKILL);
+    for (const Child& child : running) {
+      close(child.pipe);
+      while (waitpid(child.process, nullptr, 0) < 0 && errno == EINTR) {
+      }
+    }
+  }
+  Children(const Children&) = delete;
+  Children& operator=(const Children&) = delete;
+
+  std::vector<Child> running;
+};
+
+Child Start(size_t index, const std::function<std::string(size_t)>& work, const std::vector<Child>& running,
+            const InterruptionWatch& watch) {
   int ends[2];
   if (pipe(ends) != 0) ThrowErrno("pipe");
   std::fflush(nullptr);  // else the child would print the parent's text again
   const pid_t process = fork();
   if (process < 0) ThrowErrno("fork");
   if (process == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // nobody would read what it makes
+    watch.LetGoInChild();
     close(ends[0]);
     for (const Child& other : running) close(other.pipe);
     WriteAll(ends[1], work(index));
@@ -67,31 +93,42 @@ std::string WaitFor(pid_t process) {
   return WEXITSTATUS(status) == 0 ? "" : fmt::format("ended with status {}", WEXITSTATUS(status));
 }
 
+// Which of the children have something to read; none after an interruption.
+std::vector<pollfd> WaitForOutput(const std::vector<Child>& running, const InterruptionWatch& watch) {
+  std::vector<pollfd> waits;
+  waits.reserve(running.size());
+  for (const Child& child : running) waits.push_back({.fd = child.pipe, .events = POLLIN, .revents = 0});
+  if (ppoll(waits.data(), waits.size(), nullptr, &watch.WaitMask()) < 0) {
+    if (errno != EINTR) ThrowErrno("poll");
+    for (pollfd& wait : waits) wait.revents = 0;
+  }
+  return waits;
+}
+
 }  // namespace
 
-std::vector<ChildOutcome> RunInChildren(size_t count, unsigned jobs,
-                                        const std::function<std::string(size_t)>& work,
-                                        const std::function<void(size_t)>& done) {
-  std::vector<ChildOutcome> outcomes(count);
-  std::vector<Child> running;
-  size_t started = 0, finished = 0;
-  while (finished < count) {
-    while (started < count && running.size() < jobs) running.push_back(Start(started++, work, running));
-    std::vector<pollfd> waits;
-    waits.reserve(running.size());
-    for (const Child& child : running) waits.push_back({.fd = child.pipe, .events = POLLIN, .revents = 0});
-    if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) ThrowErrno("poll");
+void RunInChildren(size_t count, unsigned jobs, const std::function<std::string(size_t)>& work,
+                   const std::function<void(size_t, ChildOutcome)>& onOutcome) {
+  const InterruptionWatch watch;
+  Children children;
+  std::vector<Child>& running = children.running;
+  size_t started = 0;
+  while (started < count || !running.empty()) {
+    while (started < count && running.size() < jobs) {
+      running.push_back(Start(started, work, running, watch));
+      ++started;
+    }
+    const std::vector<pollfd> waits = WaitForOutput(running, watch);
+    if (Interruption() != 0) return;
     for (size_t index = running.size(); index-- > 0;) {
-      if (waits[index].revents == 0) continue;
-      const Child child = running[index];
-      if (ReadSome(child.pipe, outcomes[child.index].output)) continue;
-      close(child.pipe);
-      outcomes[child.index].failure = WaitFor(child.process);
+      if (waits[index].revents == 0 || ReadSome(running[index].pipe, running[index].output)) continue;
+      Child child = std::move(running[index]);
       running.erase(running.begin() + static_cast<ptrdiff_t>(index));
-      done(++finished);
+      close(child.pipe);
+      std::string failure = WaitFor(child.process);
+      onOutcome(child.index, {.output = std::move(child.output), .failure = std::move(failure)});
     }
   }
-  return outcomes;
 }
 
 }  // namespace replay

@@ -1,24 +1,34 @@
 // kiv_replay: replays recordings, each in a process of its own, and writes the reports. One thread.
 #include <fmt/format.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <iostream>
+#include <map>
+#include <memory>
 
 #include "host/plugin_functions.h"
 #include "replay/child_jobs.h"
+#include "replay/interruption.h"
 #include "replay/model/replay.h"
 #include "replay/options_parser.h"
+#include "replay/output_check.h"
 #include "replay/output_file.h"
 #include "replay/recording/har_reader.h"
+#include "replay/recording/recording_check.h"
+#include "replay/recording/recording_names.h"
+#include "replay/report/printable_text.h"
 #include "replay/report/recording_report.h"
-#include "replay/report/report_html.h"
-#include "replay/report/report_json.h"
+#include "replay/report/report_formats.h"
 #include "replay/report/report_text.h"
 
 namespace replay {
@@ -29,30 +39,42 @@ std::string DefaultPluginPath() {
          "libkiv_proc_plugin.so";
 }
 
-RecordingReport Failed(ReplayStatus status, const std::string& error) {
+RecordingReport Failed(const std::string& name, ReplayStatus status, const std::string& error) {
   RecordingReport report;
   report.status = status;
   report.error = PrintableText(error);
+  report.summary.name = name;
   return report;
 }
 
-RecordingReport ReplayOne(size_t index, const CommandLine& line, const host::PluginFunctions& plugin) {
+// `name` is what the reports call it. Runs in a child process.
+RecordingReport ReplayOne(size_t index, const std::string& name, const CommandLine& line,
+                          const host::PluginFunctions& plugin) {
+  const std::string& path = line.recordings[index];
   Recording recording;
   try {
-    recording = ReadHarFile(line.recordings[index]);
+    recording = ReadHarFile(path);
   } catch (const std::exception& error) {
-    return Failed(ReplayStatus::BadInput, error.what());
+    return Failed(name, ReplayStatus::BadInput, error.what());
+  }
+  recording.name = name;
+  for (const std::string& why : {WhyNothingToReplay(recording), WhyTooLong(recording, line.replay)}) {
+    if (!why.empty()) return Failed(name, ReplayStatus::BadInput, name + ": " + why);
   }
   try {
     RecordingResult result = ReplayRecording(recording, line.replay, plugin);
     RecordingReport report;
     report.summary = Summarize(result);
-    if (!line.htmlPath.empty()) report.html = HtmlSectionOf(index, recording, result);
-    if (!line.harPath.empty()) report.har = HarPartOf(index, recording, result, line.replay);
+    report.recordingWarnings = WarningsOf(recording);
+    for (const Output& output : line.outputs) {
+      if (output.format->collect != nullptr) {
+        output.format->collect(index, recording, result, line.replay, report);
+      }
+    }
     report.logLines = std::move(result.logLines);
     return report;
   } catch (const std::exception& error) {
-    return Failed(ReplayStatus::Fault, line.recordings[index] + ": " + error.what());
+    return Failed(name, ReplayStatus::Fault, name + ": " + error.what());
   }
 }
 
@@ -81,25 +103,110 @@ class Progress {
   bool shown_;
 };
 
-RecordingReport ReportOf(const ChildOutcome& outcome, const std::string& recording) {
+RecordingReport ReportOf(const ChildOutcome& outcome, const std::string& name) {
   if (!outcome.failure.empty())
-    return Failed(ReplayStatus::Fault, recording + ": the replay " + outcome.failure);
+    return Failed(name, ReplayStatus::Fault, name + ": the replay " + outcome.failure);
   try {
     return Unpack(outcome.output);
   } catch (const std::runtime_error& error) {
-    return Failed(ReplayStatus::Fault, recording + ": " + error.what());
+    return Failed(name, ReplayStatus::Fault, name + ": " + error.what());
   }
 }
 
-std::vector<RecordingReport> ReplayAll(const CommandLine& line, const host::PluginFunctions& plugin) {
-  const Progress progress(line.recordings.size());
-  const auto work = [&line, &plugin](size_t index) { return Pack(ReplayOne(index, line, plugin)); };
-  const auto outcomes = RunInChildren(line.recordings.size(), line.jobs, work,
-                                      [&progress](size_t finished) { progress.Show(finished); });
-  std::vector<RecordingReport> reports;
-  for (size_t index = 0; index < outcomes.size(); ++index) {
-    reports.push_back(ReportOf(outcomes[index], line.recordings[index]));
+// The outputs that are written line by line. One that cannot be written keeps neither the others nor the
+// table back: the first failure is kept, and the output is given up.
+class LineOutputs {
+ public:
+  LineOutputs(const CommandLine& line) : options_(line.replay) {
+    for (const Output& output : line.outputs) {
+      if (output.format->lines == nullptr) continue;
+      streams_.emplace_back(output.format, std::make_unique<OutputStream>(output.path));
+    }
   }
+
+  void Write(const RecordingReport& report) {
+    WriteAll([&](const ReportFormat& format) { return format.lines(report, options_); });
+  }
+  // What comes after all of them, from those that were replayed; there is at least one.
+  void Finish(const std::vector<RecordingReport>& reports) {
+    WriteAll([&](const ReportFormat& format) { return format.lastLines(reports, options_); });
+  }
+  std::exception_ptr Failure() const { return failure_; }
+
+ private:
+  void WriteAll(const std::function<std::string(const ReportFormat&)>& textOf) {
+    for (auto& [format, stream] : streams_) {
+      if (stream == nullptr) continue;
+      try {
+        stream->Write(textOf(*format));
+      } catch (const std::exception&) {
+        if (failure_ == nullptr) failure_ = std::current_exception();
+        stream.reset();
+      }
+    }
+  }
+
+  const ReplayOptions& options_;
+  std::vector<std::pair<const ReportFormat*, std::unique_ptr<OutputStream>>> streams_;
+  std::exception_ptr failure_;
+};
+
+// Reports by index, given in any order and handed on in theirs.
+class InOrder {
+ public:
+  void Add(size_t index, RecordingReport report) { waiting_.emplace(index, std::move(report)); }
+  // The next one, when it is there.
+  std::optional<RecordingReport> Take() {
+    const auto next = waiting_.find(taken_);
+    if (next == waiting_.end()) return std::nullopt;
+    ++taken_;
+    return std::move(waiting_.extract(next).mapped());
+  }
+
+ private:
+  size_t taken_ = 0;
+  std::map<size_t, RecordingReport> waiting_;
+};
+
+void PrintErrorAndWarnings(const RecordingReport& report) {
+  if (report.status != ReplayStatus::Done) fmt::print(stderr, "kiv_replay: {}\n", report.error);
+  for (const std::string& warning : report.recordingWarnings) {
+    fmt::print(stderr, "kiv_replay: warning: {}: {}\n", PrintableText(report.summary.name),
+               PrintableText(warning));
+  }
+}
+
+// Every recording has a report, after an interruption as well.
+std::vector<RecordingReport> ReplayAll(const CommandLine& line, const host::PluginFunctions& plugin,
+                                       LineOutputs& lineOutputs) {
+  const std::vector<std::string> names = DistinctNames(line.recordings);
+  const size_t count = names.size();
+  const Progress progress(count);
+  InOrder inOrder;
+  std::vector<RecordingReport> reports;
+  const auto handOn = [&] {
+    while (auto report = inOrder.Take()) {
+      lineOutputs.Write(*report);
+      reports.push_back(std::move(*report));
+    }
+  };
+  std::vector<bool> finished(count);
+  size_t finishedCount = 0;
+  RunInChildren(
+      count, line.jobs, [&](size_t index) { return Pack(ReplayOne(index, names[index], line, plugin)); },
+      [&](size_t index, const ChildOutcome& outcome) {
+        finished[index] = true;
+        inOrder.Add(index, ReportOf(outcome, names[index]));
+        handOn();
+        progress.Show(++finishedCount);
+      });
+  for (size_t index = 0; index < count; ++index) {
+    if (!finished[index]) {
+      inOrder.Add(index,
+                  Failed(names[index], ReplayStatus::LeftOut, names[index] + ": left out, interrupted"));
+    }
+  }
+  handOn();
   return reports;
 }
 
@@ -113,40 +220,56 @@ std::string LogText(const std::vector<RecordingReport>& reports) {
   return text;
 }
 
-void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& reports) {
-  std::vector<Summary> summaries;
-  std::vector<HtmlSection> sections;
-  std::vector<HarPart> harParts;
-  std::string jsonLines;
-  for (const RecordingReport& report : reports) {
-    summaries.push_back(report.summary);
-    sections.push_back(report.html);
-    harParts.push_back(report.har);
-    jsonLines += JsonLine(report.summary, line.replay) + "\n";
+bool IsOnTerminal(FILE* file) {
+  return isatty(fileno(file)) == 1;
+}
+
+// A whole number from 20 on in the variable COLUMNS, else the width of the terminal, else 120.
+size_t ColumnsOf(FILE* file) {
+  constexpr size_t kFewest = 20;
+  const char* const text = std::getenv("COLUMNS");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  if (text != nullptr) {
+    size_t columns = 0;
+    const auto [end, error] = std::from_chars(text, text + std::strlen(text), columns);
+    if (error == std::errc() && *end == '\0' && columns >= kFewest) return columns;
   }
-  jsonLines += JsonSummaryLine(summaries, line.replay) + "\n";
-  // One that cannot be written keeps neither the others nor the table back.
-  std::exception_ptr failure;
-  const auto write = [&failure](const std::string& path, const auto& makeText) {
-    if (path.empty()) return;
+  winsize size{};
+  if (ioctl(fileno(file), TIOCGWINSZ, &size) == 0 && size.ws_col >= kFewest) return size.ws_col;
+  return Terminal().columns;
+}
+
+bool IsStandardOutputTaken(const CommandLine& line) {
+  return std::any_of(line.outputs.begin(), line.outputs.end(),
+                     [](const Output& output) { return output.path == "-"; });
+}
+
+// To standard output, unless a report goes there.
+void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& reports) {
+  FILE* const file = IsStandardOutputTaken(line) ? stderr : stdout;
+  const char* const noColor = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const Terminal terminal = {.colour = IsOnTerminal(file) && (noColor == nullptr || *noColor == '\0'),
+                             .columns = ColumnsOf(file)};
+  std::vector<Summary> summaries;
+  for (const RecordingReport& report : reports) summaries.push_back(report.summary);
+  const std::string text = LogText(reports) + TextReport(summaries, line.replay, terminal);
+  if (std::fwrite(text.data(), 1, text.size(), file) != text.size() || std::fflush(file) != 0) {
+    throw std::runtime_error("the table cannot be written");
+  }
+}
+
+// Of the recordings that were replayed. An output that cannot be written keeps neither the others nor the
+// table back.
+void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& reports,
+                  std::exception_ptr failure) {
+  for (const Output& output : line.outputs) {
+    if (output.format->file == nullptr) continue;
     try {
-      WriteOutput(path, makeText());
+      WriteOutput(output.path, output.format->file(reports, line.replay));
     } catch (const std::exception&) {
       if (failure == nullptr) failure = std::current_exception();
     }
-  };
-  write(line.jsonPath, [&] { return jsonLines; });
-  write(line.htmlPath, [&] { return HtmlReport(summaries, sections, line.replay); });
-  write(line.harPath, [&] { return HarFile(harParts); });
-
-  const bool outputTaken = line.jsonPath == "-" || line.htmlPath == "-" || line.harPath == "-";
-  FILE* const terminal = outputTaken ? stderr : stdout;
-  const char* const noColor = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): there is one thread
-  const bool colour = isatty(fileno(terminal)) == 1 && (noColor == nullptr || *noColor == '\0');
-  const std::string text = LogText(reports) + TextReport(summaries, line.replay, colour);
-  if (std::fwrite(text.data(), 1, text.size(), terminal) != text.size() || std::fflush(terminal) != 0) {
-    throw std::runtime_error("the table cannot be written");
   }
+  PrintTable(line, reports);
   if (failure != nullptr) std::rethrow_exception(failure);
 }
 
@@ -163,22 +286,75 @@ void WarnOfIgnoredVisits(const std::vector<RecordingReport>& reports) {
       count, reports.size(), PrintableText(first->summary.name), count > 1 ? ", …" : "");
 }
 
+void CheckPlaces(const CommandLine& line, const std::string& pluginPath) {
+  std::vector<PlannedOutput> outputs;
+  for (const Output& output : line.outputs) {
+    outputs.push_back({output.format->option, output.path, output.format->signature});
+  }
+  if (!IsStandardOutputTaken(line)) outputs.push_back({"standard output", "-", ""});  // by the table
+  std::vector<std::string> inputs = line.recordings;
+  inputs.push_back(pluginPath);
+  inputs.insert(inputs.end(), line.settingsPaths.begin(), line.settingsPaths.end());
+  CheckOutputs(outputs, inputs, line.force);
+}
+
+// The exit status: a fault of the program weighs more than bad input.
+int StatusOf(const std::vector<RecordingReport>& reports) {
+  ReplayStatus status = ReplayStatus::Done;
+  for (const RecordingReport& report : reports) {
+    if (report.status == ReplayStatus::Fault) return static_cast<int>(ReplayStatus::Fault);
+    if (report.status != ReplayStatus::Done) status = report.status;
+  }
+  return static_cast<int>(status);
+}
+
+// "a.har, b.har and 16 more".
+std::string SomeOf(const std::vector<std::string>& names) {
+  constexpr size_t kShown = 5;
+  std::string text;
+  for (size_t index = 0; index < std::min(names.size(), kShown); ++index) {
+    text += (index == 0 ? "" : ", ") + PrintableText(names[index]);
+  }
+  return names.size() > kShown ? text + fmt::format(" and {} more", names.size() - kShown) : text;
+}
+
+// Ends the process as the signal would have, so that whoever started it learns what happened.
+void EndBySignal(int number, const std::vector<std::string>& leftOut) {
+  fmt::print(stderr, "kiv_replay: ended early by signal {} ({})", number, sigdescr_np(number));
+  if (!leftOut.empty()) fmt::print(stderr, ", {} recordings left out: {}", leftOut.size(), SomeOf(leftOut));
+  fmt::print(stderr, "\n");
+  std::fflush(nullptr);
+  signal(number, SIG_DFL);
+  raise(number);
+}
+
 int Run(const std::vector<std::string>& arguments) {
   const auto line = ParseCommandLine(arguments, std::cout);
   if (!line) return EXIT_SUCCESS;
-  const host::LoadedPlugin plugin(line->pluginPath.empty() ? DefaultPluginPath() : line->pluginPath);
-  std::vector<RecordingReport> reports = ReplayAll(*line, plugin.Functions());
+  const std::string pluginPath = line->pluginPath.empty() ? DefaultPluginPath() : line->pluginPath;
+  CheckPlaces(*line, pluginPath);
+  const host::LoadedPlugin plugin(pluginPath);
+  LineOutputs lineOutputs(*line);
+  std::vector<RecordingReport> reports = ReplayAll(*line, plugin.Functions(), lineOutputs);
 
-  int status = EXIT_SUCCESS;
+  const int status = StatusOf(reports);
+  std::vector<std::string> leftOut;
   for (const RecordingReport& report : reports) {
-    if (report.status == ReplayStatus::Done) continue;
-    fmt::print(stderr, "kiv_replay: {}\n", report.error);
-    // A fault of the program weighs more than bad input.
-    if (status != static_cast<int>(ReplayStatus::Fault)) status = static_cast<int>(report.status);
+    if (report.status == ReplayStatus::LeftOut) {
+      leftOut.push_back(report.summary.name);
+    } else {
+      PrintErrorAndWarnings(report);
+    }
   }
   if (line->visitsGiven) WarnOfIgnoredVisits(reports);
   std::erase_if(reports, [](const RecordingReport& report) { return report.status != ReplayStatus::Done; });
-  if (!reports.empty()) WriteReports(*line, reports);  // else the reports of an earlier run stay
+  if (!reports.empty()) {
+    lineOutputs.Finish(reports);
+    WriteReports(*line, reports, lineOutputs.Failure());  // else the reports of an earlier run stay
+  } else if (lineOutputs.Failure() != nullptr) {
+    std::rethrow_exception(lineOutputs.Failure());
+  }
+  if (Interruption() != 0) EndBySignal(Interruption(), leftOut);
   return status;
 }
 

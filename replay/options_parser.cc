@@ -41,11 +41,13 @@ struct Texts {
   std::string visits = "3";
   std::string revisitAfter = "1h";
   std::string join = "on";
+  std::string preconnect = "on";
   std::string log;
   std::string jobs;
   std::vector<std::string> properties;
   std::string propertiesFile;
   std::string beaconsFile;
+  std::string defaultRecording;
 };
 
 [[noreturn]] void Refuse(const std::string& place, const std::string& what) {
@@ -170,6 +172,7 @@ ReplayOptions Replay(const Texts& texts) {
   options.visits = Count("--visits", texts.visits, 1, 1000);
   options.revisitAfterMs = Duration("--revisit-after", texts.revisitAfter);
   options.join = OnOrOff("--join", texts.join);
+  options.preconnect = OnOrOff("--preconnect", texts.preconnect);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
   if (!texts.beaconsFile.empty())
@@ -178,20 +181,9 @@ ReplayOptions Replay(const Texts& texts) {
   return options;
 }
 
-// Two writers of one place would spoil each other's text.
-void CheckPlaces(const CommandLine& line) {
-  const std::array<std::pair<const char*, const std::string*>, 3> reports = {
-      {{"--json", &line.jsonPath}, {"--html", &line.htmlPath}, {"--har-out", &line.harPath}}};
-  for (size_t second = 0; second < reports.size(); ++second) {
-    for (size_t first = 0; first < second; ++first) {
-      if (reports[second].second->empty() || *reports[first].second != *reports[second].second) continue;
-      Refuse(reports[second].first,
-             fmt::format("{} goes to '{}' already", reports[first].first, *reports[first].second));
-    }
-  }
-  if (std::count(line.recordings.begin(), line.recordings.end(), "-") > 1) {
-    Refuse("RECORDING", "standard input ('-') can be read once only");
-  }
+// An option without its value takes the next option for it.
+void CheckValue(const std::string& option, const std::string& value) {
+  if (value.starts_with("--")) Refuse(option, fmt::format("needs a value, got the option '{}'", value));
 }
 
 }  // namespace
@@ -206,7 +198,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   const auto text = [&app](const char* name, std::string& value, const char* what, const char* unit) {
     return app.add_option(name, value, what)->type_name(unit)->group("Options");
   };
-  app.add_option("RECORDING", line.recordings, "HAR files; - is standard input")->required()->type_name("");
+  app.add_option("RECORDING", line.recordings, "HAR files; - is standard input")->type_name("");
+  text("--default", texts.defaultRecording, "the recording to replay when none is named", "FILE");
   text("--plugin", line.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
   app.add_option("--prop", texts.properties, "set a system property; may be repeated")
       ->type_name("NAME=VALUE")
@@ -224,13 +217,17 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   text("--join", texts.join, "on: a request waits for its preload under way; off: it is fetched twice",
        "on|off")
       ->capture_default_str();
+  text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
+      ->capture_default_str();
   text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
        "FILE");
   text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
        "LEVEL");
-  text("--json", line.jsonPath, "write one JSON object per recording and line", "FILE");
-  text("--html", line.htmlPath, "write a report with waterfalls", "FILE");
-  text("--har-out", line.harPath, "write the simulated loads with the plugin", "FILE");
+  std::vector<std::string> paths(ReportFormats().size());
+  for (size_t index = 0; index < paths.size(); ++index) {
+    text(ReportFormats()[index].option, paths[index], ReportFormats()[index].what, "FILE");
+  }
+  app.add_flag("--force", line.force, "let a report replace a file that is not one");
   text("--jobs", texts.jobs, "recordings replayed at a time [number of cores]", "N");
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
@@ -248,10 +245,23 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     Refuse("command line", what + " (see --help)");
   }
   line.visitsGiven = app.count("--visits") > 0;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
+  }
+  if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
+  if (line.recordings.empty()) Refuse("RECORDING", "name at least one (see --help)");
+  if (std::count(line.recordings.begin(), line.recordings.end(), "-") > 1) {
+    Refuse("RECORDING", "standard input ('-') can be read once only");
+  }
+  for (size_t index = 0; index < paths.size(); ++index) {
+    if (!paths[index].empty()) line.outputs.push_back({&ReportFormats()[index], paths[index]});
+  }
   line.replay = Replay(texts);
+  for (const std::string& path : {texts.propertiesFile, texts.beaconsFile}) {
+    if (!path.empty()) line.settingsPaths.push_back(path);
+  }
   line.jobs = texts.jobs.empty() ? std::max(1U, std::thread::hardware_concurrency())
                                  : Count("--jobs", texts.jobs, 1, 1024);
-  CheckPlaces(line);
   return line;
 }
 

@@ -8,16 +8,22 @@
 #include <vector>
 
 #include "replay/model/replay_options.h"
+#include "replay/report/report_formats.h"
 
 namespace replay {
 
+struct Output {
+  const ReportFormat* format;
+  std::string path;  // "-" is standard output
+};
+
 struct CommandLine {
   ReplayOptions replay;
-  std::string pluginPath;               // empty: the library beside the program
-  std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
-  std::string jsonPath;                 // of the reports: empty when not wanted, "-" for standard output
-  std::string htmlPath;
-  std::string harPath;
+  std::string pluginPath;                  // empty: the library beside the program
+  std::vector<std::string> recordings;     // at least one; "-", at most once, is standard input
+  std::vector<Output> outputs;             // the reports that are wanted
+  bool force = false;                      // they may replace files that are not reports
+  std::vector<std::string> settingsPaths;  // the files of --props and --beacons, where they were given
   unsigned jobs = 1;
   bool visitsGiven = false;  // replay.visits was asked for
 };

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace replay {
 namespace {
@@ -69,6 +70,20 @@ void WriteOutput(const std::string& path, const std::string& text) {
   } else {
     WriteDirectly(path, text);
   }
+}
+
+OutputStream::OutputStream(std::string path) : path_(std::move(path)) {}
+
+OutputStream::~OutputStream() {
+  if (file_ > STDOUT_FILENO) close(file_);
+}
+
+void OutputStream::Write(const std::string& text) {
+  if (file_ < 0) {
+    file_ =
+        path_ == "-" ? STDOUT_FILENO : open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  }
+  if (file_ < 0 || !WriteAll(file_, text)) Refuse(path_ == "-" ? "standard output" : path_);
 }
 
 }  // namespace replay

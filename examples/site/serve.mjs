@@ -1,6 +1,6 @@
 // Serves a site for measurements: on its real ports, over HTTP/1.1, and over HTTPS with HTTP/2 on ports of their own.
 // Every response becomes a line of the log.
-import {mkdtempSync, openSync, writeSync} from 'node:fs';
+import {mkdtempSync, openSync, readFileSync, writeSync} from 'node:fs';
 import http from 'node:http';
 import http2 from 'node:http2';
 import {isIPv4} from 'node:net';
@@ -31,11 +31,12 @@ Usage: node examples/site/serve.mjs [OPTIONS]
   --lifetimes as-written|short        short: what may be stored is stale after two seconds [as-written]
   --hints none|preload|early-hints    name what a page needs first in Link headers of its response, or in a
                                       103 response before it as well [none]
+  --hints-file FILE                   read the choice of --hints from this file at each request
   --log FILE                          append a JSON object for each response
 
 HTTP uses ports 80, 8080 and so on as in the pages' addresses; HTTPS the same and 363 more: 443, 8443 and so on.
 Prints one JSON object when it serves: pages, resolver rules for a browser, and for HTTPS the CA's path and the hash of
-the server's public key.
+the server's public key. SIGUSR2 closes all connections, as a server does with those that have been idle.
 `;
 
 export class UsageError extends Error {}
@@ -51,6 +52,7 @@ export async function serveSite(options, listenPort = (port) => port) {
   const toHttps = httpsRewriter(hosts);
   const log = options.log === undefined ? undefined : openSync(options.log, 'a');
   const servers = [];
+  const sockets = new Set();
   const ports = new Map(); // those of the site to those listened on
   for (const scheme of schemes) {
     for (const plainPort of new Set([...site.origins.keys()].map((origin) => Number(origin.split(':')[1] ?? 80)))) {
@@ -58,6 +60,10 @@ export async function serveSite(options, listenPort = (port) => port) {
       const handle = handler({site, options, scheme, plainPort, toHttps, log});
       const server = scheme === 'https' ? http2.createSecureServer({...certificates, allowHTTP1: true}, handle) : http.createServer(handle);
       server.keepAliveTimeout = 60000;
+      server.on('connection', (socket) => {
+        sockets.add(socket);
+        socket.once('close', () => sockets.delete(socket));
+      });
       await new Promise((resolve, reject) => {
         server.once('error', reject);
         server.listen(listenPort(port), options.bind, resolve);
@@ -73,6 +79,7 @@ export async function serveSite(options, listenPort = (port) => port) {
     ca: certificates?.caPath,
     spki: certificates?.spki,
     ports,
+    closeConnections: () => sockets.forEach((socket) => socket.destroy()),
     close: () => servers.forEach((server) => { server.close(); server.closeAllConnections?.(); }),
   };
 }
@@ -102,13 +109,14 @@ function handler({site, options, scheme, plainPort, toHttps, log}) {
     const socketBytesBefore = socket.bytesWritten;
     const authority = request.headers[':authority'] ?? request.headers.host ?? '';
     const origin = authority.split(':')[0] + (plainPort === 80 ? '' : `:${plainPort}`);
-    const hints = options.hints === 'none' ? undefined : site.hints;
+    const choice = options['hints-file'] === undefined ? options.hints : readFileSync(options['hints-file'], 'utf8').trim();
+    const hints = choice === 'none' ? undefined : site.hints;
     const settings = {
       ...plain,
       lifetimes: options.lifetimes,
       validates: true,
       links: (path) => (hints?.get(`http://${origin}${path}`) ?? []).map((link) => (scheme === 'https' ? toHttps(link) : link)),
-      earlyHints: options.hints === 'early-hints',
+      earlyHints: choice === 'early-hints',
       rewrite: scheme === 'https' ? toHttps : undefined,
     };
     const isComplete = new Promise((resolve) => response.once('close', () => resolve(response.writableFinished)));
@@ -148,7 +156,7 @@ export function parseOptions(args) {
   try {
     ({values} = parseArgs({args, options: {
       site: text('site'), bind: text('127.0.0.1'), addresses: text(), protocols: text('both'), 'ca-dir': text(),
-      lifetimes: text('as-written'), hints: text('none'), log: text(), help: {type: 'boolean'},
+      lifetimes: text('as-written'), hints: text('none'), 'hints-file': text(), log: text(), help: {type: 'boolean'},
     }}));
   } catch (error) {
     throw new UsageError(`${error.message} (see --help)`);
@@ -168,8 +176,9 @@ export function parseOptions(args) {
 async function main() {
   const options = parseOptions(process.argv.slice(2));
   if (options.help) return console.log(HELP);
-  const {ports, close, ...told} = await serveSite(options);
+  const {ports, close, closeConnections, ...told} = await serveSite(options);
   console.log(JSON.stringify(told));
+  process.on('SIGUSR2', closeConnections);
   for (const signal of ['SIGINT', 'SIGTERM']) process.once(signal, () => process.exit(0));
 }
 

@@ -19,6 +19,9 @@ namespace {
 // Between two pages that are loaded one after the other.
 constexpr int64_t kThinkUs = 10'000'000;
 
+// Loads begin in the year 2000, and dates have four digits for the year.
+constexpr double kMostVisitsMs = 7999 * 365.0 * 86400e3;
+
 const std::string& UrlOf(const Page& page) {
   return page.requests.front().url;
 }
@@ -35,11 +38,19 @@ host::HostSettings Settings(const ReplayOptions& options) {
   host::HostSettings settings;
   settings.socketsPerGroup = options.socketsPerGroup;
   settings.joinRunning = options.join;
+  settings.preconnect = options.preconnect;
   settings.verboseLevel = options.logLevel.value_or(0);
   return settings;
 }
 
 }  // namespace
+
+std::string WhyTooLong(const Recording& recording, const ReplayOptions& options) {
+  const size_t loads = recording.pages.size() * RoundsOf(recording, options.visits);
+  if (static_cast<double>(loads) * options.revisitAfterMs <= kMostVisitsMs) return "";
+  return std::to_string(loads) + " loads with that time between visits would end after the year 9999; " +
+         "make --revisit-after or --visits smaller";
+}
 
 RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions& options,
                                 const host::PluginFunctions& plugin) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <stdexcept>
 
 namespace replay {
@@ -34,18 +35,27 @@ std::string_view Text(JsonValue value) {
   return value.get_string().get(unescaped) == simdjson::SUCCESS ? unescaped : token;
 }
 
-std::optional<double> NumberInText(std::string_view text) {
+// A number that no figure can be made of: "nan", "inf", or one beyond what a double holds.
+struct NotFinite {
+  const char* place;  // in the JSON text
+};
+
+// A number written as a string, as some recorders do; nothing for other text.
+std::optional<double> NumberInText(std::string_view text, const char* place) {
   double number = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool whole = error == std::errc() && stop == text.data() + text.size();
-  return whole ? std::optional(number) : std::nullopt;
+  if (stop != text.data() + text.size() || error == std::errc::invalid_argument) return std::nullopt;
+  if (error != std::errc() || !std::isfinite(number)) throw NotFinite{place};
+  return number;
 }
 
 std::optional<double> Number(JsonValue value) {
   const json_type type = value.type();
-  if (type == json_type::string) return NumberInText(Text(value));
+  const char* const place = value.raw_json_token().data();
+  if (type == json_type::string) return NumberInText(Text(value), place);
+  if (type != json_type::number) return std::nullopt;
   double number = 0;
-  if (type != json_type::number || value.get_double().get(number) != simdjson::SUCCESS) return std::nullopt;
+  if (value.get_double().get(number) != simdjson::SUCCESS || !std::isfinite(number)) throw NotFinite{place};
   return number;
 }
 
@@ -310,13 +320,12 @@ const char* Describe(simdjson::error_code error) {
   }
 }
 
-[[noreturn]] void FailAt(const std::string& name, simdjson::error_code error, std::string_view json,
-                         size_t offset) {
+[[noreturn]] void FailAt(const std::string& name, const char* what, std::string_view json, size_t offset) {
   const std::string_view before = json.substr(0, std::min(offset, json.size()));
   const auto line = std::count(before.begin(), before.end(), '\n') + 1;
   const size_t lineStart = before.rfind('\n') + 1;  // 0 when there is none
   Fail(name, "line " + std::to_string(line) + ", column " + std::to_string(before.size() - lineStart + 1) +
-                 " (byte " + std::to_string(before.size()) + "): " + Describe(error));
+                 " (byte " + std::to_string(before.size()) + "): " + what);
 }
 
 // Where the iteration stands; the end when it is through. What is unclosed is noticed at the start, and
@@ -364,7 +373,7 @@ HarLog ParseHar(std::string_view json, const std::string& name,
   simdjson::ondemand::document document;
   const simdjson::padded_string_view padded(json, json.size() + kJsonPadding);
   if (const auto error = parser.iterate(padded).get(document)) {
-    FailAt(name, error, whole, whole.size() - json.size() + FirstStageFault(error, json));
+    FailAt(name, Describe(error), whole, whole.size() - json.size() + FirstStageFault(error, json));
   }
   try {
     HarLog log = ReadDocument(document, name, onEntry);
@@ -374,7 +383,9 @@ HarLog ParseHar(std::string_view json, const std::string& name,
     }
     return log;
   } catch (const simdjson::simdjson_error& fault) {
-    FailAt(name, fault.error(), whole, SecondStageFault(fault.error(), document, whole));
+    FailAt(name, Describe(fault.error()), whole, SecondStageFault(fault.error(), document, whole));
+  } catch (const NotFinite& number) {
+    FailAt(name, "not a finite number", whole, static_cast<size_t>(number.place - whole.data()));
   }
 }
 

@@ -14,7 +14,8 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, repeats, rea
                                    commands, unansweredCommands, warnings, skipped)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HtmlSection, number, text)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HarPart, pages, entries)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RecordingReport, status, error, summary, html, har, logLines)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RecordingReport, status, error, recordingWarnings, summary, html, har,
+                                   logLines)
 
 std::string Pack(const RecordingReport& report) {
   std::string bytes;

@@ -11,12 +11,14 @@
 
 namespace replay {
 
-// What became of the recording; the numbers are the program's exit statuses.
-enum class ReplayStatus { Done = 0, Fault = 1, BadInput = 2 };
+// What became of the recording; the numbers are the program's exit statuses. What is left out after an
+// interruption was not replayed.
+enum class ReplayStatus { Done = 0, Fault = 1, BadInput = 2, LeftOut = 130 };
 
 struct RecordingReport {
   ReplayStatus status = ReplayStatus::Done;
-  std::string error;  // one line when it is not Done; the rest is empty then
+  std::string error;  // one line when it is not Done; the rest is then empty, except the summary's name
+  std::vector<std::string> recordingWarnings;  // one line each: why its figures may mislead
   Summary summary;
   HtmlSection html;  // empty when not wanted, as `har` is
   HarPart har;

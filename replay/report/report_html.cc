@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "replay/report/figure_text.h"
+#include "replay/report/printable_text.h"
 #include "replay/report/report_page.h"
 #include "replay/report/report_text.h"
 #include "replay/report/report_waterfall.h"

@@ -109,8 +109,8 @@ void AddFigures(Json& line, const Summary& summary) {
   for (const auto& [why, count] : summary.reasons) reasons[host::WordsFor(why).key] = count;
 }
 
-std::string Dump(const Json& line) {
-  return line.dump(-1, ' ', false, Json::error_handler_t::replace);
+std::string Line(const Json& object) {
+  return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 }  // namespace
@@ -122,7 +122,11 @@ std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
   AddCounts(line, summary);
   AddMedians(line, summary.repeats);
   AddFigures(line, summary);
-  return Dump(line);
+  return Line(line);
+}
+
+std::string JsonErrorLine(const std::string& name, const std::string& error) {
+  return Line({{"recording", name}, {"error", error}});
 }
 
 std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options) {
@@ -135,7 +139,7 @@ std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayO
   AddCounts(line, total);
   line["headline"] = HeadlineIsOfCopies(total.repeats) ? "copies" : "real";
   AddFigures(line, total);
-  return Dump(line);
+  return Line(line);
 }
 
 }  // namespace replay

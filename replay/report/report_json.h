@@ -14,6 +14,9 @@ namespace replay {
 // One object without the line's end. Bytes that are not UTF-8 come out as U+FFFD.
 std::string JsonLine(const Summary& summary, const ReplayOptions& options);
 
+// The same for a recording that could not be replayed: its name and why.
+std::string JsonErrorLine(const std::string& name, const std::string& error);
+
 // The last line, over all recordings.
 std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options);
 

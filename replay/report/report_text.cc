@@ -5,11 +5,11 @@
 #include <algorithm>
 
 #include "replay/report/figure_text.h"
+#include "replay/report/printable_text.h"
 
 namespace replay {
 namespace {
 
-constexpr size_t kColumns = 120;
 constexpr size_t kShortestName = 12;
 
 // A table of text: cells of a row, and how a cell is to look. The first column is left-aligned.
@@ -19,32 +19,6 @@ struct Cell {
   Look look = Look::Plain;
 };
 using Row = std::vector<Cell>;
-
-// Length of the UTF-8 sequence that starts at `at`; 0 when there is none.
-size_t SequenceLength(const std::string& text, size_t at) {
-  const auto byte = [&text](size_t index) { return static_cast<unsigned char>(text[index]); };
-  const unsigned char lead = byte(at);
-  const size_t length = lead < 0x80   ? 1
-                        : lead < 0xC2 ? 0
-                        : lead < 0xE0 ? 2
-                        : lead < 0xF0 ? 3
-                        : lead < 0xF5 ? 4
-                                      : 0;
-  if (length == 0 || at + length > text.size()) return 0;
-  for (size_t index = at + 1; index < at + length; ++index) {
-    if ((byte(index) & 0xC0) != 0x80) return 0;
-  }
-  const bool overlong = (lead == 0xE0 && byte(at + 1) < 0xA0) || (lead == 0xF0 && byte(at + 1) < 0x90);
-  const bool outside = (lead == 0xED && byte(at + 1) > 0x9F) || (lead == 0xF4 && byte(at + 1) > 0x8F);
-  return overlong || outside ? 0 : length;
-}
-
-// C0, DEL and C1.
-bool IsControl(const std::string& text, size_t at, size_t length) {
-  const auto lead = static_cast<unsigned char>(text[at]);
-  if (length == 1) return lead < 0x20 || lead == 0x7F;
-  return length == 2 && lead == 0xC2 && static_cast<unsigned char>(text[at + 1]) < 0xA0;
-}
 
 // Columns on a terminal, wide characters as two.
 size_t Columns(const std::string& text) {
@@ -99,11 +73,11 @@ std::vector<size_t> Widths(const std::vector<Row>& rows) {
 }
 
 // Shortens the names in the first column until the lines fit the terminal.
-void FitNames(std::vector<Row>& rows, size_t separator) {
+void FitNames(std::vector<Row>& rows, size_t separator, size_t columns) {
   const std::vector<size_t> widths = Widths(rows);
   size_t others = 0;
   for (size_t column = 1; column < widths.size(); ++column) others += separator + widths[column];
-  const size_t room = std::max(kShortestName, kColumns - std::min(kColumns, others));
+  const size_t room = std::max(kShortestName, columns - std::min(columns, others));
   for (Row& row : rows) row[0].text = Shorten(row[0].text, room);
 }
 
@@ -173,7 +147,7 @@ Row RecordingRow(const Summary& summary) {
   return row;
 }
 
-std::string RecordingsTable(const std::vector<Summary>& summaries, bool colour) {
+std::string RecordingsTable(const std::vector<Summary>& summaries, const Terminal& terminal) {
   Row heading = Heading({"recording", "visits", " paint", "plugin", "gain"});
   for (const Way way : kRowWays)
     heading.push_back({way == Way::Off ? " load" : WordsFor(way).key, Look::Dim});
@@ -184,12 +158,12 @@ std::string RecordingsTable(const std::vector<Summary>& summaries, bool colour) 
     rows.push_back(RecordingRow(summary));
     copies = copies || HeadlineIsOfCopies(summary.repeats);
   }
-  FitNames(rows, 1);
-  std::string text = Print(rows, colour, " ");
+  FitNames(rows, 1, terminal.columns);
+  std::string text = Print(rows, terminal.colour, " ");
   text +=
       Painted("Medians over repeat visits, ms; paint and load are without the plugin, gains are per visit.",
-              Look::Dim, colour);
-  if (copies) text += Painted(" c: copies of the one recorded load.", Look::Dim, colour);
+              Look::Dim, terminal.colour);
+  if (copies) text += Painted(" c: copies of the one recorded load.", Look::Dim, terminal.colour);
   return text + "\n";
 }
 
@@ -308,11 +282,13 @@ std::string Skipped(const Summary& total, bool colour) {
 
 }  // namespace
 
-std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options, bool colour) {
+std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options,
+                       const Terminal& terminal) {
+  const bool colour = terminal.colour;
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
   return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
-         ConditionsText(options) + "\n\n" + RecordingsTable(summaries, colour) + Groups(total, colour) +
+         ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) + Groups(total, colour) +
          Reasons(total, colour) + Skipped(total, colour);
 }
 
@@ -325,23 +301,10 @@ std::string ConditionsText(const ReplayOptions& options) {
   text += fmt::format(", {} sockets, revisit after {}", options.socketsPerGroup,
                       DurationText(options.revisitAfterMs));
   text += options.join ? ", joining" : ", not joining";
+  if (!options.preconnect) text += ", no preconnects";
   for (const auto& [name, value] : options.properties)
     text += fmt::format(", {}={}", name, PrintableText(value));
   return text;
-}
-
-std::string PrintableText(const std::string& text) {
-  std::string printable;
-  for (size_t at = 0; at < text.size();) {
-    const size_t length = SequenceLength(text, at);
-    if (length == 0 || IsControl(text, at, length)) {
-      printable += '?';
-    } else {
-      printable.append(text, at, length);
-    }
-    at += std::max<size_t>(length, 1);
-  }
-  return printable;
 }
 
 }  // namespace replay

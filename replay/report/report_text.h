@@ -1,4 +1,4 @@
-// The figures as text for a terminal of 120 columns.
+// The figures as text for a terminal.
 #ifndef REPLAY_REPORT_REPORT_TEXT_H_
 #define REPLAY_REPORT_REPORT_TEXT_H_
 
@@ -10,15 +10,19 @@
 
 namespace replay {
 
+// What the text is shown on.
+struct Terminal {
+  bool colour = false;  // it understands terminal escapes
+  size_t columns = 120;
+};
+
 // The table with a row per recording, then the totals, why sub-resources were not served, and what of the
-// recordings could not be replayed. Ends with a line's end. `colour` allows terminal escapes.
-std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options, bool colour);
+// recordings could not be replayed. Ends with a line's end.
+std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options,
+                       const Terminal& terminal);
 
 // "4g, 9 Mbit/s, round trip 170 ms, 6 sockets, revisit after 1 h, joining": the conditions of the figures.
 std::string ConditionsText(const ReplayOptions& options);
-
-// Text that a terminal can show in one line: control characters and bytes that are not UTF-8 become '?'.
-std::string PrintableText(const std::string& text);
 
 }  // namespace replay
 

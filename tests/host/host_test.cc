@@ -193,7 +193,7 @@ TEST_F(HostTest, OnePreloadAfterTheOtherWhateverTheirEnds) {
 }
 
 TEST_F(HostTest, APreloadIsSentAsThePageWouldSendIt) {
-  Start();
+  Start({.minSeenShare = 0.4});
   context.cookies = "c=1";
   repeated = "Accept: image/*\r\nOrigin: http://page.test\r\nCookie: old\r\nRange: bytes=0-\r\n\r\n";
   LearnAndRequest({"a"});
@@ -524,13 +524,61 @@ TEST_F(HostTest, AJoinerThatDoesNotReadSlowsDownWhatThePluginDoesNotBound) {
   EXPECT_TRUE(slow.heard.ends_with(" done 0"));
 }
 
+// --- Connections ahead of their use
+
+TEST_F(HostTest, OpensConnectionsForWhatIsNeitherOrderedNorFresh) {
+  const auto visit = [this](const std::string& late) {
+    Request();
+    corvane->ResourceSeen(kTab, {.url = "http://held.test/a"});
+    corvane->ResponseSeen(kTab, "http://held.test/a", Ok());
+    clock.RunFor(300'000);
+    corvane->ResourceSeen(kTab, {.url = "http://early.test/", .method = "POST"});
+    corvane->ResourceSeen(kTab, {.url = "http://early.test/fresh"});
+    corvane->ResourceSeen(kTab, {.url = "http://fresh.test/fresh"});
+    clock.RunFor(2'000'000);
+    corvane->ResourceSeen(kTab, {.url = "http://late.test/?" + late});
+    corvane->LoadEvent(kTab);
+    corvane->ResourceSeen(kTab, {.url = "http://after.test/", .method = "POST"});
+  };
+  const std::string early = " http://early.test/*1", late = " http://late.test/?1700000000*1";
+  const struct {
+    HostSettings settings;
+    Properties properties;
+    int64_t runUs;
+    std::string opened;
+  } rows[] = {
+      {{}, {}, 299'999, early},
+      {{}, {}, 300'000, early + late},  // two seconds before its time
+      {{.preconnectLeadMs = 0}, {}, 299'999, ""},
+      {{.preconnectLeadMs = 0}, {}, 300'000, early},
+      {{.preconnect = false}, {}, 5'000'000, ""},
+      {{}, {{"net.cv.kiv.on", "0"}}, 5'000'000, ""},
+  };
+  for (const auto& row : rows) {
+    for (const bool leave : {false, true}) {
+      SCOPED_TRACE(&row - rows);
+      Start(row.settings, row.properties);
+      visit("1700000000");
+      EXPECT_EQ(transport.preconnects, "") << "nothing was known yet";
+      corvane->PageLeft(kTab);
+      Request();
+      clock.RunFor(row.runUs);
+      if (leave) corvane->PageLeft(kTab);
+      EXPECT_EQ(std::exchange(transport.preconnects, ""), row.opened);
+      clock.RunFor(10'000'000);
+      EXPECT_TRUE(!leave || transport.preconnects.empty()) << "the page is left";
+      transport.preconnects.clear();
+    }
+  }
+}
+
 // --- Pages and tabs
 
 // What ran, waited or was held on a page that is left must neither reach the next one nor cost it a slot.
 TEST_F(HostTest, AFlushLeavesNothingBehind) {
   for (const bool pageIsCached : {false, true}) {
     SCOPED_TRACE(pageIsCached);
-    Start({}, {{"net.cv.kiv.prlimit", "2"}});
+    Start({.minSeenShare = 0.4}, {{"net.cv.kiv.prlimit", "2"}});
     LearnAndRequest({"a", "b", "c", "d"});
     if (pageIsCached) corvane->CacheStatus(kPage, true);  // then a flush does not forget the page's context
     RecordingClient joined, own, served;
@@ -559,7 +607,7 @@ TEST_F(HostTest, AFlushLeavesNothingBehind) {
 
 TEST_F(HostTest, TabsKeepApartWhatTheyLearnAndOrder) {
   const std::string otherPage = "http://other.test/";
-  Start();
+  Start({.minSeenShare = 0.4});
   Request(kPage, 1);
   Request(otherPage, 2);
   See("one", ResourceKind::Image, Ok(), "GET", 1);
@@ -644,7 +692,7 @@ TEST_F(HostTest, AFrameThatIsOpenedByItselfIsAPage) {
 }
 
 TEST_F(HostTest, AnIdlePageLosesItsPreloads) {
-  Start({.settleAfterMs = 1000});
+  Start({.minSeenShare = 0.4, .settleAfterMs = 1000});
   LearnAndRequest({"a", "b"});
   Answer(0);
   clock.RunFor(900'000);

@@ -1,16 +1,19 @@
 // The command line, the processes that recordings are replayed in, and the files that reports are written to.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <sstream>
 
 #include "replay/child_jobs.h"
 #include "replay/options_parser.h"
+#include "replay/output_check.h"
 #include "replay/output_file.h"
 
 namespace replay {
@@ -42,7 +45,7 @@ TEST(CommandLine, Defaults) {
   EXPECT_EQ(line.replay.profile.downMbit, 9);
   EXPECT_EQ(line.replay.socketsPerGroup, 6);
   EXPECT_EQ(line.replay.revisitAfterMs, 3600e3);
-  EXPECT_TRUE(line.replay.join);
+  EXPECT_TRUE(line.replay.join && line.replay.preconnect);
   EXPECT_GE(line.jobs, 1U);
   EXPECT_EQ(line.recordings, std::vector<std::string>{"a.har"});
 }
@@ -83,6 +86,14 @@ TEST(CommandLine, PropertiesOfTheFileAndTheLine) {
       << "the command line wins over the file, wherever it stands";
 }
 
+TEST(CommandLine, TheDefaultRecordingStandsInForNoneOnly) {
+  std::ostringstream out;
+  EXPECT_EQ(ParseCommandLine({"--default", "d.har", "--log", "3"}, out)->recordings,
+            std::vector<std::string>{"d.har"});
+  EXPECT_EQ(ParseCommandLine({"--default", "d.har", "page.json"}, out)->recordings,
+            std::vector<std::string>{"page.json"});
+}
+
 TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
   const std::string unknown = FileWith("unknown", "# one\nnet.cv.kiv.onn=1\n");
   const std::string noValue = FileWith("novalue", "net.cv.kiv.on\n");
@@ -104,16 +115,17 @@ TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
       {{"--revisit-after", "1e9d", "a.har"}, {"--revisit-after"}},
       {{"--revisit-after", "9999d", "a.har"}, {"--revisit-after", "ten years"}},
       {{"--join", "yes", "a.har"}, {"--join", "'yes'"}},
+      {{"--preconnect", "1", "a.har"}, {"--preconnect", "'1'"}},
       {{"--log", "loud", "a.har"}, {"--log", "'loud'"}},
       {{"--prop", "net.cv.kiv.on", "a.har"}, {"--prop", "name=value"}},
       {{"--prop", "net.cv.kiv.limit=1", "a.har"}, {"--prop", "'net.cv.kiv.limit'", "net.cv.kiv.prlimit"}},
-      {{"--prop", "net.cv.kiv.on=2", "a.har"}, {"--prop", "from 0 to 1", "'2'"}},
+      {{"--prop", "net.cv.kiv.on=true", "a.har"}, {"--prop", "net.cv.kiv.on", "from 0 to 1", "'true'"}},
       {{"--props", unknown, "a.har"}, {"--props", unknown + ":2", "'net.cv.kiv.onn'"}},
       {{"--props", noValue, "a.har"}, {"--props", noValue + ":1"}},
       {{"--props", "/nowhere/at/all", "a.har"}, {"--props", "/nowhere/at/all"}},
       {{"--props", TestFolder(), "a.har"}, {"--props", TestFolder()}},
-      {{"--json", "-", "--html", "-", "a.har"}, {"--html", "--json", "'-'"}},
-      {{"--har-out", "x", "--html", "x", "a.har"}, {"--har-out", "--html", "'x'"}},
+      {{"--html", "--json", "x", "a.har"}, {"--html", "'--json'"}},
+      {{"--html=--x", "a.har"}, {"--html", "'--x'"}},
       {{"-", "a.har", "-"}, {"RECORDING", "standard input"}},
       // clang-format on
   };
@@ -138,21 +150,22 @@ TEST(CommandLine, HelpAndVersionEndIt) {
   EXPECT_EQ(version.str().rfind("kiv_replay ", 0), 0U);
 }
 
-TEST(ChildJobs, ReturnEverythingInOrderAndReportTheDead) {
+TEST(ChildJobs, HandOverEveryOutcomeAndReportTheDead) {
   const auto output = [](size_t index) {  // more than a pipe holds
     return std::string(index * 100000, static_cast<char>('a' + index));
   };
   for (const unsigned jobs : {1U, 2U, 16U}) {
-    size_t finished = 0;
-    const auto outcomes = RunInChildren(
+    std::map<size_t, ChildOutcome> outcomes;
+    RunInChildren(
         6, jobs,
         [&output](size_t index) {
           if (index == 1) std::raise(SIGKILL);
           if (index == 4) _exit(3);
           return output(index);
         },
-        [&finished](size_t count) { EXPECT_EQ(count, ++finished); });
-    EXPECT_EQ(finished, 6U);
+        [&outcomes](size_t index, ChildOutcome outcome) {
+          EXPECT_TRUE(outcomes.emplace(index, std::move(outcome)).second) << index;
+        });
     ASSERT_EQ(outcomes.size(), 6U);
     EXPECT_EQ(outcomes[1].failure, "ended by signal 9 (Killed)");
     EXPECT_EQ(outcomes[4].failure, "ended with status 3");
@@ -161,6 +174,16 @@ TEST(ChildJobs, ReturnEverythingInOrderAndReportTheDead) {
       EXPECT_EQ(outcomes[index].output, output(index));
     }
   }
+}
+
+TEST(ChildJobs, KillTheRestWhenTheOwnerGivesUp) {
+  const auto work = [](size_t index) {
+    if (index == 1) pause();
+    return std::to_string(getppid());
+  };
+  EXPECT_THROW(RunInChildren(2, 2, work, [](size_t, const ChildOutcome&) { throw std::bad_alloc(); }),
+               std::bad_alloc);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no child is left";
 }
 
 TEST(OutputFile, ReplacesTheWholeFileOrNothing) {
@@ -184,6 +207,74 @@ TEST(OutputFile, ReplacesTheWholeFileOrNothing) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator()),
             2)
       << "no temporary file is left";
+}
+
+TEST(OutputStream, EmptiesTheFileWithTheFirstLineOnly) {
+  const std::string path = FileWith("lines", "of before");
+  const auto text = [&path] {
+    std::ostringstream all;
+    all << std::ifstream(path).rdbuf();
+    return all.str();
+  };
+  OutputStream stream(path);
+  EXPECT_EQ(text(), "of before");
+  stream.Write("a\n");
+  EXPECT_EQ(text(), "a\n") << "it can be read while more is made";
+  stream.Write("b\n");
+  EXPECT_EQ(text(), "a\nb\n");
+  EXPECT_THROW(OutputStream("/dev/full").Write("text"), std::runtime_error);
+}
+
+TEST(OutputCheck, RefusesWhatWouldBeLost) {
+  const std::string input = FileWith("input.har", "{}");
+  const std::string report = FileWith("report.html", "<i>sign</i>");
+  const std::string foreign = FileWith("foreign.txt", "mine");
+  const std::string empty = FileWith("empty", "");
+  const std::string link = TestFolder() / "link", hardLink = TestFolder() / "hardlink",
+                    fresh = TestFolder() / "new";
+  for (const std::string& path : {link, hardLink, fresh}) std::filesystem::remove(path);
+  std::filesystem::create_symlink(input, link);
+  std::filesystem::create_hard_link(input, hardLink);
+  const std::string roundabout = TestFolder() / "." / "new";
+  const std::string missingFolder = TestFolder() / "missing" / "x";
+  const struct {
+    std::vector<std::string> outputs;
+    const char* error;   // part of the message; null: allowed
+    bool forced = true;  // the same with --force
+  } cases[] = {
+      {{fresh}, nullptr},
+      {{report}, nullptr},
+      {{empty}, nullptr},
+      {{"-"}, nullptr},
+      {{"/dev/null"}, nullptr},
+      {{input}, "is also an input"},
+      {{link}, "same file as the input"},
+      {{hardLink}, "same file as the input"},
+      {{fresh, roundabout}, "is also the output of --1"},
+      {{"-", "-"}, "is also the output of --1"},
+      {{foreign}, "--force", false},
+      {{missingFolder}, "its folder"},
+      {{TestFolder()}, "is a folder"},
+  };
+  for (const auto& row : cases) {
+    for (const bool force : {false, true}) {
+      std::vector<PlannedOutput> outputs;
+      static const char* const kOptions[] = {"--1", "--2"};
+      for (const std::string& path : row.outputs) outputs.push_back({kOptions[outputs.size()], path, "sign"});
+      std::string error;
+      try {
+        CheckOutputs(outputs, {"-", input, "missing.har"}, force);
+      } catch (const std::runtime_error& caught) {
+        error = caught.what();
+      }
+      const bool refused = row.error != nullptr && (!force || row.forced);
+      EXPECT_EQ(!error.empty(), refused) << row.outputs.back() << ": " << error;
+      if (!refused) continue;
+      EXPECT_NE(error.find(row.error), std::string::npos) << error;
+      EXPECT_NE(error.find("'" + row.outputs.back() + "'"), std::string::npos) << error;
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(fresh)) << "checking changes nothing";
 }
 
 }  // namespace

@@ -1,14 +1,17 @@
 // Whole recordings through the real plugin, as a library and as the program: what must hold of every replay,
 // whatever its times are.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -243,27 +246,72 @@ class ProgramTest : public testing::Test {
 
 TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
   std::ofstream(folder / "no.har") << "{\"log\": 5}";
+  std::ofstream(folder / "empty.har") << "{\"log\": {\"entries\": []}}";
+  std::ofstream(folder / "one.har")
+      << R"({"log": {"entries": [{"request": {"url": "http://a.test/"}, "response": {"status": 200}}]}})";
   const std::string good = KIV_EXAMPLE_RECORDING;
   const struct {
     std::string words;
-    std::vector<std::string> parts;
-    bool restIsDone;
+    std::vector<std::string> parts;  // of the message
+    std::string linesOf;             // whose lines the JSON has; empty: it is not written
   } rows[] = {
-      {"missing.har " + good, {"missing.har"}, true},
-      {good + " no.har", {"no.har", "log"}, true},
-      {"--plugin missing.so " + good, {"missing.so"}, false},
-      {"--plugin " KIV_CORVANE_PATH " " + good, {"libcorvane.so", "OnInit"}, false},
-      {"--prop net.cv.kiv.nothing=1 " + good, {"net.cv.kiv.nothing"}, false},
+      {"missing.har " + good, {"missing.har"}, "missing.har recording.har "},
+      {good + " no.har", {"no.har", "log"}, "recording.har no.har "},
+      {good + " empty.har", {"empty.har", "nothing to replay"}, "recording.har empty.har "},
+      {"empty.har", {"empty.har"}, "empty.har "},
+      {"--visits 1000 --revisit-after 3650d one.har", {"one.har", "--revisit-after"}, "one.har "},
+      {"--plugin missing.so " + good, {"missing.so"}, ""},
+      {"--plugin " KIV_CORVANE_PATH " " + good, {"libcorvane.so", "OnInit"}, ""},
+      {"--prop net.cv.kiv.nothing=1 " + good, {"net.cv.kiv.nothing"}, ""},
+      {"--html no.har " + good, {"--html", "no.har"}, ""},
+      {"--html json " + good, {"--html", "'json'", "--json"}, ""},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(Run("--json json " + row.words), 2) << row.words;
     const std::string errors = Text("errors");
     for (const std::string& part : row.parts) EXPECT_NE(errors.find(part), std::string::npos) << errors;
     EXPECT_EQ(errors.find('\n'), errors.size() - 1) << errors;
-    EXPECT_EQ(std::filesystem::exists(folder / "json"), row.restIsDone) << row.words;
-    EXPECT_EQ(Text("json").find("{\"recording\":\"recording.har\""), row.restIsDone ? 0 : std::string::npos);
+    std::istringstream lines(Text("json"));
+    std::string names;
+    for (std::string line; std::getline(lines, line);) {
+      const auto object = nlohmann::json::parse(line);
+      if (object.contains("summary")) continue;
+      names += object.at("recording").get<std::string>() + " ";
+      EXPECT_EQ(object.contains("error"), !object.contains("visits")) << line;
+    }
+    EXPECT_EQ(names, row.linesOf) << row.words;
     std::filesystem::remove(folder / "json");
   }
+  EXPECT_EQ(Text("no.har"), "{\"log\": 5}");
+}
+
+TEST_F(ProgramTest, AnInterruptionKeepsWhatIsFinishedAndNamesTheRest) {
+  std::filesystem::current_path(folder);
+  mkfifo("pipe", 0600);  // nobody writes to it, so that its replay never ends
+  for (const int number : {SIGINT, SIGTERM}) {
+    std::filesystem::remove("json");
+    const pid_t program = fork();
+    if (program == 0) {
+      signal(number, SIG_DFL);
+      alarm(60);
+      if (freopen("out", "w", stdout) == nullptr || freopen("errors", "w", stderr) == nullptr) _exit(125);
+      execl(KIV_REPLAY_PATH, "kiv_replay", "--jobs", "1", "--json", "json", KIV_EXAMPLE_RECORDING, "pipe",
+            "last.har", nullptr);
+      _exit(126);
+    }
+    for (int tries = 0; tries < 1000 && Text("json").empty(); ++tries) usleep(20'000);
+    kill(program, number);
+    int status = 0;
+    waitpid(program, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == number) << status << Text("errors");
+    EXPECT_NE(Text("errors").find("2 recordings left out: pipe, last.har"), std::string::npos)
+        << Text("errors");
+    EXPECT_NE(Text("out").find("recording.har"), std::string::npos) << "the table of what is finished";
+    const std::string json = Text("json");
+    EXPECT_EQ(std::count(json.begin(), json.end(), '\n'), 4) << "three and the summary: " << json;
+    EXPECT_NE(json.find("{\"recording\":\"last.har\",\"error\":"), std::string::npos) << json;
+  }
+  std::filesystem::current_path("/");
 }
 
 TEST_F(ProgramTest, SaysWhenVisitsIsIgnored) {
@@ -274,8 +322,8 @@ TEST_F(ProgramTest, SaysWhenVisitsIsIgnored) {
 }
 
 TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {
-  const std::string words =
-      " --json json --html html --har-out har --log 4 - " KIV_EXAMPLE_RECORDING " <" KIV_EXAMPLE_RECORDING;
+  const std::string words = " --json json --html html --har-out har --log 4 - recording.har <recording.har";
+  std::filesystem::copy_file(KIV_EXAMPLE_RECORDING, folder / "recording.har");
   std::string outputs[2];
   for (const int jobs : {1, 2}) {
     EXPECT_EQ(Run("--jobs " + std::to_string(jobs) + words), 0) << Text("errors");

@@ -98,6 +98,25 @@ TEST(HarReader, RefusesWhatIsNoHar) {
   for (const auto& row : cases) EXPECT_EQ(ErrorOf(row.sample), "bad.har: " + row.error) << row.sample;
 }
 
+TEST(HarReader, RefusesNumbersThatNoFigureCanBeMadeOf) {
+  const struct {
+    std::string number;
+    bool refused;
+  } cases[] = {{"'nan'", true},   {"'-inf'", true},  {"'1e999'", true}, {"1e999", true},
+               {"-1e999", true},  {"'1e9x'", false}, {"'200'", false},  {"''", false},
+               {"'none'", false}, {"1e300", false},  {"null", false}};
+  for (const auto& row : cases) {
+    for (const std::string field : {"'status': ", "'bodySize': "}) {
+      const std::string before =
+          "{'log': {\n'entries': [{'request': {'url': 'http://a.test/'}, 'response': {" + field;
+      const std::string place = "line 2, column " + std::to_string(before.size() - 9) + " (byte " +
+                                std::to_string(before.size()) + "): not a finite number";
+      EXPECT_EQ(ErrorOf(before + row.number + "}}]}}"), row.refused ? "bad.har: " + place : "none")
+          << row.number;
+    }
+  }
+}
+
 TEST(HarReader, EveryTruncationIsAnError) {
   const std::string whole =
       R"({'log': {'creator': {'name': 'x\n'}, 'entries': [{'time': 1.5, '_initiator': {'stack': {'callFrames':
@@ -187,7 +206,6 @@ TEST(HarReader, TimingsThatCannotBeAreUnknown) {
       {"'time': null, 'timings': {'wait': null, 'receive': 30}, ", 30, 0},
       {"'time': 'soon', 'timings': {'wait': '20', 'receive': []}, ", 20, 20},
       {"'time': 63596250212317, 'timings': {'wait': 20, 'receive': 63596250212317}, ", 20, 20},
-      {"'time': 1e400, 'timings': {'wait': 20}, ", 20, 20},
       {"'time': 60, 'timings': {}, ", 60, 0},
       {"'timings': [], ", 0, 0},
       // clang-format on

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "replay/report/figure_text.h"
+#include "replay/report/printable_text.h"
 #include "replay/report/recording_report.h"
 #include "replay/report/report_html.h"
 #include "replay/report/report_json.h"
@@ -256,6 +257,17 @@ TEST(JsonReport, RealRepeatsAndCopiesApartInEachLineAndTheSummary) {
   EXPECT_FALSE(summary.contains("off_ms")) << "no medians over recordings that have nothing in common";
 }
 
+TEST(PrintableText, ShowsWhatATerminalWouldActOn) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"Zürich – 東京 🙂", "Zürich – 東京 🙂"},
+      {"a\nb\x1b[31m\x7f", R"(a\u000ab\u001b[31m\u007f)"},
+      {"\xc2\x9b\xc2\xa0", "\\u009b\u00a0"},
+      {"\u202egnp.\u2066\u200f\u061c", R"(\u202egnp.\u2066\u200f\u061c)"},
+      {"\xff\xe2\x28\xc0\xaf", R"(\xff\xe2(\xc0\xaf)"},
+  };
+  for (const auto& [text, shown] : cases) EXPECT_EQ(PrintableText(text), shown);
+}
+
 // Columns of a line, for text without wide characters.
 size_t Columns(const std::string& line) {
   return static_cast<size_t>(
@@ -264,14 +276,14 @@ size_t Columns(const std::string& line) {
 
 TEST(TextReport, FitsTheTerminalAndKeepsItsColumns) {
   std::vector<Summary> summaries;
-  for (const std::string& name : {std::string("short.har"), std::string(300, 'n') + ".har",
-                                  std::string("Zürich–Genève—ñandú-") + std::string(60, 'x'),
-                                  std::string("\n\x1b[1m\xc2\x9b\xff\xe2.h")}) {
+  for (const std::string& name :
+       {std::string("short.har"), std::string(300, 'n') + ".har",
+        std::string("Zürich–Genève—ñandú-") + std::string(60, 'x'), std::string("\x1b[\xff")}) {
     Summary summary = SummaryOf({{123456789, 98765432, 87654321, 7654321}});
     summary.name = name;
     summaries.push_back(summary);
   }
-  const std::string text = TextReport(summaries, ReplayOptions(), false);
+  const std::string text = TextReport(summaries, ReplayOptions(), {});
   EXPECT_EQ(text.find('\x1b'), std::string::npos) << "nothing reaches the terminal that could control it";
   std::istringstream stream(text);
   std::vector<std::string> lines;
@@ -279,18 +291,18 @@ TEST(TextReport, FitsTheTerminalAndKeepsItsColumns) {
   ASSERT_GT(lines.size(), 8U);
   for (const std::string& line : lines) EXPECT_LE(Columns(line), 120U) << line;
   for (size_t row = 2; row <= 6; ++row) EXPECT_EQ(Columns(lines[row]), Columns(lines[2])) << lines[row];
-  EXPECT_NE(lines[6].find("??[1m???.h"), std::string::npos) << lines[6];
+  EXPECT_NE(lines[6].find(R"(\u001b[\xff)"), std::string::npos) << lines[6];
 
   const Summary copies = SummaryOf({{1000000, 990000, 0, 0}}, true);
-  const std::string apart = TextReport({summaries[0], copies}, ReplayOptions(), false);
+  const std::string apart = TextReport({summaries[0], copies}, ReplayOptions(), {});
   EXPECT_NE(apart.find("\n1 real repeat visit\n"), std::string::npos) << apart;
   EXPECT_NE(apart.find("\n1 copy of a recorded load\n"), std::string::npos);
   EXPECT_NE(apart.find("Unused: 1 of 3 preloads (33%), 10 B of 40 B (25%), 1 of 6 connections."),
             std::string::npos);
   EXPECT_EQ(apart.find("still running"), std::string::npos) << "what was joined is no failure";
 
-  EXPECT_NE(TextReport(summaries, ReplayOptions(), true).find("\x1b[1m"), std::string::npos);
-  EXPECT_NE(TextReport({SummaryOf({})}, ReplayOptions(), false).find("No page was visited twice"),
+  EXPECT_NE(TextReport(summaries, ReplayOptions(), {.colour = true}).find("\x1b[1m"), std::string::npos);
+  EXPECT_NE(TextReport({SummaryOf({})}, ReplayOptions(), {}).find("No page was visited twice"),
             std::string::npos);
 }
 

@@ -1,0 +1,73 @@
+#include "replay/recording/recording_check.h"
+
+#include <algorithm>
+
+#include "net/http/header_text.h"
+#include "url/gurl.h"
+
+namespace replay {
+namespace {
+
+// Whom the browser fetched it for; empty when it does not say.
+base::StringPiece DestinationOf(const Request& request) {
+  base::StringPiece lines = request.requestHeaders, name, value;
+  while (net::TakeHeader(lines, net::kRequestLineEnd, name, value)) {
+    if (net::EqualsIgnoringCase(name, "sec-fetch-dest")) return value;
+  }
+  return {};
+}
+
+bool IsLoadedDocument(const Request& request) {
+  return request.kind == host::ResourceKind::Document && request.method == "GET" && request.status >= 200 &&
+         request.status < 300;
+}
+
+// Browsers say since 2020 whether a document is for a tab or for a frame. Before, a document that nothing on
+// the page asked for, that comes from the page's own server, and that begins when the page had ended, is
+// taken for a navigation.
+bool IsNavigation(const Page& page, size_t index, double quietSinceMs) {
+  const Request& request = page.requests[index];
+  if (!IsLoadedDocument(request)) return false;
+  const base::StringPiece destination = DestinationOf(request);
+  if (!destination.empty()) return destination == "document";
+  const bool sameServer = GURL(request.url).host() == GURL(page.requests[page.document].url).host();
+  return sameServer && request.initiatorUrl.empty() &&
+         request.startMs > std::max(quietSinceMs, page.onLoadMs);
+}
+
+size_t NavigationsOf(const Page& page) {
+  size_t navigations = 1;
+  double quietSinceMs = 0;
+  for (size_t index = 0; index < page.requests.size(); ++index) {
+    if (index > page.document && IsNavigation(page, index, quietSinceMs)) ++navigations;
+    quietSinceMs = std::max(quietSinceMs, page.requests[index].endMs);
+  }
+  return navigations;
+}
+
+}  // namespace
+
+std::string WhyNothingToReplay(const Recording& recording) {
+  if (!recording.pages.empty()) return "";
+  if (recording.skipped.empty()) return "nothing to replay: its log has no entries";
+  std::string why = "nothing to replay: of its entries ";
+  const char* separator = "";
+  for (const auto& [reason, count] : recording.skipped) {
+    why += separator + std::to_string(count) + " cannot be used (" + reason + ")";
+    separator = ", ";
+  }
+  return why;
+}
+
+std::vector<std::string> WarningsOf(const Recording& recording) {
+  std::vector<std::string> warnings;
+  for (const Page& page : recording.pages) {
+    const size_t navigations = NavigationsOf(page);
+    if (navigations < 2) continue;
+    warnings.push_back("page '" + page.id + "' holds " + std::to_string(navigations) +
+                       " navigations and is replayed as one visit; record each load as a page of its own");
+  }
+  return warnings;
+}
+
+}  // namespace replay
