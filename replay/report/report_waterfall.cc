@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "replay/report/report_text.h"
+#include "replay/report/printable_text.h"
 
 namespace replay {
 namespace {
