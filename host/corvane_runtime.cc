@@ -424,8 +424,9 @@ void CorvaneRuntime::GotByJoining(TabId tab, const std::string& url, uint64_t or
   const auto found = page->ledger.find(url);
   if (found == page->ledger.end() || found->second.orderId != orderId) return;
   found->second.used = true;
+  // The plugin may hold it no more, or for another page by now.
   const OrderPlace place = FindOrder(url);
-  if (place == orders_.end() || found->second.stage != PreloadStage::Held) return;
+  if (place == orders_.end() || place->second.record != &found->second) return;
   orders_.erase(place);
   plugin_.IsInDC(url.c_str());  // drops the copy, and is not the return of a loan
 }

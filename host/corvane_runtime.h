@@ -108,6 +108,7 @@ class CorvaneRuntime final : private FetchObserver {
 
   const HostSettings& Settings() const { return settings_; }
   const PageDatabase& Database() const { return database_; }
+  PageDatabase& Database() { return database_; }  // for who keeps it between runs
   // Of the tab's page, or of its last one once that was left.
   const PreloadLedger& Ledger(TabId tab) const;
   uint64_t CommandCount() const { return sender_.CommandCount(); }

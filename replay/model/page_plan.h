@@ -14,11 +14,15 @@ namespace replay {
 
 inline constexpr size_t kPageStart = static_cast<size_t>(-1);
 
+// Recorders note the ends of requests and the page's events with clocks that differ a little: up to so much
+// later than an event, an end still belongs before it.
+inline constexpr double kEventSlackMs = 50;
+
 struct PlannedRequest {
   size_t parent = kPageStart;  // index of the request that initiates this one
   bool fromFirstByte = false;  // the parent streams: its first byte counts, not its last
   int64_t thinkUs = 0;         // from there to the request
-  bool blocksLoad = false;     // it began before the page's load event
+  bool blocksLoad = false;     // the page's load event waits for it
 };
 
 // What one of the page's events waits for, beside the document's first byte.

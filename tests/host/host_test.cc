@@ -481,17 +481,21 @@ TEST_F(HostTest, AJoinerDoesNotWaitForAStalledPreload) {
 
 TEST_F(HostTest, AJoinerOfAPreloadThatFailsGoesOnItsOwnUnlessItHasHeardOfTheResponse) {
   Start();
-  LearnAndRequest({"a", "b"});
-  RecordingClient unheard, heard;
+  LearnAndRequest({"a", "b", "c"});
+  RecordingClient unheard, heard, silent;
   Get("a", unheard);
   Get("b", heard);
+  Get("c", silent);
   clock.RunFor(0);
   transport.Respond(1, Ok());
   transport.Done(0, kConnectionFailed);
   transport.Done(1, kConnectionClosed);
-  EXPECT_EQ(transport.Urls(), " b:a b:b b:a");
-  Answer(2);
+  transport.Done(2);  // without a response
+  EXPECT_EQ(transport.Urls(), " b:a b:b b:c b:a b:c");
+  Answer(3);
   EXPECT_EQ(unheard.heard, "200 body done 0");
+  Answer(4);
+  EXPECT_EQ(silent.heard, "200 body done 0");
   EXPECT_EQ(unheard.info.why, NotServed::Failed);
   EXPECT_EQ(heard.heard, "200 done -100");
 }
@@ -515,9 +519,11 @@ TEST_F(HostTest, AJoinerThatDoesNotReadSlowsDownWhatThePluginDoesNotBound) {
   EXPECT_EQ(slow.heard, "200");
   clock.RunFor(100'000'000);
   EXPECT_FALSE(transport.transfers[0].cancelled) << "it makes no progress because it must not";
+  clock.RunFor(29'000'000);
   stack->SetReading(slowId, true);
-  clock.RunFor(0);
+  clock.RunFor(2'000'000);
   EXPECT_TRUE(transport.transfers[0].reading);
+  EXPECT_FALSE(transport.transfers[0].cancelled) << "nor did it have the time since";
   EXPECT_EQ(slow.heard, fast.heard);
   transport.Done(0);
   EXPECT_EQ(slow.heard, fast.heard);
@@ -638,6 +644,26 @@ TEST_F(HostTest, TabsKeepApartWhatTheyLearnAndOrder) {
   clock.RunFor(0);
   EXPECT_EQ(transport.Urls(3), " b:one p:one p:both") << "what the closed tab had is ordered anew";
   clock.Run();
+}
+
+// A load may end long after the preload that it joined, when another page has ordered the URL for itself.
+TEST_F(HostTest, ALateJoinerTakesNothingFromAnotherTab) {
+  Start();
+  LearnAndRequest({"a"});
+  RecordingClient late, served, other;
+  const LoadId id = Get("a", late).id;
+  stack->SetReading(id, false);
+  clock.RunFor(0);
+  Answer(0);
+  EXPECT_EQ(Get("a", served).source, LoadSource::Served);
+  LearnAndRequest({"a"}, "http://other.test/", 2);
+  ASSERT_EQ(transport.Urls(), " b:a p:a");
+  stack->SetReading(id, true);
+  clock.RunFor(0);
+  EXPECT_EQ(late.heard, "200 body done 0");
+  EXPECT_EQ(Get("a", other, "", 2).source, LoadSource::Joined);
+  Answer(1, "new!");
+  EXPECT_EQ(other.heard, "200 new! done 0");
 }
 
 // The plugin knows one context and one set of headers for a page, whoever shows it.
