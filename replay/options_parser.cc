@@ -14,6 +14,8 @@
 #include <thread>
 
 #include "host/property_values.h"
+#include "plugin/version.h"
+#include "replay/recordings_to_read.h"
 
 namespace replay {
 namespace {
@@ -42,6 +44,7 @@ struct Texts {
   std::string revisitAfter = "1h";
   std::string join = "on";
   std::string preconnect = "on";
+  std::string certificates = "on", dns = "on", slowStart = "on";
   std::string log;
   std::string jobs;
   std::vector<std::string> properties;
@@ -173,6 +176,9 @@ ReplayOptions Replay(const Texts& texts) {
   options.revisitAfterMs = Duration("--revisit-after", texts.revisitAfter);
   options.join = OnOrOff("--join", texts.join);
   options.preconnect = OnOrOff("--preconnect", texts.preconnect);
+  options.costs.certificates = OnOrOff("--certificates", texts.certificates);
+  options.costs.nameLookups = OnOrOff("--dns", texts.dns);
+  options.costs.slowStart = OnOrOff("--slow-start", texts.slowStart);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
   if (!texts.beaconsFile.empty())
@@ -198,7 +204,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   const auto text = [&app](const char* name, std::string& value, const char* what, const char* unit) {
     return app.add_option(name, value, what)->type_name(unit)->group("Options");
   };
-  app.add_option("RECORDING", line.recordings, "HAR files; - is standard input")->type_name("");
+  app.add_option("RECORDING", line.recordings,
+                 "HAR files, also gzip or zstd data; folders of them; @FILE for a list; - for standard input")
+      ->type_name("");
   text("--default", texts.defaultRecording, "the recording to replay when none is named", "FILE");
   text("--plugin", line.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
   app.add_option("--prop", texts.properties, "set a system property; may be repeated")
@@ -218,6 +226,12 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
        "on|off")
       ->capture_default_str();
   text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
+      ->capture_default_str();
+  text("--certificates", texts.certificates, "on: a TLS set-up brings certificates over the link", "on|off")
+      ->capture_default_str();
+  text("--dns", texts.dns, "on: the first connection to a host name waits for its address", "on|off")
+      ->capture_default_str();
+  text("--slow-start", texts.slowStart, "on: connections begin with a small window", "on|off")
       ->capture_default_str();
   text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
        "FILE");
@@ -250,9 +264,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   }
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
   if (line.recordings.empty()) Refuse("RECORDING", "name at least one (see --help)");
-  if (std::count(line.recordings.begin(), line.recordings.end(), "-") > 1) {
-    Refuse("RECORDING", "standard input ('-') can be read once only");
-  }
+  RecordingsToRead found = FindRecordings(line.recordings);
+  line.recordings = std::move(found.recordings);
+  line.settingsPaths = std::move(found.lists);
   for (size_t index = 0; index < paths.size(); ++index) {
     if (!paths[index].empty()) line.outputs.push_back({&ReportFormats()[index], paths[index]});
   }
