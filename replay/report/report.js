@@ -38,7 +38,7 @@
       add(list, "dt", "", name);
       add(list, "dd", "", value);
     }
-    const table = add(panel, "table", "figures");
+    const table = timings.length ? add(panel, "table", "figures") : document.createElement("table");  // a preload has none
     add(table, "caption", "", "In all ways, from the page's request on");
     const head = add(add(table, "thead"), "tr");
     for (const name of ["way", "from", "asked", "sent", "first byte", "done"]) add(head, "th", "", name).scope = "col";
@@ -225,9 +225,8 @@
       const state = source === "served" || source === "joined" ? source : unused ? "unused" : "";
       const last = add(row, "td", "outcome " + state, (state === "unused" ? "✕ " : state ? "✓ " : "") + outcome);
       if (request && request[7]) add(last, "span", "tag", "beacon");
-      for (const way of ["off", "plugin"]) {
-        if (number !== null && wayOf(way)[4] === number) add(last, "span", "tag ended", "ended " + way);
-      }
+      const ended = ["off", "plugin"].filter((way) => number !== null && wayOf(way)[4] === number);
+      if (ended.length) add(last, "span", "tag ended", ended.length === 2 ? "ended both" : "ended " + ended[0]);
     });
     body.addEventListener("keydown", (event) => {
       const step = { ArrowDown: "nextElementSibling", ArrowUp: "previousElementSibling" }[event.key];

@@ -204,8 +204,8 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, const char* name
   if (visits.empty()) return "";
   const Totals totals = TotalsOf(visits);
   std::string html = fmt::format(
-      R"(<table class="figures narrow"><caption>{} {}</caption><thead><tr><th rowspan="2" class="left" scope="col">Event</th>)"
-      R"(<th colspan="4" scope="colgroup" class="group">Gain of the plugin per visit, ms</th><th colspan="{}" scope="colgroup" class="group">Gain over all visits</th></tr><tr>)"
+      R"(<div class="scroll" tabindex="0" role="region" aria-label="Gains"><table class="figures narrow"><caption>{} {}</caption><thead><tr><td></td>)"
+      R"(<th colspan="4" scope="colgroup" class="group">Gain of the plugin per visit, ms</th><th colspan="{}" scope="colgroup" class="group">Gain over all visits</th></tr><tr><th class="left" scope="col">Event</th>)"
       R"(<th scope="col">median</th><th scope="col">p5</th><th scope="col">p95</th><th scope="col">total</th>)",
       visits.size(), name, kWays.size() - 1);
   for (const Way way : kWays) {
@@ -228,7 +228,7 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, const char* name
     }
     html += "</tr>";
   }
-  html += "</tbody></table>\n";
+  html += "</tbody></table></div>\n";
   return html;
 }
 
