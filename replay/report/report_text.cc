@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 
 #include "replay/report/figure_text.h"
 #include "replay/report/printable_text.h"
@@ -119,9 +118,6 @@ Row Heading(std::initializer_list<const char*> names) {
 }
 
 // --- A row per recording: medians, which may be compared within one.
-
-// What a terminal has room for; the table of gains has all ways.
-constexpr std::array kRowWays = {Way::Off, Way::Plugin, kBound, Way::Oracle};
 
 void AddGain(Row& row, const std::vector<VisitFigures>& visits, Metric metric) {
   const std::optional<Gains> gains = GainsOf(visits, metric);

@@ -120,6 +120,9 @@ std::optional<double> GapClosedPerVisit(const std::vector<VisitFigures>& visits,
 // What "gap closed" is measured against.
 inline constexpr Way kBound = Way::Reachable;
 
+// The ways that a table with a row per recording has room for; the tables of gains have all.
+inline constexpr std::array kRowWays = {Way::Off, Way::Plugin, kBound, Way::Oracle};
+
 // --- Repeat visits together.
 
 // Real repeats and copies are never added up. The headline is of the real ones, and of the copies when there
