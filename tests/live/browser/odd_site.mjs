@@ -268,8 +268,8 @@ function upgrade(request, socket) {
   });
 }
 
-// Listens on ports that the system picks on 127.0.0.1. Returns {port, close}.
-export async function serveOddSite(certificates) {
+// Listens on 127.0.0.1; on a port that the system picks unless one is given. Returns {port, close}.
+export async function serveOddSite(certificates, port = 0) {
   const scheme = certificates === undefined ? 'http' : 'https';
   const onRequest = (request, response) => {
     response.on('error', () => {});
@@ -285,7 +285,7 @@ export async function serveOddSite(certificates) {
     sockets.add(socket);
     socket.once('close', () => sockets.delete(socket));
   });
-  await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+  await new Promise((resolve) => server.listen(port, '127.0.0.1', resolve));
   return {
     port: server.address().port,
     close: () => {
