@@ -30,6 +30,7 @@ CorvaneRuntime::CorvaneRuntime(const PluginFunctions& plugin, Executor& executor
                                const HostSettings& settings)
     : plugin_(plugin),
       executor_(executor),
+      transport_(transport),
       settings_(settings),
       sender_(plugin, [this] { AnnounceLaunches(); }),
       answers_(
@@ -68,6 +69,10 @@ void CorvaneRuntime::NetworkStackIsUp() {
 
 // --- What the browser tells
 
+int64_t CorvaneRuntime::Since(base::Time time) const {
+  return executor_.Now().ToInternalValue() - time.ToInternalValue();
+}
+
 CorvaneRuntime::OpenPage* CorvaneRuntime::FindPage(TabId tab) {
   const auto found = pages_.find(tab);
   return found != pages_.end() && !found->second.left ? &found->second : nullptr;
@@ -86,6 +91,7 @@ void CorvaneRuntime::PageRequested(const PageRequest& request) {
                        .emplace(request.tab, OpenPage{.tab = request.tab,
                                                       .request = request,
                                                       .visit = PageVisit(request.url, settings_),
+                                                      .requested = executor_.Now(),
                                                       .lastRequest = executor_.Now()})
                        .first->second;
   // A page that was first seen as a resource of another one would stay known as that, which has no context.
@@ -99,7 +105,7 @@ void CorvaneRuntime::ResourceSeen(TabId tab, const SeenResource& resource) {
   OpenPage* const page = FindPage(tab);
   if (page == nullptr || resource.url == page->request.url) return;
   page->lastRequest = executor_.Now();
-  page->visit.ResourceSeen(resource);
+  page->visit.ResourceSeen(resource, Since(page->requested));
   if (!IsOpenPage(resource.url)) toldResources_.Use(resource.url);  // else the plugin knows it as a page
   if (const auto forgotten = toldResources_.DropExcess()) sender_.CacheStatus(*forgotten, false);
   sender_.ResourceSeen(page->request.url, resource.url);
@@ -107,7 +113,9 @@ void CorvaneRuntime::ResourceSeen(TabId tab, const SeenResource& resource) {
 
 void CorvaneRuntime::ResponseSeen(TabId tab, const std::string& url,
                                   const net::HttpResponseHeaders& headers) {
-  if (OpenPage* const page = FindPage(tab)) page->visit.ResponseSeen(url, headers);
+  if (OpenPage* const page = FindPage(tab)) {
+    page->visit.ResponseSeen(url, headers, Since(page->requested));
+  }
 }
 
 void CorvaneRuntime::FirstPaint(TabId tab) {
@@ -159,6 +167,7 @@ void CorvaneRuntime::OrderKnown(OpenPage& page) {
       .whyNot = page.request.whyNot,
   };
   std::vector<std::pair<uint32_t, PreloadRecord*>> wanted;
+  std::vector<bool> covered(known->resources.size());
   for (const OrderDecision& decision : DecideOrders(*known, facts, settings_)) {
     const KnownResource& resource = known->resources[decision.resource];
     PreloadRecord& record = page.ledger[resource.url];
@@ -167,6 +176,8 @@ void CorvaneRuntime::OrderKnown(OpenPage& page) {
     record.withCredentials = resource.withCredentials;
     record.headersToRepeat = resource.headersToRepeat;
     record.notOrdered = decision.why;
+    covered[decision.resource] =
+        decision.why == NotServed::None || decision.why == NotServed::FreshInDiskCache;
     if (record.notOrdered != NotServed::None) continue;
     const auto [place, isNew] = orders_.try_emplace(CorvaneHash(record.url.c_str()));
     if (!isNew) {
@@ -182,6 +193,28 @@ void CorvaneRuntime::OrderKnown(OpenPage& page) {
   for (const auto& [priority, record] : wanted) {
     sender_.OrderPreload(record->url, page.request.url, priority);
   }
+  if (settings_.preconnect && facts.pluginTakesOrders && facts.hasContext) {
+    PlanConnections(page, *known, covered);
+  }
+}
+
+// The connections of the preloads come first: those are asked for by the time that these are planned for.
+void CorvaneRuntime::PlanConnections(OpenPage& page, const KnownPage& known,
+                                     const std::vector<bool>& covered) {
+  page.needs = DecidePreconnects(known, covered, settings_);
+  std::reverse(page.needs.begin(), page.needs.end());
+  page.nextNeed = std::make_unique<Timer>(executor_);
+  page.nextNeed->Start(0, [this, &page] { OpenDueConnections(page); });
+}
+
+void CorvaneRuntime::OpenDueConnections(OpenPage& page) {
+  const int64_t sinceUs = Since(page.requested);
+  while (!page.needs.empty() && page.needs.back().atUs <= sinceUs) {
+    transport_.Preconnect(page.needs.back().url, page.needs.back().count);
+    page.needs.pop_back();
+  }
+  if (page.needs.empty()) return;
+  page.nextNeed->Start(page.needs.back().atUs - sinceUs, [this, &page] { OpenDueConnections(page); });
 }
 
 // For CorvaneFetch. The plugin knows one context for a page, that of the last tab that asked for it; this tab
@@ -267,6 +300,7 @@ void CorvaneRuntime::Flush() {
 void CorvaneRuntime::LeavePage(OpenPage& page) {
   database_.Remember(std::move(page.visit));
   page.left = true;
+  page.nextNeed.reset();
   if (SomePageIsLoading()) {
     DropOrders([&page](const Order& order) { return order.tab == page.tab; });
   } else {
@@ -390,8 +424,9 @@ void CorvaneRuntime::GotByJoining(TabId tab, const std::string& url, uint64_t or
   const auto found = page->ledger.find(url);
   if (found == page->ledger.end() || found->second.orderId != orderId) return;
   found->second.used = true;
+  // The plugin may hold it no more, or for another page by now.
   const OrderPlace place = FindOrder(url);
-  if (place == orders_.end() || found->second.stage != PreloadStage::Held) return;
+  if (place == orders_.end() || place->second.record != &found->second) return;
   orders_.erase(place);
   plugin_.IsInDC(url.c_str());  // drops the copy, and is not the return of a loan
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "host/fetcher.h"
 #include "host/page_database.h"
 #include "host/plugin_functions.h"
+#include "host/preconnect_policy.h"
 #include "host/preload_ledger.h"
 #include "host/recency_map.h"
 #include "host/settings.h"
@@ -106,6 +108,7 @@ class CorvaneRuntime final : private FetchObserver {
 
   const HostSettings& Settings() const { return settings_; }
   const PageDatabase& Database() const { return database_; }
+  PageDatabase& Database() { return database_; }  // for who keeps it between runs
   // Of the tab's page, or of its last one once that was left.
   const PreloadLedger& Ledger(TabId tab) const;
   uint64_t CommandCount() const { return sender_.CommandCount(); }
@@ -117,8 +120,11 @@ class CorvaneRuntime final : private FetchObserver {
     PageRequest request;
     PageVisit visit;
     PreloadLedger ledger;
+    base::Time requested;
     base::Time lastRequest;
     bool left = false;
+    std::vector<ConnectionNeed> needs;  // not opened yet, the next one last
+    std::unique_ptr<Timer> nextNeed;
   };
   // An order that is alive: queued or running, or held and unused.
   struct Order {
@@ -136,10 +142,13 @@ class CorvaneRuntime final : private FetchObserver {
   void OnFetchResponse(uint32_t cookie, const net::HttpResponseHeaders& headers, bool accepted) override;
   void OnFetchEnded(uint32_t cookie, int32_t result, const TransferReport& report) override;
 
+  int64_t Since(base::Time time) const;  // microseconds
   OpenPage* FindPage(TabId tab);
   bool IsOpenPage(const std::string& url) const;
   void OrderKnown(OpenPage& page);
   int StartFetch(void* cookie, net::URLRequestContext* context);
+  void PlanConnections(OpenPage& page, const KnownPage& known, const std::vector<bool>& covered);
+  void OpenDueConnections(OpenPage& page);
   void AnnounceLaunches();
   void LeavePage(OpenPage& page);
   // Ends the orders for which `which` holds, for host and fetcher; the plugin may still hold their responses.
@@ -153,6 +162,7 @@ class CorvaneRuntime final : private FetchObserver {
 
   const PluginFunctions& plugin_;
   Executor& executor_;
+  Transport& transport_;
   const HostSettings settings_;
   CommandSender sender_;
   CorvaneAnswers answers_;

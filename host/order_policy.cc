@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "host/volatile_address.h"
+
 namespace host {
 namespace {
 
@@ -34,13 +36,21 @@ NotServed WhyNotOrder(const KnownPage& page, const KnownResource& resource, cons
   if (!facts.pluginTakesOrders) return NotServed::SwitchedOff;
   if (!resource.get) return NotServed::NotGet;
   if (facts.isFresh(resource.url)) return NotServed::FreshInDiskCache;
-  if (resource.visitsSeen < settings.minSeenShare * page.visits) return NotServed::SeenTooSeldom;
+  if (!IsSeenOften(page, resource.visitsSeen, settings)) return NotServed::SeenTooSeldom;
+  if (resource.visitsSeen < settings.minVolatileSeen && LooksVolatile(resource.url)) {
+    return NotServed::Volatile;
+  }
+  if (resource.afterLoad) return NotServed::AfterLoad;
   if (const NotServed why = WhyNotHoldable(resource, facts.sizeLimit); why != NotServed::None) return why;
   if (!facts.hasContext) return NotServed::NoContext;
   return facts.whyNot ? facts.whyNot(resource) : NotServed::None;
 }
 
 }  // namespace
+
+bool IsSeenOften(const KnownPage& page, uint32_t visitsSeen, const HostSettings& settings) {
+  return visitsSeen > settings.minSeenShare * page.visits;
+}
 
 NotServed WhyNotHoldable(const KnownResource& resource, uint64_t sizeLimit) {
   if (!resource.get) return NotServed::NotGet;

@@ -25,6 +25,9 @@ struct OrderFacts {
   std::function<NotServed(const KnownResource& resource)> whyNot;
 };
 
+// Whether so many of the page's visits have shown something that the next one is likely to as well.
+bool IsSeenOften(const KnownPage& page, uint32_t visitsSeen, const HostSettings& settings);
+
 // Why the plugin could not hold the resource's response, going by its last request and response; None when it
 // could. `sizeLimit`: as in OrderFacts.
 NotServed WhyNotHoldable(const KnownResource& resource, uint64_t sizeLimit);

@@ -98,6 +98,17 @@ void PageDatabase::Remember(PageVisit visit) {
   }
   page.resources = std::move(seen);
   RememberGroups(page, settings_.maxResourcesPerPage);
+  if (observer_.onLearnt) observer_.onLearnt(visit.pageUrl_, page);
+  const auto forgotten = pages_.DropExcess();
+  if (forgotten && observer_.onForgotten) observer_.onForgotten(*forgotten);
+}
+
+void PageDatabase::Restore(const std::string& pageUrl, KnownPage page) {
+  if (page.resources.size() > settings_.maxResourcesPerPage) {
+    page.resources.resize(settings_.maxResourcesPerPage);
+  }
+  if (page.groups.size() > settings_.maxResourcesPerPage) page.groups.clear();
+  pages_.Use(pageUrl) = std::move(page);
   pages_.DropExcess();
 }
 

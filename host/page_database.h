@@ -1,11 +1,14 @@
 // What the host remembers of pages between visits: per page URL its resources, in order, how often they were
-// seen and what came back for them. In memory and bounded; executor's thread.
+// seen and what came back for them. In memory and bounded; an observer may keep a copy elsewhere. Executor's
+// thread.
 #ifndef HOST_PAGE_DATABASE_H_
 #define HOST_PAGE_DATABASE_H_
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/recency_map.h"
@@ -83,19 +86,34 @@ class PageVisit {
   std::map<std::string, size_t> places_;  // URL to index in seen_
 };
 
+// Hears of each change, after it. Must not change the database.
+struct PageDatabaseObserver {
+  std::function<void(const std::string& pageUrl, const KnownPage& page)> onLearnt;
+  std::function<void(const std::string& pageUrl)> onForgotten;  // there were too many
+};
+
 class PageDatabase {
  public:
   explicit PageDatabase(const HostSettings& settings) : pages_(settings.maxPages), settings_(settings) {}
 
-  // The page, or null before the end of its first visit. Valid until the next Remember.
+  // The page, or null before the end of its first visit. Valid until the next change.
   const KnownPage* Find(const std::string& pageUrl) const { return pages_.Peek(pageUrl); }
 
   // Makes a visit known, and forgets the least recently visited page when there are too many.
   void Remember(PageVisit visit);
 
+  // One observer at a time; both functions may be empty.
+  void Observe(PageDatabaseObserver observer) { observer_ = std::move(observer); }
+
+  // These two are not told to the observer. Makes a page known as an earlier run knew it, within the bounds;
+  // the one restored last counts as visited last.
+  void Restore(const std::string& pageUrl, KnownPage page);
+  void Forget(const std::string& pageUrl) { pages_.Erase(pageUrl); }
+
   size_t PageCount() const { return pages_.Size(); }
 
  private:
+  PageDatabaseObserver observer_;
   RecencyMap<std::string, KnownPage> pages_;
   const HostSettings settings_;
 };

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/connection_group.h"
+#include "host/order_policy.h"
 
 namespace host {
 namespace {
@@ -19,7 +20,7 @@ struct Group {
 
 // Whether the next visit is likely to ask for the resource, or for one like it.
 bool IsExpected(const KnownPage& page, const KnownResource& resource, const HostSettings& settings) {
-  return resource.lastVisit == page.visits || resource.visitsSeen >= settings.minSeenShare * page.visits;
+  return resource.lastVisit == page.visits || IsSeenOften(page, resource.visitsSeen, settings);
 }
 
 // How many of them wait at a time, at most.
@@ -52,8 +53,7 @@ std::vector<ConnectionNeed> DecidePreconnects(const KnownPage& page, const std::
   std::vector<ConnectionNeed> needs;
   for (const auto& [key, group] : groups) {
     const auto known = page.groups.find(key);
-    if (known == page.groups.end() || known->second.visitsSeen < settings.minSeenShare * page.visits)
-      continue;
+    if (known == page.groups.end() || !IsSeenOften(page, known->second.visitsSeen, settings)) continue;
     const int64_t firstUs = std::min_element(group.waits.begin(), group.waits.end())->first;
     needs.push_back({.atUs = std::max<int64_t>(firstUs - settings.preconnectLeadMs * 1000, 0),
                      .url = group.url,

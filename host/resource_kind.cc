@@ -59,6 +59,14 @@ ResourceKind KindByDestination(std::string_view name) {
   return KindByName(kKindNames, name);
 }
 
+// The first of its names in the table is what recorders say.
+const char* NameOfKind(ResourceKind kind) {
+  for (const KindName& row : kKindNames) {
+    if (row.kind == kind) return row.name.data();
+  }
+  return "other";
+}
+
 ResourceKind KindByMimeType(std::string_view type) {
   const auto has = [type](std::string_view part) { return type.find(part) != std::string_view::npos; };
   if (type == "text/html" || type == "application/xhtml+xml") return ResourceKind::Document;

@@ -11,6 +11,8 @@ enum class ResourceKind { Document, Stylesheet, Script, Font, Image, Media, Data
 // By what the browser fetches it for, as Sec-Fetch-Dest and recorders name it ("style", "stylesheet",
 // "iframe", "empty", "xhr"); Other for what is not known.
 ResourceKind KindByDestination(std::string_view name);
+// The name of a kind among these, as recorders say it; "other" for Other. A literal.
+const char* NameOfKind(ResourceKind kind);
 // By the type of the response ("text/css", without parameters, lower case).
 ResourceKind KindByMimeType(std::string_view type);
 // By the ending of the URL's path.

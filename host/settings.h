@@ -47,9 +47,14 @@ struct HostSettings {
   // downloading the same bytes twice.
   bool joinRunning = true;
 
-  // A resource is ordered when it was seen on at least this share of the page's earlier visits. Below a half,
-  // more of what is fetched is never asked for than is.
+  // A resource is ordered, and a connection opened ahead, when more than this share of the page's earlier
+  // visits have shown it. Below a half, more of what is fetched is never asked for than is; and what one of
+  // two visits has shown is as likely to be gone as to have come to stay.
   double minSeenShare = 0.5;
+
+  // On so many visits at least when its address looks as if it were new on every load (see
+  // host/volatile_address.h).
+  uint32_t minVolatileSeen = 2;
 
   // A load that has joined a preload goes to the network itself when the preload makes no progress for this
   // long: longer than slow servers think, shorter than people wait.

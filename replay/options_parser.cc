@@ -40,6 +40,7 @@ struct Texts {
   std::string visits = "3";
   std::string revisitAfter = "1h";
   std::string join = "on";
+  std::string preconnect = "on";
   std::string log;
   std::string jobs;
   std::vector<std::string> properties;
@@ -162,6 +163,7 @@ ReplayOptions Replay(const Texts& texts) {
   options.visits = Count("--visits", texts.visits, 1, 1000);
   options.revisitAfterMs = Duration("--revisit-after", texts.revisitAfter);
   options.join = OnOrOff("--join", texts.join);
+  options.preconnect = OnOrOff("--preconnect", texts.preconnect);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
   for (const std::string& property : texts.properties) AddProperty("--prop", property, options.properties);
@@ -203,6 +205,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
       ->capture_default_str();
   text("--join", texts.join, "on: a request waits for its preload under way; off: it is fetched twice",
        "on|off")
+      ->capture_default_str();
+  text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
       ->capture_default_str();
   text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
        "LEVEL");

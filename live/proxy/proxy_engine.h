@@ -74,6 +74,10 @@ class ProxyEngine final : public RequestHandler {
   void Cancel(host::LoadId id) override;
   void SetReading(host::LoadId id, bool reading) override;
 
+  // What is known of pages, for who keeps it between runs. An observer must live as long as the engine, whose
+  // end makes open pages known.
+  host::PageDatabase& Pages() { return corvane_.Database(); }
+
  private:
   class Load;
   class PageContext;

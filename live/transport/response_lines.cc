@@ -1,26 +1,12 @@
 #include "live/transport/response_lines.h"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
 #include <utility>
 
+#include "host/http/connection_headers.h"
 #include "net/http/header_text.h"
 
 namespace live {
-namespace {
-
-// They belong to one connection.
-constexpr std::array<std::string_view, 8> kHopByHop = {
-    "connection", "keep-alive", "proxy-authenticate", "proxy-connection",
-    "te",         "trailer",    "transfer-encoding",  "upgrade"};
-
-bool IsHopByHop(std::string_view name) {
-  return std::any_of(kHopByHop.begin(), kHopByHop.end(),
-                     [name](std::string_view other) { return net::EqualsIgnoringCase(name, other); });
-}
-
-}  // namespace
 
 bool ResponseLines::Add(std::string_view line) {
   bytes_ += line.size();
@@ -68,7 +54,7 @@ bool ResponseLines::AddHeader(std::string_view name, std::string_view value) {
     length_ = value;
     return same;
   }
-  lastIsKept_ = !IsHopByHop(name);
+  lastIsKept_ = !http::IsOfOneConnection(name);
   if (lastIsKept_) lines_.append(name).append(": ").append(value).push_back('\0');
   return true;
 }

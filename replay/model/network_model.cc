@@ -62,7 +62,10 @@ host::TransferId NetworkModel::Start(const host::TransferRequest& request, host:
   transfer.report.started = clock_.Now();
   group.waiting[Index(request.urgency)].push_back(id);
   // In a task of its own: no client hears anything from inside Start.
-  clock_.PostDelayed(0, [this, &group] { Dispatch(group); });
+  clock_.PostDelayed(0, [this, &group] {
+    Dispatch(group);
+    OpenPlanned();  // somebody may wait for a set-up that was for nobody
+  });
   return id;
 }
 
@@ -110,12 +113,29 @@ host::TransferReport NetworkModel::Cancel(host::TransferId id) {
 }
 
 void NetworkModel::Preconnect(const std::string& url, size_t count) {
-  Group& group = GroupOf(url);
-  const size_t most = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
-  const size_t busy = Multiplexed(group) ? 0 : group.busy;
-  // Those that transfers wait for are as good as used.
-  if (!Multiplexed(group)) count += group.waiting[0].size() + group.waiting[1].size();
-  while (group.idle.size() + group.connecting < count && group.idle.size() + group.connecting + busy < most) {
+  planned_.push_back({&GroupOf(url), count});
+  OpenPlanned();
+}
+
+// As many as may be set up for nobody at a time.
+void NetworkModel::OpenPlanned() {
+  while (!planned_.empty()) {
+    Group& group = *planned_.front().group;
+    const size_t most = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
+    const size_t busy = Multiplexed(group) ? 0 : group.busy;
+    const size_t open = group.idle.size() + group.connecting;
+    // Those that transfers wait for are as good as used.
+    const size_t taken = Multiplexed(group) ? 0 : group.waiting[0].size() + group.waiting[1].size();
+    if (open >= planned_.front().count + taken || open + busy >= most) {
+      planned_.pop_front();
+      continue;
+    }
+    size_t forNobody = 0;
+    for (const auto& [key, other] : groups_) {
+      const size_t waiting = other.waiting[0].size() + other.waiting[1].size();
+      forNobody += other.connecting - std::min(other.connecting, waiting);
+    }
+    if (forNobody >= settings_.maxPreconnects) return;
     OpenConnection(group);
   }
 }
@@ -137,6 +157,7 @@ size_t NetworkModel::UnusedConnections() const {
 
 void NetworkModel::Reset(uint64_t contentVersion) {
   contentVersion_ = contentVersion;
+  planned_.clear();
   groups_.clear();
   transfers_.clear();
 }
@@ -179,6 +200,7 @@ void NetworkModel::OpenConnection(Group& group) {
     --group.connecting;
     group.idle.push_back({.connectUs = connectUs});
     Dispatch(group);
+    OpenPlanned();
   });
 }
 

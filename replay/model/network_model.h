@@ -81,6 +81,7 @@ class NetworkModel final : public host::Transport {
   bool Multiplexed(const Group& group) const;
   void Dispatch(Group& group);
   void OpenConnection(Group& group);
+  void OpenPlanned();
   void Send(Group& group, host::TransferId id, Connection connection);
   void HurryBlocking(Group& group);
   void Respond(host::TransferId id);
@@ -95,7 +96,13 @@ class NetworkModel final : public host::Transport {
   const host::HostSettings settings_;
   const Server server_;
   SharedLink link_;
+  struct Planned {
+    Group* group;
+    size_t count;
+  };
+
   std::map<std::string, Group> groups_;
+  std::deque<Planned> planned_;                     // by Preconnect
   std::map<host::TransferId, Transfer> transfers_;  // under way
   host::TransferId lastId_ = 0;
   uint64_t contentVersion_ = 0;

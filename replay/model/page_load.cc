@@ -11,6 +11,7 @@ PageLoad::PageLoad(host::VirtualClock& clock, const PagePlan& plan, std::functio
   for (size_t index = 0; index < plan.requests.size(); ++index) {
     rows_[index].request = index;
     rows_[index].blocksLoad = plan.requests[index].blocksLoad;
+    if (rows_[index].blocksLoad) ++blocking_;
     if (plan.requests[index].parent != kPageStart) children_[plan.requests[index].parent].push_back(index);
   }
 }
@@ -43,6 +44,11 @@ void PageLoad::FirstByte(size_t index) {
 
 void PageLoad::Done(size_t index) {
   rows_[index].endUs = clock_.NowUs();
+  if (rows_[index].blocksLoad && --blocking_ == 0) {
+    clock_.PostDelayed(plan_.restUs, [this] {
+      if (onLoad) onLoad();
+    });
+  }
   Release(index, false);
 }
 

@@ -20,6 +20,9 @@ class PageLoad {
   // then Done are called for that index later. The plan must outlive the load.
   PageLoad(host::VirtualClock& clock, const PagePlan& plan, std::function<void(size_t index)> ask);
 
+  // Called when the page has its load event.
+  std::function<void()> onLoad;
+
   // Requests the page, now.
   void Begin();
 
@@ -46,6 +49,7 @@ class PageLoad {
   const std::function<void(size_t)> ask_;
   std::vector<std::vector<size_t>> children_;  // by parent
   std::vector<RequestRow> rows_;
+  size_t blocking_ = 0;  // requests that the load event waits for and that are not done
   int64_t startUs_ = 0;
 };
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "host/http/header_block.h"
+#include "replay/recording/redirects.h"
 
 namespace replay {
 namespace {
@@ -18,20 +18,10 @@ double FirstByteMs(const Request& request) {
   return std::max(request.startMs, request.endMs - request.receiveMs);
 }
 
-bool IsRedirect(const Request& request) {
-  return request.status >= 300 && request.status < 400;
-}
-
-// Where a redirect leads: an absolute address, or a path of the same origin. Other forms are rare, and give
-// nothing.
-std::string RedirectTarget(const Request& request) {
-  const std::string_view location = http::FindHeader(request.responseHeaders, "Location").value_or("");
-  if (location.starts_with("//"))
-    return request.url.substr(0, request.url.find(':') + 1) + std::string(location);
-  if (!location.starts_with('/')) return std::string(location);
-  const size_t authority = request.url.find("://");
-  if (authority == std::string::npos) return {};
-  return request.url.substr(0, request.url.find('/', authority + 3)) + std::string(location);
+// A request that was still under way after the load event cannot have held it up.
+bool BlocksLoad(const Page& page, const Request& request) {
+  if (page.onLoadMs < 0) return true;
+  return request.startMs < page.onLoadMs && request.endMs <= page.onLoadMs + kLoadSlackMs;
 }
 
 // The latest request of each URL so far, and the redirects that lead to each.
@@ -92,7 +82,7 @@ PagePlan MakePlan(const Page& page) {
   for (size_t index = 0; index < page.requests.size(); ++index) {
     const Request& request = page.requests[index];
     PlannedRequest planned = Plan(page, index, seen);
-    planned.blocksLoad = page.onLoadMs < 0 || request.startMs < page.onLoadMs;
+    planned.blocksLoad = index <= page.document || BlocksLoad(page, request);
     if (planned.blocksLoad) lastEndMs = std::max(lastEndMs, request.endMs);
     plan.requests.push_back(planned);
     seen.byUrl[request.url] = index;

@@ -13,11 +13,15 @@ namespace replay {
 
 inline constexpr size_t kPageStart = static_cast<size_t>(-1);
 
+// Recorders note a request's end and the load event a little apart: up to so much later, it still belongs
+// before the event.
+inline constexpr double kLoadSlackMs = 50;
+
 struct PlannedRequest {
   size_t parent = kPageStart;  // index of the request that initiates this one
   bool fromFirstByte = false;  // the parent streams: its first byte counts, not its last
   int64_t thinkUs = 0;         // from there to the request
-  bool blocksLoad = false;     // it began before the page's load event
+  bool blocksLoad = false;     // the page's load event waits for it
 };
 
 struct PagePlan {

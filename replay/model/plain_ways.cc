@@ -270,6 +270,10 @@ WayResult RunReachable(PlainBrowser& browser, const host::KnownPage& known) {
     groups.erase(host::ConnectionGroup(page.requests[index].url));
   }
   for (const std::string& group : groups) browser.Network().OpenConnections(group);
+  browser.Clock().PostDelayed(0, [&] {
+    const Request& document = page.requests[page.document];
+    browser.Network().Preconnect(document.url, static_cast<size_t>(browser.Setup().settings.socketsPerGroup));
+  });
   ReachableResponses responses(browser, known);
   browser.answerFirst = [&](size_t index) { return responses.Answer(index); };
   browser.Clock().PostDelayed(0, [&responses] { responses.StartNext(); });

@@ -184,6 +184,7 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
   const uint64_t warningsBefore = g_log.warnings;
   setup_ = &setup;
   PageLoad load(clock_, setup.plan, [this](size_t index) { Ask(index); });
+  load.onLoad = [this] { corvane_.LoadEvent(kTab); };
   load_ = &load;
 
   const Request& navigation = setup.page.requests.front();

@@ -37,6 +37,7 @@ host::HostSettings Settings(const ReplayOptions& options) {
   host::HostSettings settings;
   settings.socketsPerGroup = options.socketsPerGroup;
   settings.joinRunning = options.join;
+  settings.preconnect = options.preconnect;
   settings.verboseLevel = options.logLevel.value_or(0);
   return settings;
 }

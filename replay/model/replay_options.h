@@ -17,6 +17,7 @@ struct ReplayOptions {
   uint32_t visits = 3;  // loads made of a recording that holds a single load of each page
   double revisitAfterMs = 3600e3;
   bool join = true;
+  bool preconnect = true;
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
 };

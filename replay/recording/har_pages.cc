@@ -7,6 +7,7 @@
 #include <set>
 
 #include "host/http/dates.h"
+#include "replay/recording/redirects.h"
 
 namespace replay {
 namespace {
@@ -24,6 +25,7 @@ struct Draft {
   HarPage har;
   std::optional<double> startedMs;  // as the file says
   std::optional<double> fromMs;     // the earlier of that and of the first row that names it
+  std::vector<double> namedMs;      // starts of the rows that name it and no other page, ascending
   std::vector<size_t> rows;         // in file order
 };
 
@@ -75,13 +77,26 @@ std::vector<size_t> SortedByStart(const std::vector<Draft>& drafts, std::vector<
   return pages;
 }
 
+// When the last of the rows that name the page had begun, at that time; -1 when there was none.
+double LastNamedMs(const Draft& draft, double ms) {
+  const auto after = std::upper_bound(draft.namedMs.begin(), draft.namedMs.end(), ms);
+  return after == draft.namedMs.begin() ? -1 : *(after - 1);
+}
+
 // The last one that had started when the row did; the first one for a row that tells no time or is too early.
+// Of pages that started at the same time, the one whose own rows come closest before it.
 size_t PageAt(const std::vector<Draft>& drafts, const std::vector<size_t>& sorted, std::optional<double> ms) {
   if (!ms) return sorted.front();
   const auto after = std::partition_point(sorted.begin(), sorted.end(), [&](size_t page) {
     return drafts[page].fromMs && *drafts[page].fromMs <= *ms;
   });
-  return after == sorted.begin() ? sorted.front() : *(after - 1);
+  if (after == sorted.begin()) return sorted.front();
+  const auto fromMs = drafts[*(after - 1)].fromMs;
+  const auto first =
+      std::find_if(sorted.begin(), after, [&](size_t page) { return drafts[page].fromMs == fromMs; });
+  return *std::max_element(first, after, [&](size_t a, size_t b) {
+    return LastNamedMs(drafts[a], *ms) < LastNamedMs(drafts[b], *ms);
+  });
 }
 
 void AssignRows(const std::vector<HarRow>& rows, std::vector<Draft>& drafts) {
@@ -90,9 +105,12 @@ void AssignRows(const std::vector<HarRow>& rows, std::vector<Draft>& drafts) {
   for (const HarRow& row : rows) {
     const auto named = pagesById.find(row.pageref);
     if (named != pagesById.end() && named->second.size() == 1) {
-      Earlier(drafts[named->second.front()].fromMs, row.startedMs);
+      Draft& draft = drafts[named->second.front()];
+      Earlier(draft.fromMs, row.startedMs);
+      if (row.startedMs) draft.namedMs.push_back(*row.startedMs);
     }
   }
+  for (Draft& draft : drafts) std::sort(draft.namedMs.begin(), draft.namedMs.end());
   for (auto& [id, pages] : pagesById) pages = SortedByStart(drafts, std::move(pages));
   std::vector<size_t> all(drafts.size());
   std::iota(all.begin(), all.end(), size_t{0});
@@ -110,17 +128,53 @@ double ShiftedTiming(std::optional<double> ms, double shiftMs) {
   return *ms + shiftMs < 0 ? -1 : *ms + shiftMs;
 }
 
+bool IsDocument(const Request& request) {
+  return request.status >= 200 && request.status < 300 && IsHtml(request);
+}
+
+// Whether one of the page's rows before it has called for it, as pages do for frames.
+bool IsCalledFor(const Page& page, size_t index) {
+  const Request& request = page.requests[index];
+  return std::any_of(page.requests.begin(), page.requests.begin() + static_cast<std::ptrdiff_t>(index),
+                     [&request](const Request& before) {
+                       const bool names = before.url == request.initiatorUrl || before.url == request.referer;
+                       return names && !IsRedirect(before) && before.url != request.url;
+                     });
+}
+
+// Where the redirects end that the first row begins.
+size_t EndOfRedirects(const Page& page) {
+  size_t end = 0;
+  for (size_t index = 1; index < page.requests.size(); ++index) {
+    const Request& last = page.requests[end];
+    if (!IsRedirect(last)) break;
+    if (page.requests[index].url == RedirectTarget(last)) end = index;
+  }
+  return end;
+}
+
+// The main document. A recorder may have rows of something else before it, but not many: an HTML row further
+// behind, or one that another row has called for, is a frame in a page whose own document was not recorded as
+// such (it may have been answered with 304).
+size_t FindDocument(const Page& page) {
+  constexpr size_t kMostBefore = 10;
+  const size_t end = EndOfRedirects(page);
+  if (IsDocument(page.requests[end])) return end;
+  for (size_t index = 0; index < page.requests.size() && index <= kMostBefore; ++index) {
+    if (IsDocument(page.requests[index])) return IsCalledFor(page, index) ? end : index;
+  }
+  return end;
+}
+
 // Redirects that lead to the main document are part of the navigation, whatever they look like.
-void FindDocument(Page& page) {
-  const auto document = std::find_if(page.requests.begin(), page.requests.end(), [](const Request& request) {
-    return request.status >= 200 && request.status < 300 && IsHtml(request);
-  });
-  if (document == page.requests.end()) return;
-  page.document = static_cast<size_t>(document - page.requests.begin());
-  document->kind = host::ResourceKind::Document;
+void MarkDocument(Page& page) {
+  page.document = FindDocument(page);
+  const auto document = page.requests.begin() + static_cast<std::ptrdiff_t>(page.document);
+  if (IsDocument(*document)) document->kind = host::ResourceKind::Document;
   std::for_each(page.requests.begin(), document, [](Request& request) {
-    const bool isRedirect = request.status >= 300 && request.status < 400;
-    if (isRedirect && request.kind == host::ResourceKind::Other) request.kind = host::ResourceKind::Document;
+    if (IsRedirect(request) && request.kind == host::ResourceKind::Other) {
+      request.kind = host::ResourceKind::Document;
+    }
   });
 }
 
@@ -141,7 +195,7 @@ Page MakePage(const Draft& draft, std::vector<HarRow>& rows) {
   if (std::abs(shiftMs) > kMostShiftMs) shiftMs = 0;
   page.onContentLoadMs = ShiftedTiming(draft.har.onContentLoadMs, shiftMs);
   page.onLoadMs = ShiftedTiming(draft.har.onLoadMs, shiftMs);
-  FindDocument(page);
+  MarkDocument(page);
   return page;
 }
 

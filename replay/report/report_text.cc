@@ -241,6 +241,7 @@ std::string ConditionsText(const ReplayOptions& options) {
   text += fmt::format(", {} sockets, revisit after {}", options.socketsPerGroup,
                       DurationText(options.revisitAfterMs));
   text += options.join ? ", joining" : ", not joining";
+  if (!options.preconnect) text += ", no preconnects";
   for (const auto& [name, value] : options.properties)
     text += fmt::format(", {}={}", name, PrintableText(value));
   return text;

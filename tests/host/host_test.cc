@@ -193,7 +193,7 @@ TEST_F(HostTest, OnePreloadAfterTheOtherWhateverTheirEnds) {
 }
 
 TEST_F(HostTest, APreloadIsSentAsThePageWouldSendIt) {
-  Start();
+  Start({.minSeenShare = 0.4});
   context.cookies = "c=1";
   repeated = "Accept: image/*\r\nOrigin: http://page.test\r\nCookie: old\r\nRange: bytes=0-\r\n\r\n";
   LearnAndRequest({"a"});
@@ -481,17 +481,21 @@ TEST_F(HostTest, AJoinerDoesNotWaitForAStalledPreload) {
 
 TEST_F(HostTest, AJoinerOfAPreloadThatFailsGoesOnItsOwnUnlessItHasHeardOfTheResponse) {
   Start();
-  LearnAndRequest({"a", "b"});
-  RecordingClient unheard, heard;
+  LearnAndRequest({"a", "b", "c"});
+  RecordingClient unheard, heard, silent;
   Get("a", unheard);
   Get("b", heard);
+  Get("c", silent);
   clock.RunFor(0);
   transport.Respond(1, Ok());
   transport.Done(0, kConnectionFailed);
   transport.Done(1, kConnectionClosed);
-  EXPECT_EQ(transport.Urls(), " b:a b:b b:a");
-  Answer(2);
+  transport.Done(2);  // without a response
+  EXPECT_EQ(transport.Urls(), " b:a b:b b:c b:a b:c");
+  Answer(3);
   EXPECT_EQ(unheard.heard, "200 body done 0");
+  Answer(4);
+  EXPECT_EQ(silent.heard, "200 body done 0");
   EXPECT_EQ(unheard.info.why, NotServed::Failed);
   EXPECT_EQ(heard.heard, "200 done -100");
 }
@@ -515,13 +519,63 @@ TEST_F(HostTest, AJoinerThatDoesNotReadSlowsDownWhatThePluginDoesNotBound) {
   EXPECT_EQ(slow.heard, "200");
   clock.RunFor(100'000'000);
   EXPECT_FALSE(transport.transfers[0].cancelled) << "it makes no progress because it must not";
+  clock.RunFor(29'000'000);
   stack->SetReading(slowId, true);
-  clock.RunFor(0);
+  clock.RunFor(2'000'000);
   EXPECT_TRUE(transport.transfers[0].reading);
+  EXPECT_FALSE(transport.transfers[0].cancelled) << "nor did it have the time since";
   EXPECT_EQ(slow.heard, fast.heard);
   transport.Done(0);
   EXPECT_EQ(slow.heard, fast.heard);
   EXPECT_TRUE(slow.heard.ends_with(" done 0"));
+}
+
+// --- Connections ahead of their use
+
+TEST_F(HostTest, OpensConnectionsForWhatIsNeitherOrderedNorFresh) {
+  const auto visit = [this](const std::string& late) {
+    Request();
+    corvane->ResourceSeen(kTab, {.url = "http://held.test/a"});
+    corvane->ResponseSeen(kTab, "http://held.test/a", Ok());
+    clock.RunFor(300'000);
+    corvane->ResourceSeen(kTab, {.url = "http://early.test/", .method = "POST"});
+    corvane->ResourceSeen(kTab, {.url = "http://early.test/fresh"});
+    corvane->ResourceSeen(kTab, {.url = "http://fresh.test/fresh"});
+    clock.RunFor(2'000'000);
+    corvane->ResourceSeen(kTab, {.url = "http://late.test/?" + late});
+    corvane->LoadEvent(kTab);
+    corvane->ResourceSeen(kTab, {.url = "http://after.test/", .method = "POST"});
+  };
+  const std::string early = " http://early.test/*1", late = " http://late.test/?1700000000*1";
+  const struct {
+    HostSettings settings;
+    Properties properties;
+    int64_t runUs;
+    std::string opened;
+  } rows[] = {
+      {{}, {}, 299'999, early},
+      {{}, {}, 300'000, early + late},  // two seconds before its time
+      {{.preconnectLeadMs = 0}, {}, 299'999, ""},
+      {{.preconnectLeadMs = 0}, {}, 300'000, early},
+      {{.preconnect = false}, {}, 5'000'000, ""},
+      {{}, {{"net.cv.kiv.on", "0"}}, 5'000'000, ""},
+  };
+  for (const auto& row : rows) {
+    for (const bool leave : {false, true}) {
+      SCOPED_TRACE(&row - rows);
+      Start(row.settings, row.properties);
+      visit("1700000000");
+      EXPECT_EQ(transport.preconnects, "") << "nothing was known yet";
+      corvane->PageLeft(kTab);
+      Request();
+      clock.RunFor(row.runUs);
+      if (leave) corvane->PageLeft(kTab);
+      EXPECT_EQ(std::exchange(transport.preconnects, ""), row.opened);
+      clock.RunFor(10'000'000);
+      EXPECT_TRUE(!leave || transport.preconnects.empty()) << "the page is left";
+      transport.preconnects.clear();
+    }
+  }
 }
 
 // --- Pages and tabs
@@ -530,7 +584,7 @@ TEST_F(HostTest, AJoinerThatDoesNotReadSlowsDownWhatThePluginDoesNotBound) {
 TEST_F(HostTest, AFlushLeavesNothingBehind) {
   for (const bool pageIsCached : {false, true}) {
     SCOPED_TRACE(pageIsCached);
-    Start({}, {{"net.cv.kiv.prlimit", "2"}});
+    Start({.minSeenShare = 0.4}, {{"net.cv.kiv.prlimit", "2"}});
     LearnAndRequest({"a", "b", "c", "d"});
     if (pageIsCached) corvane->CacheStatus(kPage, true);  // then a flush does not forget the page's context
     RecordingClient joined, own, served;
@@ -559,7 +613,7 @@ TEST_F(HostTest, AFlushLeavesNothingBehind) {
 
 TEST_F(HostTest, TabsKeepApartWhatTheyLearnAndOrder) {
   const std::string otherPage = "http://other.test/";
-  Start();
+  Start({.minSeenShare = 0.4});
   Request(kPage, 1);
   Request(otherPage, 2);
   See("one", ResourceKind::Image, Ok(), "GET", 1);
@@ -590,6 +644,26 @@ TEST_F(HostTest, TabsKeepApartWhatTheyLearnAndOrder) {
   clock.RunFor(0);
   EXPECT_EQ(transport.Urls(3), " b:one p:one p:both") << "what the closed tab had is ordered anew";
   clock.Run();
+}
+
+// A load may end long after the preload that it joined, when another page has ordered the URL for itself.
+TEST_F(HostTest, ALateJoinerTakesNothingFromAnotherTab) {
+  Start();
+  LearnAndRequest({"a"});
+  RecordingClient late, served, other;
+  const LoadId id = Get("a", late).id;
+  stack->SetReading(id, false);
+  clock.RunFor(0);
+  Answer(0);
+  EXPECT_EQ(Get("a", served).source, LoadSource::Served);
+  LearnAndRequest({"a"}, "http://other.test/", 2);
+  ASSERT_EQ(transport.Urls(), " b:a p:a");
+  stack->SetReading(id, true);
+  clock.RunFor(0);
+  EXPECT_EQ(late.heard, "200 body done 0");
+  EXPECT_EQ(Get("a", other, "", 2).source, LoadSource::Joined);
+  Answer(1, "new!");
+  EXPECT_EQ(other.heard, "200 new! done 0");
 }
 
 // The plugin knows one context and one set of headers for a page, whoever shows it.
@@ -644,7 +718,7 @@ TEST_F(HostTest, AFrameThatIsOpenedByItselfIsAPage) {
 }
 
 TEST_F(HostTest, AnIdlePageLosesItsPreloads) {
-  Start({.settleAfterMs = 1000});
+  Start({.minSeenShare = 0.4, .settleAfterMs = 1000});
   LearnAndRequest({"a", "b"});
   Answer(0);
   clock.RunFor(900'000);

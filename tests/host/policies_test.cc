@@ -7,6 +7,7 @@
 #include "host/order_policy.h"
 #include "host/page_database.h"
 #include "host/preconnect_policy.h"
+#include "host/volatile_address.h"
 #include "tests/support/scripted_transport.h"
 
 namespace host {
@@ -34,8 +35,10 @@ TEST(OrderPolicy, OrdersWhatIsWorthItByKindThenByPosition) {
       {{.url = "large", .kind = Kind::Image, .declaredLength = 1000}, NotServed::None},
       {{.url = "too large", .declaredLength = 1001}, NotServed::OverSizeLimit},
       {{.url = "sheet", .kind = Kind::Stylesheet}, NotServed::None},
-      {{.url = "half", .kind = Kind::Script, .visitsSeen = 2}, NotServed::None},
-      {{.url = "rare", .kind = Kind::Script, .visitsSeen = 1}, NotServed::SeenTooSeldom},
+      {{.url = "most", .kind = Kind::Script, .visitsSeen = 3}, NotServed::None},
+      {{.url = "half", .kind = Kind::Script, .visitsSeen = 2}, NotServed::SeenTooSeldom},
+      {{.url = "late", .kind = Kind::Script, .afterLoad = true}, NotServed::AfterLoad},
+      {{.url = "often?1700000000", .kind = Kind::Data}, NotServed::None},
   };
   KnownPage page{.visits = 4};
   std::map<std::string, NotServed> expected;
@@ -54,13 +57,39 @@ TEST(OrderPolicy, OrdersWhatIsWorthItByKindThenByPosition) {
     EXPECT_EQ(decision.why, expected.at(url)) << url;
     if (decision.why == NotServed::None) order += url + " ";
   }
-  EXPECT_EQ(order, "font sheet half data image large ");
+  EXPECT_EQ(order, "font sheet most data often?1700000000 image large ");
 
   for (const NotServed why : {NotServed::SwitchedOff, NotServed::NoContext}) {
     facts.pluginTakesOrders = why != NotServed::SwitchedOff;
     facts.hasContext = why != NotServed::NoContext;
     EXPECT_EQ(DecideOrders(page, facts, {}).front().why, why);
   }
+}
+
+TEST(OrderPolicy, WhatLooksNewOnEveryLoadMustHaveComeTwice) {
+  const std::pair<const char*, bool> rows[] = {
+      {"http://a.test/x?t=170000000", false},  // nine digits
+      {"http://a.test/x?t=1700000000", true},
+      {"http://a.test/17000.00000", false},
+      {"http://a.test/app.3f9a12bc.js", false},
+      {"http://a.test/id/3f9a12bc3f9a12b", false},  // fifteen
+      {"http://a.test/id/3f9a12bc3f9a12bc", true},
+      {"http://a.test/id/3F9A12BC-3f9a-12bc", false},
+      {"http://a.test/effacedfacadefaced", false},  // a word
+      {"", false},
+  };
+  for (const auto& [url, isVolatile] : rows) {
+    EXPECT_EQ(LooksVolatile(url), isVolatile) << url;
+    const OrderFacts facts{.sizeLimit = 1000, .isFresh = [](const std::string&) { return false; }};
+    KnownPage page{.visits = 1,
+                   .resources = {{.url = url, .visitsSeen = 1, .status = 200, .declaredLength = 4}}};
+    EXPECT_EQ(DecideOrders(page, facts, {}).front().why, isVolatile ? NotServed::Volatile : NotServed::None);
+    page.visits = page.resources[0].visitsSeen = 2;
+    EXPECT_EQ(DecideOrders(page, facts, {}).front().why, NotServed::None) << "twice is no accident";
+  }
+  const KnownPage page{.visits = 2};
+  EXPECT_FALSE(IsSeenOften(page, 1, {})) << "one of two";
+  EXPECT_TRUE(IsSeenOften(page, 2, {}));
 }
 
 TEST(LinkPolicy, PreloadsYield) {
@@ -129,18 +158,18 @@ TEST(PreconnectPolicy, OpensWhatThePageWillNeedShortlyBeforeItDoes) {
       {{covered(seen("a/1", 9, 9)), covered(seen("a/2", 9, 9))}, "", "preloaded or fresh"},
       {{covered(seen("a/1", 9, 9)), seen("a/2", 1209, 9)}, "209:http://a/2*1 ", "the other one needs it"},
       {{late(seen("a/1", 9, 9))}, "", "after the load event nobody is kept waiting"},
-      {{seen("a/old", 9, 9, 1, 3), seen("a/half", 1500, 9, 2, 3)},
-       "500:http://a/half*1 ",
+      {{seen("a/old", 9, 9, 2, 3), seen("a/most", 1500, 9, 3, 3)},
+       "500:http://a/most*1 ",
        "gone, most likely"},
       {{seen("a/new", 1500, 9, 1, 4)}, "500:http://a/new*1 ", "its like came on every visit"},
-      {{seen("seldom/1", 9, 9, 1, 4)}, "", "one visit in four"},
+      {{seen("seldom/1", 9, 9, 1, 4)}, "", "two visits in four"},
       {{seen("unknown/1", 9, 9)}, "", "no visit is known to have used it"},
   };
   for (const auto& row : rows) {
     KnownPage page{.visits = 4,
                    .groups = {{"http://a:80", {.visitsSeen = 4, .lastVisit = 4}},
-                              {"http://b:80", {.visitsSeen = 2, .lastVisit = 4}},
-                              {"http://seldom:80", {.visitsSeen = 1, .lastVisit = 4}}}};
+                              {"http://b:80", {.visitsSeen = 3, .lastVisit = 4}},
+                              {"http://seldom:80", {.visitsSeen = 2, .lastVisit = 4}}}};
     std::vector<bool> isCovered;
     for (const Row& resource : row.resources) {
       page.resources.push_back(resource.resource);

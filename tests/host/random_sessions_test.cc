@@ -277,7 +277,7 @@ class Session {
     if (what < 95) return corvane_->SettleIdlePages();
     if (what < 97 && jars_.contains(tab)) jars_[tab]->cookies = AnyCookies();
     if (what == 97) corvane_->NetworkStackIsUp();
-    if (what == 98) corvane_->LoadEvent(tab);
+    if (what == 98) corvane_->AnsweredByCache(tab, UrlOf(Draw(kResources)));
     if (what == 99 && Draw(4) == 0) EndHost();
   }
 
@@ -322,7 +322,8 @@ class Session {
         stack_->Start({.tab = tab, .url = url, .method = load.method, .headers = load.headers}, load).id;
   }
 
-  Load& AnyLoad() { return loads_[static_cast<size_t>(Draw(static_cast<int>(loads_.size())))]; }
+  // One of the last ones, which are most likely under way.
+  Load& AnyLoad() { return *(loads_.rbegin() + Draw(std::min(static_cast<int>(loads_.size()), 12))); }
 
   void EndLoad() {
     if (loads_.empty()) return;

@@ -45,7 +45,7 @@ TEST(CommandLine, Defaults) {
   EXPECT_EQ(line.replay.profile.downMbit, 9);
   EXPECT_EQ(line.replay.socketsPerGroup, 6);
   EXPECT_EQ(line.replay.revisitAfterMs, 3600e3);
-  EXPECT_TRUE(line.replay.join);
+  EXPECT_TRUE(line.replay.join && line.replay.preconnect);
   EXPECT_GE(line.jobs, 1U);
   EXPECT_EQ(line.recordings, std::vector<std::string>{"a.har"});
 }
@@ -115,6 +115,7 @@ TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
       {{"--revisit-after", "1e9d", "a.har"}, {"--revisit-after"}},
       {{"--revisit-after", "9999d", "a.har"}, {"--revisit-after", "ten years"}},
       {{"--join", "yes", "a.har"}, {"--join", "'yes'"}},
+      {{"--preconnect", "1", "a.har"}, {"--preconnect", "'1'"}},
       {{"--log", "loud", "a.har"}, {"--log", "'loud'"}},
       {{"--prop", "net.cv.kiv.on", "a.har"}, {"--prop", "name=value"}},
       {{"--prop", "net.cv.kiv.limit=1", "a.har"}, {"--prop", "'net.cv.kiv.limit'", "net.cv.kiv.prlimit"}},

@@ -272,6 +272,11 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
         {row("before-its-bytes", 300, 500, by("script")), 0, false, 100},
         {row("while-they-come", 360, 500, by("script")), 1, false, 0},
         {row("before-the-document", 50, 90), 0, false, 0}, {row("itself", 600, 700, by("itself")), 0, false, 400}}},
+      // What ended more than 50 ms after the load event did not hold it up.
+      {0, 700, 0,
+       {{row("", 0, 200, document(100)), kPageStart, false, 0}, {row("last", 650, 750), 0, false, 450},
+        {row("beacon", 650, 751), 0, false, 450, false}}},
+      {0, 100, 0, {{row("", 0, 200, document(100)), kPageStart, false, 0}}},  // but the document did
       // Redirects to the document, and to a picture.
       {2, -1, 0,
        {{row("old", 0, 100, to("/older")), kPageStart, false, 0},

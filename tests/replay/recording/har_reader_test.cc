@@ -237,6 +237,9 @@ TEST(HarReader, PutsRowsIntoPages) {
       {"a row before every page goes to the first", both, {{"a", "2019-12-31T23:59:59Z"}}, {"p1: a@0"}},
       {"a page begins with its first named row when that is earlier", both,
        {{"a", "00:00", "p1"}, {"b", "09:58", "p2"}, {"c", "09:59"}}, {"p1: a@0", "p2: b@0 c@1000"}},
+      {"pages that start together", first + ", {'id': 'p2', 'startedDateTime': '2020-01-01T00:00:00Z'}",
+       {{"a", "00:00", "p1"}, {"b", "00:01"}, {"c", "00:02", "p2"}, {"d", "00:03"}, {"e", "00:04", "p1"}, {"f", "00:05"}},
+       {"p1: a@0 b@1000 e@4000 f@5000", "p2: c@0 d@1000"}},
       {"one name for two pages", sameName, {{"a", "00:00", "p1"}, {"b", "10:00", "p1"}}, {"p1: a@0", "p1: b@0"}},
       {"pages that only rows know", "", {{"a", "00:00", "x"}, {"b", "10:00", "y"}}, {"x: a@0", "y: b@0"}},
       {"no pages, and zones", "", {{"b", "00:02"}, {"a", "2020-01-01T01:00:01+01:00"}}, {": a@0 b@1000"}},
@@ -291,9 +294,50 @@ TEST(HarReader, TheDocumentIsTheFirstHtmlThatCame) {
   const Page page = ReadRows(row("302", "") + "," + row("404", "text/html") + "," + came).pages.at(0);
   EXPECT_EQ(page.document, 2u);
   EXPECT_EQ(page.requests[0].kind, ResourceKind::Document) << "it leads there";
+  EXPECT_EQ(ReadRows(row("204", "") + "," + came).pages.at(0).document, 1u) << "not the page's own";
+  std::string many;
+  for (int rows = 0; rows < 11; ++rows) many += row("200", "image/png") + ",";
+  EXPECT_EQ(ReadRows(many + came).pages.at(0).document, 0u) << "a frame far down the page";
   const Page none = ReadRows(row("302", "text/html") + "," + row("200", "image/png")).pages.at(0);
   EXPECT_EQ(none.document, 0u);
   EXPECT_EQ(none.requests[0].kind, ResourceKind::Other);
+}
+
+TEST(HarReader, TheDocumentIsWhereTheNavigationEnds) {
+  const std::string html = "'status': 200, 'content': {'mimeType': 'text/html'}";
+  const auto to = [](const std::string& location) {
+    return "'status': 302, 'headers': [{'name': 'Location', 'value': '" + location + "'}]";
+  };
+  const auto by = [](const std::string& header, const std::string& path) {
+    return "'headers': [{'name': '" + header + "', 'value': 'http://a.test/" + path + "'}], ";
+  };
+  const std::string image = RowOf("", "", "'status': 200, 'content': {'mimeType': 'image/png'}", "image");
+  const struct {
+    std::vector<std::string> rows;
+    size_t document;
+    const char* why;
+  } cases[] = {
+      {{RowOf("", "", to("/b")), image, RowOf("", "", to("http://a.test/c"), "b"), RowOf("", "", html, "c")},
+       3,
+       "redirects lead to it"},
+      {{RowOf("", "", "'status': 304", "page"), RowOf("", by("Referer", "page"), html, "frame")},
+       0,
+       "it was revalidated, and has a frame"},
+      {{RowOf("", "", to("/b")), RowOf("", "", "'status': 304", "b"),
+        RowOf("", by("Referer", "b"), html, "frame")},
+       1,
+       "both"},
+      {{image, RowOf("", by("Referer", "elsewhere"), html, "page")}, 1, "a link led to it"},
+      {{RowOf("", "", to("/page")), RowOf("", "", to("/page"), "other"),
+        RowOf("", by("Referer", ""), html, "page")},
+       2,
+       "a redirect is no page that calls for a frame"},
+  };
+  for (const auto& row : cases) {
+    std::string rows;
+    for (const std::string& one : row.rows) rows += (rows.empty() ? "" : ",") + one;
+    EXPECT_EQ(ReadRows(rows).pages.at(0).document, row.document) << row.why;
+  }
 }
 
 TEST(HarReader, TellsProtocols) {

@@ -1,0 +1,62 @@
+// Tells of what went through the proxy: a line for each page load, and files for those who want them. Loop's
+// thread.
+#ifndef LIVE_JOURNAL_JOURNAL_H_
+#define LIVE_JOURNAL_JOURNAL_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "host/executor.h"
+#include "host/task_scope.h"
+#include "live/journal/growing_file.h"
+#include "live/journal/har_log.h"
+#include "live/proxy/proxy_engine.h"
+
+namespace live {
+
+struct JournalSettings {
+  std::string jsonPath;  // gets a line for each page load; empty for none, "-" for standard output
+  std::string harPath;   // a new file; empty for none
+  HarLimits har;
+};
+
+class Journal {
+ public:
+  using Tell = std::function<void(const std::string& message)>;
+
+  // `line` gets each page load's line, `tell` what goes wrong with the files, once. Throws
+  // std::runtime_error with one line when one of them cannot be written at all. The executor must live
+  // longer.
+  Journal(const JournalSettings& settings, host::Executor& executor, WallClock wallClock,
+          std::function<void(const std::string& line)> line, Tell tell);
+
+  // For the engine, which must not outlive the journal.
+  EngineObserver Observer();
+
+ private:
+  void OnLoad(const LoadRecord& load);
+  void OnPage(const PageRecord& page);
+  // What the wall clock is ahead of the loop's. The same as long as nobody sets it or sends the machine to
+  // sleep, so that times in a file fit together.
+  int64_t WallUs();
+  std::optional<size_t> PageOf(const LoadRecord& load);
+  void FlushSoon();
+
+  host::Executor& executor_;
+  const WallClock wallClock_;
+  const std::function<void(const std::string&)> line_;
+  const Tell tell_;
+  int64_t wallUs_ = 0;
+  std::optional<GrowingFile> json_;
+  std::optional<HarLog> har_;
+  std::map<host::TabId, size_t> harPages_;  // of the pages that began last
+  bool flushWaits_ = false;
+  host::Timer flushTimer_;
+};
+
+}  // namespace live
+
+#endif  // LIVE_JOURNAL_JOURNAL_H_

@@ -1,0 +1,108 @@
+#include "live/proxy/front/handshake.h"
+
+#include <exception>
+#include <utility>
+
+#include "live/proxy/front/browser_connection.h"
+#include "live/proxy/front/tunnel.h"
+
+namespace live {
+namespace {
+
+namespace asio = boost::asio;
+
+enum class Guess { Tls, Other, TooEarly };
+
+// A record of the handshake (22), of version 3, that holds a ClientHello (1).
+Guess GuessProtocol(const std::string& bytes) {
+  constexpr size_t kRecordHead = 5;
+  const bool begins = (bytes.empty() || bytes[0] == 22) && (bytes.size() < 2 || bytes[1] == 3) &&
+                      (bytes.size() <= kRecordHead || bytes[kRecordHead] == 1);
+  if (!begins) return Guess::Other;
+  return bytes.size() > kRecordHead ? Guess::Tls : Guess::TooEarly;
+}
+
+}  // namespace
+
+Handshake::Handshake(FrontContext& front, std::unique_ptr<Stream> browser, HostPort target,
+                     std::string toBrowser, std::string read)
+    : front_(front),
+      browser_(std::move(browser)),
+      target_(std::move(target)),
+      toBrowser_(std::move(toBrowser)),
+      read_(std::move(read)),
+      lastUs_(front.NowUs()) {}
+
+void Handshake::Start() {
+  browser_->Write(asio::buffer(toBrowser_), [this, self = shared_from_this()](const Error& error, size_t) {
+    if (closed_) return;
+    error ? End() : Look();
+  });
+}
+
+void Handshake::Close() {
+  if (std::exchange(closed_, true)) return;
+  Error ignored;
+  tls_ != nullptr ? tls_->next_layer().close(ignored) : browser_->Tcp().close(ignored);
+}
+
+void Handshake::End() {
+  Close();
+  front_.remove(this);
+}
+
+void Handshake::LookAtClock(int64_t nowUs) {
+  // Browsers open connections ahead of their needs, and say nothing for a while.
+  const int64_t limitMs = read_.empty() ? front_.settings.idleMs : front_.settings.headMs;
+  if (nowUs - lastUs_ >= limitMs * 1000) End();
+}
+
+void Handshake::Look() {
+  switch (GuessProtocol(read_)) {
+    case Guess::Tls:
+      return BeginTls();
+    case Guess::Other:
+      closed_ = true;
+      return front_.replace(
+          this, std::make_shared<Tunnel>(
+                    front_, std::move(browser_),
+                    TunnelRequest{.target = target_, .toServer = std::move(read_), .explain = false}));
+    case Guess::TooEarly:
+      break;
+  }
+  browser_->ReadSome(asio::buffer(chunk_),
+                     [this, self = shared_from_this()](const Error& error, size_t count) {
+                       if (closed_) return;
+                       if (error) return End();
+                       if (read_.empty()) lastUs_ = front_.NowUs();
+                       read_.append(chunk_.data(), count);
+                       Look();
+                     });
+}
+
+void Handshake::BeginTls() {
+  TlsContext context;
+  try {
+    context = front_.interceptor.ForBrowser(target_.host);
+  } catch (const std::exception& error) {
+    front_.Tell("no certificate can be made for " + target_.host + ": " + error.what());
+    return End();
+  }
+  tls_ = std::make_unique<TlsSocket>(std::move(browser_->Tcp()), *context);
+  browser_ = nullptr;
+  tls_->async_handshake(TlsSocket::server, asio::buffer(read_),
+                        [this, self = shared_from_this()](const Error& error, size_t taken) {
+                          if (closed_) return;
+                          if (!error && taken == read_.size()) return TlsStands();
+                          if (IsCertificateRefusal(error)) front_.CertificateRefused(target_.host);
+                          End();
+                        });
+}
+
+void Handshake::TlsStands() {
+  closed_ = true;
+  front_.replace(this, std::make_shared<BrowserConnection>(front_, MakeTlsStream(std::move(tls_)),
+                                                           "https://" + ToText(target_, 443)));
+}
+
+}  // namespace live

@@ -1,0 +1,63 @@
+// What the head of a request asks of the proxy, or why it is refused. Decides only; any thread.
+#ifndef LIVE_PROXY_FRONT_REQUEST_HEAD_H_
+#define LIVE_PROXY_FRONT_REQUEST_HEAD_H_
+
+#include <boost/beast/http/fields.hpp>
+#include <boost/beast/http/message.hpp>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+namespace live {
+
+struct HostPort {
+  std::string host;  // in lower case; an address of IPv6 without brackets
+  uint16_t port = 0;
+};
+
+// "name:80", "192.0.2.1", "[2001:db8::1]:443"; nothing for what is no host or no port. `defaultPort` is for
+// texts without one; 0 when they must have one.
+std::optional<HostPort> ParseHostPort(std::string_view text, uint16_t defaultPort);
+// As it stands in a URL: with brackets where needed, and with the port unless it is the default one (0:
+// none).
+std::string ToText(const HostPort& target, uint16_t defaultPort);
+
+struct Refusal {
+  int status = 400;
+  std::string why;  // a sentence for the user
+  bool wantsPassword = false;
+};
+
+struct RequestHead {
+  enum class Kind { Load, Connect, Upgrade };
+  Kind kind = Kind::Load;
+  std::string method;
+  std::string url;      // absolute; empty for CONNECT
+  HostPort target;      // of the URL, or of CONNECT
+  std::string headers;  // those that go on to the server: lines as text, without Host and framing
+  std::string path;     // of an upgrade: what the server is asked for
+  std::string upgrade;  // of an upgrade: the protocols
+  bool hasBody = false;
+  int64_t bodyLength = 0;  // -1: chunked
+  bool expectsContinue = false;
+  bool http10 = false;
+  bool keepAlive = true;
+};
+
+struct HeadRules {
+  // Inside a connection that is intercepted: "https://name" or "https://name:port", which the paths belong
+  // to. Empty on the proxy's own port.
+  std::string secureOrigin;
+  std::string password;  // to be asked for; empty for none
+  std::string viaName;   // empty for none
+};
+
+using ParsedHead = boost::beast::http::request_header<boost::beast::http::fields>;
+
+std::variant<RequestHead, Refusal> ReadRequestHead(const ParsedHead& head, const HeadRules& rules);
+
+}  // namespace live
+
+#endif  // LIVE_PROXY_FRONT_REQUEST_HEAD_H_

@@ -1,0 +1,215 @@
+#include "tests/live/proxy/front/front_fixture.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "tests/live/support/run_until.h"
+
+namespace tests {
+namespace {
+
+net::HttpResponseHeaders Block(std::string lines) {
+  std::replace(lines.begin(), lines.end(), '\n', '\0');
+  return net::HttpResponseHeaders(lines + '\0');
+}
+
+std::string Describe(const live::BrowserRequest& request, const std::string& upload) {
+  std::string text = request.method + " " + request.url + "|" + request.headers + "|" + upload;
+  for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n"))
+    text.replace(at, 2, "|");
+  return text;
+}
+
+}  // namespace
+
+host::LoadId ScriptedHandler::Start(const live::BrowserRequest& request, host::LoadClient& client) {
+  ++started;
+  const host::LoadId id = ++lastId_;
+  loads_.emplace(id, Load{.request = request, .client = &client});
+  Post(id, &ScriptedHandler::ReadUpload);
+  return id;
+}
+
+void ScriptedHandler::Cancel(host::LoadId id) {
+  cancelled += loads_.erase(id);
+}
+
+void ScriptedHandler::SetReading(host::LoadId id, bool reading) {
+  const auto load = loads_.find(id);
+  if (load == loads_.end()) return;
+  load->second.reading = reading;
+  wasPaused = wasPaused || !reading;
+  if (reading) Post(id, &ScriptedHandler::SendBody);
+}
+
+void ScriptedHandler::Answer(host::LoadId id) {
+  const auto load = loads_.find(id);
+  if (load == loads_.end()) return;
+  load->second.reply.waits = false;
+  Post(id, &ScriptedHandler::Begin);
+}
+
+void ScriptedHandler::ReadUploads() {
+  readsUploads = true;
+  for (const auto& [id, load] : loads_) Post(id, &ScriptedHandler::ReadUpload);
+}
+
+void ScriptedHandler::Post(host::LoadId id, void (ScriptedHandler::*step)(host::LoadId)) {
+  loop_.PostDelayed(0, [this, id, step] {
+    if (loads_.count(id) > 0) (this->*step)(id);
+  });
+}
+
+void ScriptedHandler::ReadUpload(host::LoadId id) {
+  Load& load = loads_.at(id);
+  const auto body = load.request.body;
+  if (body != nullptr) {
+    if (!readsUploads) return;
+    body->onReadable = [this, id] { Post(id, &ScriptedHandler::ReadUpload); };
+    char buffer[4096];
+    int64_t count = 0;
+    while ((count = body->Read(buffer, sizeof buffer)) > 0) {
+      uploaded += static_cast<size_t>(count);
+      if (load.upload.size() < 100'000) load.upload.append(buffer, static_cast<size_t>(count));
+    }
+    if (count == -1) return;
+    if (count == -2) load.upload += "(broken)";
+    asked.push_back(Describe(load.request, load.upload));
+    if (count == -2) return Finish(id, host::kFailed);
+  } else {
+    asked.push_back(Describe(load.request, ""));
+  }
+  const auto reply = replies.find(load.request.url);
+  load.reply = reply != replies.end() ? reply->second : Reply{.body = {asked.back()}};
+  if (!load.reply.waits) Begin(id);
+}
+
+void ScriptedHandler::Begin(host::LoadId id) {
+  Load& load = loads_.at(id);
+  load.answering = true;
+  for (const std::string& head : load.reply.informational) load.client->OnInformational(Block(head));
+  if (load.reply.head.empty()) return Finish(id, load.reply.result);
+  load.client->OnResponse({.id = id}, Block(load.reply.head));
+  Post(id, &ScriptedHandler::SendBody);
+}
+
+void ScriptedHandler::SendBody(host::LoadId id) {
+  while (true) {
+    const auto found = loads_.find(id);  // the front may cancel it
+    if (found == loads_.end() || !found->second.answering || !found->second.reading) return;
+    Load& load = found->second;
+    const bool made = nextPiece != nullptr;
+    if (!made && load.nextBody == load.reply.body.size()) break;
+    const std::string piece = made ? nextPiece() : load.reply.body[load.nextBody++];
+    if (made && piece.empty()) break;
+    load.client->OnBody(piece.data(), static_cast<int32_t>(piece.size()));
+  }
+  Finish(id, loads_.at(id).reply.result);
+}
+
+void ScriptedHandler::Finish(host::LoadId id, int32_t result) {
+  host::LoadClient* const client = loads_.at(id).client;
+  loads_.erase(id);
+  client->OnDone({.id = id}, result, {});
+}
+
+RawClient::RawClient(int port) : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) read_ = "(refused)";
+  const timeval limit{.tv_sec = 10};
+  setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+}
+
+RawClient::~RawClient() {
+  Close(false);
+}
+
+void RawClient::Send(const std::string& bytes) const {
+  for (size_t sent = 0; sent < bytes.size();) {
+    const ssize_t count = send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+    if (count <= 0) return;
+    sent += static_cast<size_t>(count);
+  }
+}
+
+void RawClient::EndSending() const {
+  shutdown(socket_, SHUT_WR);
+}
+
+void RawClient::Close(bool reset) {
+  if (socket_ < 0) return;
+  const linger now = {.l_onoff = 1, .l_linger = 0};
+  if (reset) setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+  close(std::exchange(socket_, -1));
+}
+
+std::string RawClient::ReadUntil(const std::string& end) {
+  size_t found = std::string::npos;
+  while (end.empty() || (found = read_.find(end)) == std::string::npos) {
+    char buffer[65536];
+    const ssize_t count = recv(socket_, buffer, sizeof buffer, 0);
+    if (count > 0) {
+      read_.append(buffer, static_cast<size_t>(count));
+      continue;
+    }
+    if (count < 0) read_ += errno == EAGAIN ? "(late)" : "(reset)";
+    return std::exchange(read_, {});
+  }
+  std::string taken = read_.substr(0, found + end.size());
+  read_.erase(0, taken.size());
+  return taken;
+}
+
+void FrontTest::Client(const std::function<void(RawClient&)>& talk) {
+  if (!front) Listen();
+  std::atomic<bool> through = false;
+  std::thread thread([&] {
+    RawClient client(front->Port());
+    talk(client);
+    through = true;
+  });
+  RunUntil(loop, [&] { return through.load(); });
+  thread.join();
+}
+
+std::string FrontTest::Exchange(const std::string& bytes) {
+  std::string received;
+  Client([&](RawClient& client) {
+    client.Send(bytes);
+    received = client.ReadAll();
+  });
+  return received;
+}
+
+void FrontTest::OnLoop(const std::function<void()>& task) {
+  std::promise<void> done;
+  loop.PostFromAnywhere([&] {
+    task();
+    done.set_value();
+  });
+  done.get_future().wait();
+}
+
+bool FrontTest::Becomes(const std::function<bool()>& condition) {
+  for (int attempt = 0; attempt < 1000; ++attempt) {
+    bool met = false;
+    OnLoop([&] { met = condition(); });
+    if (met) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+}  // namespace tests
