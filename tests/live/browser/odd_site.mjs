@@ -74,7 +74,7 @@ export const CASES = {
       return told;
     })());`,
   'cors': `
-    const other = location.protocol + '//other.test' + (location.port ? ':' + location.port : '');
+    const other = location.protocol + '//other.test';
     see('allowed', get(other + '/cors'));
     see('with-credentials', get(other + '/cors?credentials', {credentials: 'include'}));
     see('refused', get(other + '/body/plain'));
@@ -99,7 +99,7 @@ export const CASES = {
     load('style', () => Object.assign(document.createElement('link'), {rel: 'stylesheet', href: '/style.css'}));
     load('image', () => Object.assign(new Image(), {src: '/picture.svg'}));`,
   'policy': `
-    const other = location.protocol + '//other.test' + (location.port ? ':' + location.port : '');
+    const other = location.protocol + '//other.test';
     see('refused', get(other + '/cors'));
     see('own', get('/body/plain'));
     document.addEventListener('securitypolicyviolation', (event) => { seen.violated = event.effectiveDirective; });`,

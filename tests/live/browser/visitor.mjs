@@ -16,7 +16,8 @@ const SNAPSHOT = `new Promise((resolve) => {
   look();
 })`;
 
-// `certificates` are those of the server; undefined for plain http. The CA of interception stays in the folder.
+// The site has the ports that belong to http and https, whatever the one is that it listens on. `certificates` are those
+// of the server; undefined for plain http. The CA of interception stays in the folder.
 export function startProxy(program, folder, port, certificates, options) {
   const hosts = join(folder, 'hosts');
   writeFileSync(hosts, HOSTS.map((host) => `127.0.0.1 ${host}\n`).join(''));
@@ -28,12 +29,12 @@ export class Visitor {
   // `proxyAddress` is undefined for none.
   static async start(folder, profile, port, certificates, proxyAddress) {
     const visitor = new Visitor();
-    visitor.origin = `${certificates ? 'https' : 'http'}://odd.test:${port}`;
+    visitor.origin = `${certificates ? 'https' : 'http'}://odd.test`;
     const keyFile = join(folder, 'ca', 'spki');
     const keys = [certificates?.spki, existsSync(keyFile) ? readFileSync(keyFile, 'utf8').trim() : undefined].filter(Boolean);
     visitor.browser = new Browser('chromium', join(folder, profile), [
       ...(keys.length > 0 ? [`--ignore-certificate-errors-spki-list=${keys.join(',')}`] : []),
-      ...(proxyAddress ? [`--proxy-server=${proxyAddress}`, '--proxy-bypass-list=<-loopback>'] : ['--host-resolver-rules=MAP *.test 127.0.0.1']),
+      ...(proxyAddress ? [`--proxy-server=${proxyAddress}`, '--proxy-bypass-list=<-loopback>'] : [`--host-resolver-rules=MAP *.test 127.0.0.1:${port}`]),
     ]);
     visitor.session = await visitor.browser.openPage();
     await visitor.send('Page.enable');
