@@ -143,6 +143,9 @@ void CorvaneRuntime::SettleIdlePages() {
 }
 
 void CorvaneRuntime::CacheStatus(const std::string& url, bool held) {
+  for (auto& [tab, page] : pages_) {
+    if (page.request.url == url) page.forgetWhenLeft = !held;
+  }
   if (held || !IsOpenPage(url)) sender_.CacheStatus(url, held);
 }
 
@@ -306,6 +309,7 @@ void CorvaneRuntime::LeavePage(OpenPage& page) {
   } else {
     Flush();
   }
+  if (page.forgetWhenLeft && !IsOpenPage(page.request.url)) sender_.CacheStatus(page.request.url, false);
 }
 
 // Whether a page that is not left has preloads that it may still ask for, or has yet to order them. A flush

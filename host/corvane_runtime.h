@@ -77,7 +77,7 @@ class CorvaneRuntime final : private FetchObserver {
   // Drops the unused preloads of pages that have asked for nothing for a while (HostSettings::settleAfterMs).
   void SettleIdlePages();
   // The HTTP cache holds the URL's response from now on, or has dropped it. The plugin forgets what is
-  // dropped, so it is not told of an open page, whose queued preloads need what it knows of it.
+  // dropped, so of an open page it is told later: queued preloads need what it knows of that.
   void CacheStatus(const std::string& url, bool held);
   // A load of the page was answered by the browser's own cache, so its preload is not needed.
   void AnsweredByCache(TabId tab, const std::string& url);
@@ -123,6 +123,7 @@ class CorvaneRuntime final : private FetchObserver {
     base::Time requested;
     base::Time lastRequest;
     bool left = false;
+    bool forgetWhenLeft = false;        // the HTTP cache has dropped it meanwhile
     std::vector<ConnectionNeed> needs;  // not opened yet, the next one last
     std::unique_ptr<Timer> nextNeed;
   };

@@ -272,7 +272,7 @@ void CheckPlaces(const CommandLine& line, const std::string& pluginPath) {
   if (!IsStandardOutputTaken(line)) outputs.push_back({"standard output", "-", ""});  // by the table
   std::vector<std::string> inputs = line.recordings;
   inputs.push_back(pluginPath);
-  if (!line.settingsPath.empty()) inputs.push_back(line.settingsPath);
+  inputs.insert(inputs.end(), line.settingsPaths.begin(), line.settingsPaths.end());
   CheckOutputs(outputs, inputs, line.force);
 }
 

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "host/property_values.h"
+#include "replay/recordings_to_read.h"
 
 namespace replay {
 namespace {
@@ -187,7 +188,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   const auto text = [&app](const char* name, std::string& value, const char* what, const char* unit) {
     return app.add_option(name, value, what)->type_name(unit)->group("Options");
   };
-  app.add_option("RECORDING", line.recordings, "HAR files; - is standard input")->type_name("");
+  app.add_option("RECORDING", line.recordings,
+                 "HAR files, also gzip or zstd data; folders of them; @FILE for a list; - for standard input")
+      ->type_name("");
   text("--default", texts.defaultRecording, "the recording to replay when none is named", "FILE");
   text("--plugin", line.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
   app.add_option("--prop", texts.properties, "set a system property; may be repeated")
@@ -236,14 +239,14 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   }
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
   if (line.recordings.empty()) Refuse("RECORDING", "name at least one (see --help)");
-  if (std::count(line.recordings.begin(), line.recordings.end(), "-") > 1) {
-    Refuse("RECORDING", "standard input ('-') can be read once only");
-  }
+  RecordingsToRead found = FindRecordings(line.recordings);
+  line.recordings = std::move(found.recordings);
+  line.settingsPaths = std::move(found.lists);
   for (size_t index = 0; index < paths.size(); ++index) {
     if (!paths[index].empty()) line.outputs.push_back({&ReportFormats()[index], paths[index]});
   }
   line.replay = Replay(texts);
-  line.settingsPath = texts.propertiesFile;
+  if (!texts.propertiesFile.empty()) line.settingsPaths.push_back(texts.propertiesFile);
   line.jobs = texts.jobs.empty() ? std::max(1U, std::thread::hardware_concurrency())
                                  : Count("--jobs", texts.jobs, 1, 1024);
   return line;

@@ -19,16 +19,17 @@ struct Output {
 
 struct CommandLine {
   ReplayOptions replay;
-  std::string pluginPath;               // empty: the library beside the program
-  std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
-  std::vector<Output> outputs;          // the reports that are wanted
-  bool force = false;                   // they may replace files that are not reports
-  std::string settingsPath;             // the file of --props; empty when there is none
+  std::string pluginPath;                  // empty: the library beside the program
+  std::vector<std::string> recordings;     // at least one; "-", at most once, is standard input
+  std::vector<Output> outputs;             // the reports that are wanted
+  bool force = false;                      // they may replace files that are not reports
+  std::vector<std::string> settingsPaths;  // the other files that were read: lists and that of --props
   unsigned jobs = 1;
 };
 
-// Reads the arguments after the program's name, and the file of --props. Nothing after --help or --version,
-// whose text went to `out`. Throws std::runtime_error with one line that names the option and the place.
+// Reads the arguments after the program's name, the file of --props, and lists and folders of recordings.
+// Nothing after --help or --version, whose text went to `out`. Throws std::runtime_error with one line that
+// names the option and the place.
 std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& arguments, std::ostream& out);
 
 }  // namespace replay

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "replay/recording/wrong_format.h"
+
 namespace replay {
 namespace {
 
@@ -165,6 +167,15 @@ void ReadTimings(JsonValue value, HarEntry& entry) {
   });
 }
 
+// Firefox describes the cache's entry when the response came from there.
+bool NamesCacheEntry(JsonValue value) {
+  bool names = false;
+  ForEachField(value, [&names](JsonKey key, JsonValue field) {
+    if (key == "afterRequest" && field.type() == json_type::object) names = true;
+  });
+  return names;
+}
+
 void ReadEntry(JsonValue value, HarEntry& entry) {
   ForEachField(value, [&](JsonKey key, JsonValue field) {
     if (key == "request") ReadRequest(field, entry);
@@ -176,6 +187,9 @@ void ReadEntry(JsonValue value, HarEntry& entry) {
     if (key == "_resourceType") entry.resourceType = Text(field);
     if (key == "_initiator") entry.initiatorUrl = InitiatorUrl(field);
     if (key == "_protocol") entry.protocol = Text(field);
+    if (key == "_fromCache" && !Text(field).empty()) entry.fromCache = true;            // "memory", "disk"
+    if (key == "_fetchType" && Text(field).ends_with("Cache")) entry.fromCache = true;  // Safari's
+    if (key == "cache" && NamesCacheEntry(field)) entry.fromCache = true;
     if (key == "_objectSize") entry.objectSize = Number(field);
     if (key == "_bytesIn") entry.bytesIn = Number(field);
   });
@@ -309,14 +323,55 @@ size_t SecondStageFault(simdjson::error_code error, simdjson::ondemand::document
   return static_cast<size_t>(location - json.data());
 }
 
+[[noreturn]] void FailNoHar(const std::string& name, const std::string& what) {
+  Fail(name, "not a HAR file: " + what);
+}
+
+constexpr size_t kMostKeysKept =
+    100;  // of an object that is no HAR; they only serve to tell what else it may be
+
+// A key without its quotes, as it stands in the file.
+std::string KeyText(JsonKey key) {
+  const char* end = key.raw();
+  while (*end != '"') end += *end == '\\' ? 2 : 1;  // the first pass over the text has found it closed
+  return {key.raw(), end};
+}
+
+// The keys of an object.
+std::vector<std::string> KeysOf(JsonValue value) {
+  std::vector<std::string> keys;
+  if (value.type() != json_type::object) return keys;
+  for (auto field : value.get_object()) {
+    if (keys.size() == kMostKeysKept) break;
+    keys.push_back(KeyText(field.key().value()));
+  }
+  return keys;
+}
+
+// Not an object: nothing of a HAR is in it.
+[[noreturn]] void FailOtherDocument(simdjson::ondemand::document& document, const std::string& name) {
+  if (document.type() != json_type::array) FailNoHar(name, "the JSON document is not an object");
+  std::vector<std::string> keys;
+  for (auto element : document.get_array()) {
+    keys = KeysOf(element.value());
+    break;
+  }
+  const char* const other = LooksLikeOtherJson(keys);
+  FailNoHar(name, other != nullptr ? other : "the JSON document is not an object");
+}
+
 HarLog ReadDocument(simdjson::ondemand::document& document, const std::string& name,
                     const std::function<void(const HarEntry&)>& onEntry) {
   HarLog log;
   bool logFound = false;
   bool entriesFound = false;
-  if (document.type() != json_type::object) Fail(name, "no HAR: the JSON document is not an object");
+  if (document.type() != json_type::object) FailOtherDocument(document, name);
+  std::vector<std::string> otherKeys;
   for (auto rootField : document.get_object()) {
-    if (rootField.key().value() != "log") continue;
+    if (rootField.key().value() != "log") {
+      if (otherKeys.size() < kMostKeysKept) otherKeys.push_back(KeyText(rootField.key().value()));
+      continue;
+    }
     logFound = true;
     const bool isObject = ForEachField(rootField.value().value(), [&](JsonKey key, JsonValue value) {
       if (key == "creator") log.creator = ReadProgram(value);
@@ -324,12 +379,15 @@ HarLog ReadDocument(simdjson::ondemand::document& document, const std::string& n
       if (key == "pages") ReadPages(value, log.pages);
       if (key != "entries") return;
       entriesFound = true;
-      if (!ReadEntries(value, onEntry)) Fail(name, "no HAR: log.entries is not an array");
+      if (!ReadEntries(value, onEntry)) FailNoHar(name, "log.entries is not an array");
     });
-    if (!isObject) Fail(name, "no HAR: log is not an object");
+    if (!isObject) FailNoHar(name, "log is not an object");
   }
-  if (!logFound) Fail(name, "no HAR: it has no log");
-  if (!entriesFound) Fail(name, "no HAR: it has no log.entries");
+  if (!logFound) {
+    const char* const other = LooksLikeOtherJson(otherKeys);
+    FailNoHar(name, other != nullptr ? other : "log is missing");
+  }
+  if (!entriesFound) FailNoHar(name, "log.entries is missing");
   return log;
 }
 
@@ -337,6 +395,7 @@ HarLog ReadDocument(simdjson::ondemand::document& document, const std::string& n
 
 HarLog ParseHar(std::string_view json, const std::string& name,
                 const std::function<void(const HarEntry&)>& onEntry) {
+  if (const char* const other = LooksLikeOtherBytes(json)) FailNoHar(name, other);
   const std::string_view whole = json;  // places count the byte order mark
   if (json.starts_with("\xef\xbb\xbf")) json.remove_prefix(3);
   simdjson::ondemand::parser parser;

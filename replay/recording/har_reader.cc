@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -14,33 +13,27 @@
 #include "replay/recording/har_pages.h"
 #include "replay/recording/har_parser.h"
 #include "replay/recording/har_request.h"
+#include "replay/recording/input_text.h"
 
 namespace replay {
 namespace {
-
-constexpr size_t kReadAtOnce = 1 << 20;
 
 [[noreturn]] void FailRead(const std::string& name) {
   throw std::runtime_error(name + ": " + std::generic_category().message(errno));
 }
 
-// With room for the parser's padding, so that the text is held once.
 std::string ReadAll(std::FILE* file, const std::string& name) {
-  std::string text;
   struct stat status {};
+  size_t expected = 0;
   if (fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode)) {
-    text.reserve(static_cast<size_t>(status.st_size) + kReadAtOnce + kJsonPadding);
+    expected = static_cast<size_t>(status.st_size);
   }
-  size_t size = 0;
-  while (true) {
-    text.resize(size + kReadAtOnce);
-    const size_t got = std::fread(text.data() + size, 1, kReadAtOnce, file);
-    size += got;
-    if (got < kReadAtOnce) break;
-  }
-  if (std::ferror(file) != 0) FailRead(name);
-  text.resize(size);
-  return text;
+  const auto source = [file, &name](char* buffer, size_t size) {
+    const size_t got = std::fread(buffer, 1, size, file);
+    if (std::ferror(file) != 0) FailRead(name);
+    return got;
+  };
+  return ReadText(source, name, expected);
 }
 
 }  // namespace
@@ -55,6 +48,7 @@ Recording ReadHar(std::string json, const std::string& name) {
       ++recording.skipped[why];
       return;
     }
+    if (entry.fromCache) ++recording.fromCache;
     std::optional<double> startedMs = http::ParseIsoDate(entry.startedDateTime);
     Request request = MakeRequest(entry, startedMs);
     // Where a recorder names the time in the browser's queue, its rows start after it; the browser wanted

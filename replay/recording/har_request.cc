@@ -1,7 +1,6 @@
 #include "replay/recording/har_request.h"
 
 #include <algorithm>
-#include <array>
 #include <initializer_list>
 
 #include "host/http/freshness.h"
@@ -14,44 +13,6 @@ namespace replay {
 namespace {
 
 using host::ResourceKind;
-
-struct KindName {
-  std::string_view name;
-  ResourceKind kind;
-};
-
-// What recorders ("_resourceType") and browsers ("Sec-Fetch-Dest") call them.
-constexpr std::array<KindName, 17> kKindNames = {{{"document", ResourceKind::Document},
-                                                  {"iframe", ResourceKind::Document},
-                                                  {"frame", ResourceKind::Document},
-                                                  {"stylesheet", ResourceKind::Stylesheet},
-                                                  {"style", ResourceKind::Stylesheet},
-                                                  {"script", ResourceKind::Script},
-                                                  {"worker", ResourceKind::Script},
-                                                  {"font", ResourceKind::Font},
-                                                  {"image", ResourceKind::Image},
-                                                  {"media", ResourceKind::Media},
-                                                  {"audio", ResourceKind::Media},
-                                                  {"video", ResourceKind::Media},
-                                                  {"texttrack", ResourceKind::Media},
-                                                  {"xhr", ResourceKind::Data},
-                                                  {"fetch", ResourceKind::Data},
-                                                  {"eventsource", ResourceKind::Data},
-                                                  {"empty", ResourceKind::Data}}};
-
-constexpr std::array<KindName, 34> kKindSuffixes = {
-    {{"html", ResourceKind::Document}, {"htm", ResourceKind::Document}, {"css", ResourceKind::Stylesheet},
-     {"js", ResourceKind::Script},     {"mjs", ResourceKind::Script},   {"woff", ResourceKind::Font},
-     {"woff2", ResourceKind::Font},    {"ttf", ResourceKind::Font},     {"otf", ResourceKind::Font},
-     {"eot", ResourceKind::Font},      {"png", ResourceKind::Image},    {"jpg", ResourceKind::Image},
-     {"jpeg", ResourceKind::Image},    {"gif", ResourceKind::Image},    {"webp", ResourceKind::Image},
-     {"avif", ResourceKind::Image},    {"svg", ResourceKind::Image},    {"ico", ResourceKind::Image},
-     {"bmp", ResourceKind::Image},     {"mp4", ResourceKind::Media},    {"m4s", ResourceKind::Media},
-     {"m4a", ResourceKind::Media},     {"m4v", ResourceKind::Media},    {"webm", ResourceKind::Media},
-     {"mp3", ResourceKind::Media},     {"ogg", ResourceKind::Media},    {"wav", ResourceKind::Media},
-     {"aac", ResourceKind::Media},     {"m3u8", ResourceKind::Media},   {"mpd", ResourceKind::Media},
-     {"mov", ResourceKind::Media},     {"vtt", ResourceKind::Media},    {"json", ResourceKind::Data},
-     {"xml", ResourceKind::Data}}};
 
 bool IsControl(char c) {
   return static_cast<unsigned char>(c) < ' ' || c == 0x7f;
@@ -160,33 +121,6 @@ std::string MimeTypeOf(const HarEntry& entry) {
   return Lower(type);
 }
 
-template <size_t kSize>
-ResourceKind KindByName(const std::array<KindName, kSize>& table, std::string_view name) {
-  for (const KindName& row : table) {
-    if (net::EqualsIgnoringCase(row.name, name)) return row.kind;
-  }
-  return ResourceKind::Other;
-}
-
-ResourceKind KindByMimeType(std::string_view type) {
-  const auto has = [type](std::string_view part) { return type.find(part) != std::string_view::npos; };
-  if (type == "text/html" || type == "application/xhtml+xml") return ResourceKind::Document;
-  if (type == "text/css") return ResourceKind::Stylesheet;
-  if (has("javascript") || has("ecmascript")) return ResourceKind::Script;
-  if (has("font")) return ResourceKind::Font;
-  if (type.starts_with("image/")) return ResourceKind::Image;
-  if (type.starts_with("video/") || type.starts_with("audio/")) return ResourceKind::Media;
-  if (has("json") || has("xml")) return ResourceKind::Data;
-  return ResourceKind::Other;
-}
-
-ResourceKind KindBySuffix(std::string_view url) {
-  const std::string_view path = url.substr(0, url.find_first_of("?#"));
-  const size_t dot = path.find_last_of("./");
-  if (dot == std::string_view::npos || path[dot] != '.') return ResourceKind::Other;
-  return KindByName(kKindSuffixes, path.substr(dot + 1));
-}
-
 // HTML is a document when the browser asked for one: redirects, errors and empty answers to anything come as
 // HTML, and scripts fetch pieces of it.
 bool IsDocument(const HarEntry& entry, int status) {
@@ -198,15 +132,15 @@ bool IsDocument(const HarEntry& entry, int status) {
 ResourceKind KindOf(const HarEntry& entry, const Request& request) {
   for (const std::string_view name :
        {entry.resourceType, FindHeader(entry.requestHeaders, "sec-fetch-dest")}) {
-    const ResourceKind kind = KindByName(kKindNames, name);
+    const ResourceKind kind = host::KindByDestination(name);
     if (kind != ResourceKind::Other) return kind;
   }
-  const ResourceKind byType = KindByMimeType(request.mimeType);
+  const ResourceKind byType = host::KindByMimeType(request.mimeType);
   if (byType == ResourceKind::Document && !IsDocument(entry, request.status)) {
-    return request.status == 200 ? ResourceKind::Data : KindBySuffix(request.url);
+    return request.status == 200 ? ResourceKind::Data : host::KindBySuffix(request.url);
   }
   if (byType != ResourceKind::Other) return byType;
-  return KindBySuffix(request.url);
+  return host::KindBySuffix(request.url);
 }
 
 std::string RequestHeaderText(const std::vector<HarHeader>& headers) {
@@ -278,6 +212,7 @@ const char* WhyNotReplayable(const HarEntry& entry) {
   if (const char* why = WhyNotUrl(entry.url)) return why;
   if (net::EqualsIgnoringCase(entry.resourceType, "websocket")) return "websocket";
   if (!entry.method.empty() && !IsToken(entry.method)) return "no valid method";
+  if (net::EqualsIgnoringCase(entry.method, "connect")) return "tunnel of a proxy";
   const bool answered = !entry.responseHeaders.empty() || entry.bodySize.value_or(0) > 0;
   if (!entry.hasResponse || (!entry.status && !answered)) return "no response";
   if (!entry.status) return nullptr;

@@ -58,6 +58,7 @@ struct Recording {
   std::string browser;
   std::vector<Page> pages;                // in the order in which they were loaded
   std::map<std::string, size_t> skipped;  // rows that cannot be replayed, by reason
+  size_t fromCache = 0;                   // requests that the browser's own cache answered while it recorded
 };
 
 }  // namespace replay

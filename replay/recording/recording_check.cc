@@ -8,6 +8,8 @@
 namespace replay {
 namespace {
 
+constexpr size_t kFewFromCache = 10;  // one in so many is what pictures that are used twice make
+
 // Whom the browser fetched it for; empty when it does not say.
 base::StringPiece DestinationOf(const Request& request) {
   base::StringPiece lines = request.requestHeaders, name, value;
@@ -61,6 +63,14 @@ std::string WhyNothingToReplay(const Recording& recording) {
 
 std::vector<std::string> WarningsOf(const Recording& recording) {
   std::vector<std::string> warnings;
+  size_t requests = 0;
+  for (const Page& page : recording.pages) requests += page.requests.size();
+  if (recording.fromCache * kFewFromCache > requests) {
+    warnings.push_back(
+        std::to_string(recording.fromCache) + " of " + std::to_string(requests) +
+        " responses came from the browser's cache, so that their times say nothing of the network; " +
+        "record with the cache disabled");
+  }
   for (const Page& page : recording.pages) {
     const size_t navigations = NavigationsOf(page);
     if (navigations < 2) continue;

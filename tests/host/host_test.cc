@@ -316,6 +316,17 @@ TEST_F(HostTest, ALengthOtherThanTheDeclaredOneIsNoSuccess) {
   }
 }
 
+// An error is no answer to the question whether a copy is still good.
+TEST_F(HostTest, AJoinerThatHasACopyHearsOfAnError) {
+  Start();
+  LearnAndRequest({"a"});
+  RecordingClient client;
+  Get("a", client, "If-None-Match: \"v1\"\r\n");
+  clock.RunFor(0);
+  Answer(0, "gone", ResponseHeaders("HTTP/1.1 404 No\nContent-Length: 4\nETag: \"v1\""));
+  EXPECT_EQ(client.heard, "404 gone done 0");
+}
+
 // What is held goes to the request that it stands for, and to no other. The table of the rules themselves is
 // with the rules.
 TEST_F(HostTest, AHeldResponseAnswersOnlyTheRequestThatItStandsFor) {
@@ -693,6 +704,7 @@ TEST_F(HostTest, AnOpenPageStaysKnownToThePlugin) {
   corvane->NetworkStackIsUp();
   clock.RunFor(0);
   ASSERT_EQ(transport.Urls(), " p:a") << "the flush was not for a page that has yet to order";
+  corvane->CacheStatus(kPage, true);
   corvane->CacheStatus(kPage, false);
   Answer(0);
   EXPECT_EQ(transport.Urls(), " p:a p:b") << "nor does it go with its place in the disk cache";
@@ -700,6 +712,11 @@ TEST_F(HostTest, AnOpenPageStaysKnownToThePlugin) {
   corvane->ResourceSeen(2, {.url = kPage});
   Answer(1);
   EXPECT_EQ(transport.Urls(), " p:a p:b p:c") << "nor because another page shows it in a frame";
+
+  const std::string forgotten = std::string("Set Cache Status: ") + kPage + "(0)";
+  EXPECT_EQ(std::count(log.begin(), log.end(), forgotten), 0);
+  corvane->PageLeft(kTab);
+  EXPECT_EQ(std::count(log.begin(), log.end(), forgotten), 1) << "but then, or it would be known for good";
 }
 
 // The plugin would keep a frame as a resource of the page that it was first seen on, without the context that

@@ -15,6 +15,7 @@
 #include "replay/options_parser.h"
 #include "replay/output_check.h"
 #include "replay/output_file.h"
+#include "replay/recordings_to_read.h"
 
 namespace replay {
 namespace {
@@ -140,6 +141,41 @@ TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
     for (const std::string& part : row.parts) EXPECT_NE(error.find(part), std::string::npos) << error << part;
     EXPECT_EQ(error.find('\n'), std::string::npos) << error;
   }
+}
+
+TEST(CommandLine, RecordingsComeFromFoldersAndLists) {
+  const std::filesystem::path top = TestFolder() / "found";
+  std::filesystem::create_directories(top / "inner");
+  std::filesystem::create_directories(top / "empty.har");
+  for (const char* name : {"b.har", "inner/A.HAR.GZ", "inner/c.har.zst", "inner/d.har.txt", "page.json"}) {
+    std::ofstream(top / name) << "{}";
+  }
+  std::filesystem::create_directory_symlink(top, top / "inner" / "loop");
+  const std::string list = FileWith("list.txt", top.string() + "\n\nmissing.har\r\nx.har");
+  const std::vector<std::string> inTop = {top / "b.har", top / "inner/A.HAR.GZ", top / "inner/c.har.zst"};
+  const struct {
+    std::vector<std::string> arguments, recordings;
+    const char* error = nullptr;
+  } cases[] = {
+      {{"page.json", "-"}, {"page.json", "-"}},
+      {{top}, inTop},
+      {{"z.har", "@" + list}, {"z.har", inTop[0], inTop[1], inTop[2], "missing.har", "x.har"}},
+      {{top / "empty.har"}, {}, "without recordings"},
+      {{"@" + FileWith("empty.txt", "\n")}, {}, "names no recording"},
+      {{"@nowhere.txt"}, {}, "'@nowhere.txt' cannot be read"},
+      {{"-", "a.har", "-"}, {}, "standard input"},
+  };
+  for (const auto& row : cases) {
+    try {
+      EXPECT_EQ(FindRecordings(row.arguments).recordings, row.recordings);
+      EXPECT_EQ(row.error, nullptr);
+    } catch (const std::runtime_error& error) {
+      ASSERT_NE(row.error, nullptr) << error.what();
+      EXPECT_NE(std::string(error.what()).find(row.error), std::string::npos) << error.what();
+    }
+  }
+  EXPECT_EQ(FindRecordings({"@" + list}).lists, std::vector<std::string>{list});
+  std::filesystem::remove_all(top);
 }
 
 TEST(CommandLine, HelpAndVersionEndIt) {

@@ -77,7 +77,7 @@ TEST(HarReader, RefusesWhatIsNoHar) {
   } cases[] = {
       // clang-format off
       {"", "line 1, column 1 (byte 0): there is nothing in it"},
-      {"callback({'log': {'entries': []}})", "line 1, column 1 (byte 0): not JSON"},
+      {"callback {'log': {'entries': []}}", "line 1, column 1 (byte 0): not JSON"},
       {"{'log': {\n 'entries': [{}\n {}]}}", "line 3, column 2 (byte 27): not JSON"},
       {"{'log': {\n 'entries': [{'time': 1, 2}]}}", "line 2, column 26 (byte 35): not JSON"},
       {"{'log': {'entries': [", "line 1, column 22 (byte 21): it ends before its objects and arrays are closed"},
@@ -88,11 +88,11 @@ TEST(HarReader, RefusesWhatIsNoHar) {
       {"\xef\xbb\xbf{'log': {'a': '\xff'}}", "line 1, column 19 (byte 18): not UTF-8"},
       {"{'log': {'entries': []}}\n{}",
        "line 2, column 1 (byte 25): there is more after the end of the JSON document"},
-      {"[]", "no HAR: the JSON document is not an object"},
-      {"{'entries': []}", "no HAR: it has no log"},
-      {"{'log': []}", "no HAR: log is not an object"},
-      {"{'log': {'pages': []}}", "no HAR: it has no log.entries"},
-      {"{'log': {'entries': {}}}", "no HAR: log.entries is not an array"},
+      {"[]", "not a HAR file: the JSON document is not an object"},
+      {"{'entry': []}", "not a HAR file: log is missing"},
+      {"{'log': []}", "not a HAR file: log is not an object"},
+      {"{'log': {'pages': []}}", "not a HAR file: log.entries is missing"},
+      {"{'log': {'entries': {}}}", "not a HAR file: log.entries is not an array"},
       // clang-format on
   };
   for (const auto& row : cases) EXPECT_EQ(ErrorOf(row.sample), "bad.har: " + row.error) << row.sample;
@@ -171,6 +171,7 @@ TEST(HarReader, SkipsWhatCannotBeReplayed) {
       {"no valid status", {withStatus("1e300"), withStatus("99")}},
       {"no response", {RowOf("", "", ""), "{'request': {'url': 'http://a.test/'}, 'response': null}",
                        "{'request': {'url': 'http://a.test/'}}"}},
+      {"tunnel of a proxy", {RowOf("", "'method': 'CONNECT', ")}},
       {"no valid method", {RowOf("", "'method': 'GET /', ")}},
       // clang-format on
   };
