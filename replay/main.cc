@@ -11,6 +11,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -124,19 +125,27 @@ class LineOutputs {
   }
 
   void Write(const RecordingReport& report) {
+    WriteAll([&](const ReportFormat& format) { return format.lines(report, options_); });
+  }
+  // What comes after all of them, from those that were replayed; there is at least one.
+  void Finish(const std::vector<RecordingReport>& reports) {
+    WriteAll([&](const ReportFormat& format) { return format.lastLines(reports, options_); });
+  }
+  std::exception_ptr Failure() const { return failure_; }
+
+ private:
+  void WriteAll(const std::function<std::string(const ReportFormat&)>& textOf) {
     for (auto& [format, stream] : streams_) {
       if (stream == nullptr) continue;
       try {
-        stream->Write(format->lines(report, options_));
+        stream->Write(textOf(*format));
       } catch (const std::exception&) {
         if (failure_ == nullptr) failure_ = std::current_exception();
         stream.reset();
       }
     }
   }
-  std::exception_ptr Failure() const { return failure_; }
 
- private:
   const ReplayOptions& options_;
   std::vector<std::pair<const ReportFormat*, std::unique_ptr<OutputStream>>> streams_;
   std::exception_ptr failure_;
@@ -264,6 +273,19 @@ void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& r
   if (failure != nullptr) std::rethrow_exception(failure);
 }
 
+void WarnOfIgnoredVisits(const std::vector<RecordingReport>& reports) {
+  const auto ignores = [](const RecordingReport& report) {
+    return !Select(report.summary.repeats, false).empty();
+  };
+  const auto count = std::count_if(reports.begin(), reports.end(), ignores);
+  if (count == 0) return;
+  const auto first = std::find_if(reports.begin(), reports.end(), ignores);
+  fmt::print(
+      stderr,
+      "kiv_replay: --visits is ignored for recordings that load a page again themselves ({} of {}: {}{})\n",
+      count, reports.size(), PrintableText(first->summary.name), count > 1 ? ", …" : "");
+}
+
 void CheckPlaces(const CommandLine& line, const std::string& pluginPath) {
   std::vector<PlannedOutput> outputs;
   for (const Output& output : line.outputs) {
@@ -324,8 +346,10 @@ int Run(const std::vector<std::string>& arguments) {
       PrintErrorAndWarnings(report);
     }
   }
+  if (line->visitsGiven) WarnOfIgnoredVisits(reports);
   std::erase_if(reports, [](const RecordingReport& report) { return report.status != ReplayStatus::Done; });
   if (!reports.empty()) {
+    lineOutputs.Finish(reports);
     WriteReports(*line, reports, lineOutputs.Failure());  // else the reports of an earlier run stay
   } else if (lineOutputs.Failure() != nullptr) {
     std::rethrow_exception(lineOutputs.Failure());

@@ -9,10 +9,12 @@
 #include <charconv>
 #include <cmath>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 #include "host/property_values.h"
+#include "plugin/version.h"
 #include "replay/recordings_to_read.h"
 
 namespace replay {
@@ -42,10 +44,12 @@ struct Texts {
   std::string revisitAfter = "1h";
   std::string join = "on";
   std::string preconnect = "on";
+  std::string certificates = "on", dns = "on", slowStart = "on";
   std::string log;
   std::string jobs;
   std::vector<std::string> properties;
   std::string propertiesFile;
+  std::string beaconsFile;
   std::string defaultRecording;
 };
 
@@ -152,6 +156,13 @@ void AddPropertiesOf(const std::string& path, std::map<std::string, std::string>
   if (!file.eof() || file.bad()) Refuse("--props", path + ": cannot be read");
 }
 
+std::string WholeFile(const char* option, const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  if (!file || !(text << file.rdbuf())) Refuse(option, path + ": cannot be read, or is empty");
+  return text.str();
+}
+
 bool OnOrOff(const char* option, const std::string& text) {
   if (text != "on" && text != "off") Refuse(option, fmt::format("'{}' is neither on nor off", text));
   return text == "on";
@@ -165,8 +176,13 @@ ReplayOptions Replay(const Texts& texts) {
   options.revisitAfterMs = Duration("--revisit-after", texts.revisitAfter);
   options.join = OnOrOff("--join", texts.join);
   options.preconnect = OnOrOff("--preconnect", texts.preconnect);
+  options.costs.certificates = OnOrOff("--certificates", texts.certificates);
+  options.costs.nameLookups = OnOrOff("--dns", texts.dns);
+  options.costs.slowStart = OnOrOff("--slow-start", texts.slowStart);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
+  if (!texts.beaconsFile.empty())
+    options.beacons = ParseBeaconList(WholeFile("--beacons", texts.beaconsFile));
   for (const std::string& property : texts.properties) AddProperty("--prop", property, options.properties);
   return options;
 }
@@ -202,7 +218,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
   text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
   text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();
-  text("--visits", texts.visits, "loads made of a recording that holds a single load", "N")
+  text("--visits", texts.visits, "loads made of each page of a recording that loads no page twice", "N")
       ->capture_default_str();
   text("--revisit-after", texts.revisitAfter, "time between visits: 500ms, 90s, 30m, 1h, 2d", "TIME")
       ->capture_default_str();
@@ -211,6 +227,14 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
       ->capture_default_str();
   text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
       ->capture_default_str();
+  text("--certificates", texts.certificates, "on: a TLS set-up brings certificates over the link", "on|off")
+      ->capture_default_str();
+  text("--dns", texts.dns, "on: the first connection to a host name waits for its address", "on|off")
+      ->capture_default_str();
+  text("--slow-start", texts.slowStart, "on: connections begin with a small window", "on|off")
+      ->capture_default_str();
+  text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
+       "FILE");
   text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
        "LEVEL");
   std::vector<std::string> paths(ReportFormats().size());
@@ -234,6 +258,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     std::replace(what.begin(), what.end(), '\n', ' ');
     Refuse("command line", what + " (see --help)");
   }
+  line.visitsGiven = app.count("--visits") > 0;
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
   }
@@ -246,7 +271,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     if (!paths[index].empty()) line.outputs.push_back({&ReportFormats()[index], paths[index]});
   }
   line.replay = Replay(texts);
-  if (!texts.propertiesFile.empty()) line.settingsPaths.push_back(texts.propertiesFile);
+  for (const std::string& path : {texts.propertiesFile, texts.beaconsFile}) {
+    if (!path.empty()) line.settingsPaths.push_back(path);
+  }
   line.jobs = texts.jobs.empty() ? std::max(1U, std::thread::hardware_concurrency())
                                  : Count("--jobs", texts.jobs, 1, 1024);
   return line;

@@ -17,6 +17,7 @@
 #include "live/program/hosts_file.h"
 #include "net/http/header_text.h"
 #include "plugin/properties.h"
+#include "plugin/version.h"
 #include "url/gurl.h"
 
 namespace live {

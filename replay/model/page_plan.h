@@ -7,15 +7,16 @@
 #include <cstdint>
 #include <vector>
 
+#include "replay/model/results.h"
 #include "replay/recording/recording.h"
 
 namespace replay {
 
 inline constexpr size_t kPageStart = static_cast<size_t>(-1);
 
-// Recorders note a request's end and the load event a little apart: up to so much later, it still belongs
-// before the event.
-inline constexpr double kLoadSlackMs = 50;
+// Recorders note the ends of requests and the page's events with clocks that differ a little: up to so much
+// later than an event, an end still belongs before it.
+inline constexpr double kEventSlackMs = 50;
 
 struct PlannedRequest {
   size_t parent = kPageStart;  // index of the request that initiates this one
@@ -24,9 +25,27 @@ struct PlannedRequest {
   bool blocksLoad = false;     // the page's load event waits for it
 };
 
+// What one of the page's events waits for, beside the document's first byte.
+struct AwaitedEvent {
+  std::vector<size_t> requests;  // index in Page::requests; complete when it comes
+  int64_t restUs = 0;            // from the end of the last of them to the event
+};
+
+// An event that the recording does not tell is as the next later one.
+struct PageEvents {
+  AwaitedEvent firstPaint;
+  AwaitedEvent contentLoaded;  // DOMContentLoaded
+  AwaitedEvent load;
+  AwaitedEvent loadWithoutBeacons;
+  PaintSource paintSource = PaintSource::Recorded;
+  std::vector<bool> beacons;  // by index of Page::requests
+};
+
 struct PagePlan {
   std::vector<PlannedRequest> requests;  // by index of Page::requests; parents come first
+  size_t document = 0;                   // Page::document
   int64_t restUs = 0;                    // from the end of the last blocking request to the load event
+  PageEvents events;                     // filled in by PlanEvents
 };
 
 PagePlan MakePlan(const Page& page);

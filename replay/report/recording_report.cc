@@ -5,8 +5,12 @@
 
 namespace replay {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, loads, slowerVisits, served, joined,
-                                   fetched, fromDiskCache, preloads, preloadedBytes, wastedBytes, reasons,
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LoadTimes, firstPaintUs, contentLoadedUs, pageLoadUs, loadWithoutBeaconsUs,
+                                   objectIndexUs)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(VisitFigures, page, number, copy, paintSource, times, endedByBeacon,
+                                   served, joined, fetched, fromDiskCache, preloads, unusedPreloads,
+                                   preloadedBytes, unusedBytes, connections, unusedConnections)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, repeats, reasons, fetchedReasons,
                                    commands, unansweredCommands, warnings, skipped)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HtmlSection, number, text)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HarPart, pages, entries)

@@ -20,9 +20,11 @@ struct ReportFormat {
   // process that replayed it. Null: the summary is enough.
   void (*collect)(size_t index, const Recording& recording, const RecordingResult& result,
                   const ReplayOptions& options, RecordingReport& report);
-  // One of these two is null.
+  // A format has either `lines` and `lastLines`, or `file`; the others are null.
   // The lines of one recording, written as soon as it and all before it are ready, failed ones too.
   std::string (*lines)(const RecordingReport& report, const ReplayOptions& options);
+  // And what comes after the lines of all recordings, from those that were replayed; there is at least one.
+  std::string (*lastLines)(const std::vector<RecordingReport>& reports, const ReplayOptions& options);
   // The whole file, from the recordings that were replayed; there is at least one.
   std::string (*file)(const std::vector<RecordingReport>& reports, const ReplayOptions& options);
 };

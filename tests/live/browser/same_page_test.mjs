@@ -43,7 +43,7 @@ describe('pages see the same through the proxy', {skip: !program && 'KIV_PROXY d
   after(() => rmSync(folder, {recursive: true, force: true}));
 
   for (const scheme of ['http', 'https']) {
-    test(scheme, {timeout: 140_000}, async () => {
+    test(scheme, {timeout: 400_000}, async () => {
       const own = mkdtempSync(join(folder, `${scheme}-`));
       const certificates = scheme === 'https' ? makeCertificates(join(own, 'server-ca'), HOSTS) : undefined;
       const server = await serveOddSite(certificates);
