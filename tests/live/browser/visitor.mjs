@@ -2,7 +2,7 @@
 import {existsSync, readFileSync, writeFileSync} from 'node:fs';
 import {join} from 'node:path';
 import {setTimeout as pause} from 'node:timers/promises';
-import {Browser} from '../../../live/measure/browser.mjs';
+import {Browser, proxyFlags} from '../../../live/measure/browser.mjs';
 import {Proxy} from '../../../live/measure/proxy.mjs';
 import {HOSTS} from './odd_site.mjs';
 
@@ -34,7 +34,7 @@ export class Visitor {
     const keys = [certificates?.spki, existsSync(keyFile) ? readFileSync(keyFile, 'utf8').trim() : undefined].filter(Boolean);
     visitor.browser = new Browser('chromium', join(folder, profile), [
       ...(keys.length > 0 ? [`--ignore-certificate-errors-spki-list=${keys.join(',')}`] : []),
-      ...(proxyAddress ? [`--proxy-server=${proxyAddress}`, '--proxy-bypass-list=<-loopback>'] : [`--host-resolver-rules=MAP *.test 127.0.0.1:${port}`]),
+      ...(proxyAddress ? proxyFlags(proxyAddress) : [`--host-resolver-rules=MAP *.test 127.0.0.1:${port}`]),
     ]);
     visitor.session = await visitor.browser.openPage();
     await visitor.send('Page.enable');
