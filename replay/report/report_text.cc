@@ -271,6 +271,20 @@ std::string Reasons(const Summary& total, bool colour) {
   return "\n" + Print(rows, colour);
 }
 
+std::string Parents(const Summary& total) {
+  std::string text =
+      fmt::format("\nLate requests wait for an inferred parent on {} pages, for the recorded one on {}",
+                  total.inferredPages, total.recordedPages);
+  const auto prediction = PredictionOf(total.startErrors);
+  if (!prediction) return text + ".\n";
+  text += fmt::format(
+      ":\nby it another load's starts are predicted with a median error of {:.0f} ms (recorded: {:.0f} ms), "
+      "closer for "
+      "{} of {}.\n",
+      prediction->inferredMs, prediction->recordedMs, prediction->inferredCloser, prediction->requests);
+  return text;
+}
+
 std::string Skipped(const Summary& total, bool colour) {
   if (total.skipped.empty()) return "";
   std::vector<Row> rows = {Heading({"rows not replayed", "rows"})};
@@ -289,7 +303,7 @@ std::string TextReport(const std::vector<Summary>& summaries, const ReplayOption
   for (const Summary& summary : summaries) AddTo(total, summary);
   return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
          ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) + Groups(total, colour) +
-         Reasons(total, colour) + Skipped(total, colour);
+         Reasons(total, colour) + Parents(total) + Skipped(total, colour);
 }
 
 std::string ConditionsText(const ReplayOptions& options) {

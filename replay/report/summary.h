@@ -47,12 +47,26 @@ struct Summary {
   uint64_t unansweredCommands = 0;
   uint64_t warnings = 0;
   std::map<std::string, size_t> skipped;
+  // Pages by what their late requests are taken to wait for, and how well the rules predict.
+  uint64_t recordedPages = 0;
+  uint64_t inferredPages = 0;
+  StartErrors startErrors;
 };
 
 Summary Summarize(const RecordingResult& result);
 
 // Adds every figure of `other` to `total`, whose name stays.
 void AddTo(Summary& total, const Summary& other);
+
+// How far off another load's starts the two rules are, over the requests about which they differ: medians,
+// and how often the inferred parent is closer. Nothing when there are none to compare.
+struct Prediction {
+  size_t requests = 0;
+  size_t inferredCloser = 0;
+  double recordedMs = 0;
+  double inferredMs = 0;
+};
+std::optional<Prediction> PredictionOf(const StartErrors& errors);
 
 // --- One time over several repeat visits.
 
