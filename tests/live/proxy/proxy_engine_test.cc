@@ -50,7 +50,7 @@ class ProxyEngineTest : public testing::Test {
 
   void SetUp() override {
     for (const kiv::Property& row : kiv::property::kAll) property_set(row.name, nullptr);
-    settings.tracker.quietUs = 50'000;
+    settings.tracker.quietUs = 300'000;  // longer than a busy machine lets the test wait between two steps
     settings.mark = true;
   }
   // `answer` runs on the server's threads.
@@ -98,10 +98,22 @@ class ProxyEngineTest : public testing::Test {
     const size_t before = pages.size();
     RunUntil(loop, [&] { return pages.size() > before; });
   }
+  // Opens the page again, and waits until the server is asked ahead for as many resources.
+  Browser& OpenPageAgain(size_t preloads, const std::string& more = "") {
+    const size_t before = RequestCount();
+    Browser& browser = OpenPage(more);
+    RunUntil(loop, [&] { return RequestCount() >= before + 1 + preloads; });
+    Wait(20'000);  // so that the answers are there as well, most of the time; and for what must not come
+    return browser;
+  }
   void Wait(int64_t us) {
     bool over = false;
     loop.PostDelayed(us, [&] { over = true; });
     RunUntil(loop, [&] { return over; });
+  }
+  size_t RequestCount() {
+    const std::lock_guard lock(mutex);
+    return requests.size();
   }
   std::string TakeAsked() {
     const std::lock_guard lock(mutex);
@@ -144,16 +156,15 @@ TEST_F(ProxyEngineTest, ARepeatVisitIsServedFromPreloads) {
   Settle();
   TakeAsked();
 
-  OpenPage();
-  Wait(30'000);
-  std::string preloaded = TakeAsked();
-  EXPECT_NE(preloaded.find(" /1"), std::string::npos) << "asked for ahead";
-  EXPECT_NE(preloaded.find(" /2"), std::string::npos);
+  OpenPageAgain(2);
+  const std::string preloaded = TakeAsked();
+  EXPECT_TRUE(preloaded == " / /1 /2" || preloaded == " / /2 /1") << preloaded;
   for (const char* const path : {"/1", "/2"}) {
     const Browser& again = Resource(path);
     EXPECT_EQ(again.body, std::string("body of ") + path);
-    EXPECT_EQ(again.source, LoadSource::Served);
-    EXPECT_EQ(again.Header("Server-Timing"), "preload;desc=\"served\"");
+    EXPECT_NE(again.source, LoadSource::Network);
+    EXPECT_EQ(again.Header("Server-Timing"),
+              again.source == LoadSource::Served ? "preload;desc=\"served\"" : "preload;desc=\"joined\"");
     EXPECT_EQ(again.Header("Content-Type"), "image/png");
   }
   EXPECT_EQ(TakeAsked(), "") << "the server is asked once";
@@ -171,8 +182,7 @@ TEST_F(ProxyEngineTest, ARepeatVisitIsServedFromPreloads) {
   OpenPage();
   Resource("/1");
   Settle();
-  OpenPage();
-  Wait(30'000);
+  OpenPageAgain(0);
   EXPECT_EQ(TakeAsked(), " / /1 /") << "switched off";
 }
 
@@ -195,26 +205,23 @@ TEST_F(ProxyEngineTest, WhatTheOwnCacheHoldsIsValidatedAheadAndGivenWhole) {
     const char* body;
   } rows[] = {{"", 200, "picture"}, {"If-None-Match: \"v1\"\r\n", 304, ""}};
   for (const auto& row : rows) {
-    OpenPage();
-    Wait(30'000);
+    OpenPageAgain(1);
     EXPECT_NE(LastRequestFor("/1").find("If-None-Match: \"v1\""), std::string::npos) << "asked for ahead";
-    const size_t before = requests.size();
+    const size_t before = RequestCount();
     const Browser& browser = Resource("/1", row.asksWith);
     EXPECT_EQ(browser.status, row.status);
     EXPECT_EQ(browser.body, row.body);
-    EXPECT_EQ(browser.source, LoadSource::Served);
-    EXPECT_EQ(requests.size(), before);
+    EXPECT_NE(browser.source, LoadSource::Network);
+    EXPECT_EQ(RequestCount(), before);
     Settle();
     wallClockUs += 61'000'000;
   }
 
-  OpenPage();
-  Wait(30'000);
+  OpenPageAgain(1);
   Resource("/1", "If-None-Match: \"v1\"\r\n");
   Settle();
   TakeAsked();
-  OpenPage();
-  Wait(30'000);
+  OpenPageAgain(0);
   EXPECT_EQ(TakeAsked(), " /") << "what the browser's own cache can answer is not asked for";
 }
 
@@ -229,23 +236,20 @@ TEST_F(ProxyEngineTest, NobodyGetsWhatWasMeantForOtherCookies) {
   EXPECT_EQ(Resource("/mine", "Cookie: me=1\r\n").body, "me=1");
   Settle();
 
-  OpenPage("Cookie: me=1\r\n");
-  Wait(30'000);
+  OpenPageAgain(1, "Cookie: me=1\r\n");
   const Browser& same = Resource("/mine", "Cookie: me=1\r\n");
   EXPECT_EQ(same.body, "me=1");
-  EXPECT_EQ(same.source, LoadSource::Served);
+  EXPECT_NE(same.source, LoadSource::Network);
   Settle();
 
-  OpenPage();
-  Wait(30'000);
+  OpenPageAgain(1);
   const Browser& other = Resource("/mine", "Cookie: me=2\r\n");
   EXPECT_EQ(other.body, "me=2");
   EXPECT_EQ(other.source, LoadSource::Network);
   EXPECT_EQ(other.Header("Server-Timing"), "preload;desc=\"network: other cookies\"");
   Settle();
 
-  OpenPage();
-  Wait(30'000);
+  OpenPageAgain(1);
   EXPECT_NE(LastRequestFor("/mine").find("me=2"), std::string::npos) << "the newest ones";
   EXPECT_EQ(Resource("/mine").body, "nobody") << "logged out by a script";
 }
