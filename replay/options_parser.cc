@@ -9,6 +9,8 @@
 #include <charconv>
 #include <cmath>
 #include <fstream>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -29,9 +31,11 @@ constexpr const char* kExamples = R"(Examples:
   kiv_replay --profile 3g --html report.html *.har    and the waterfalls of every visit
   kiv_replay --json - *.har | jq .gap_closed          one JSON object per recording
   kiv_replay --prop net.cv.kiv.prlimit=8 --log 4 shop.har
+  kiv_replay --fail-if 'slower_visits > 0' recordings/  for a CI job
+  kiv_replay merge --html all.html results/*.jsonl    one report of what was replayed elsewhere with --json
 
 A report on standard output moves the table and the log to standard error.
-Exit status: 0, 1 after a fault of the plugin or the program, 2 after bad input.)";
+Exit status: 0, 1 after a fault of the plugin or the program, 2 after bad input, 3 when a --fail-if holds.)";
 
 // The values as given; each is read by a function below, so that all errors look alike.
 struct Texts {
@@ -46,6 +50,7 @@ struct Texts {
   std::string jobs;
   std::vector<std::string> properties;
   std::string propertiesFile;
+  std::string beaconsFile;
   std::string defaultRecording;
 };
 
@@ -152,6 +157,13 @@ void AddPropertiesOf(const std::string& path, std::map<std::string, std::string>
   if (!file.eof() || file.bad()) Refuse("--props", path + ": cannot be read");
 }
 
+std::string WholeFile(const char* option, const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  if (!file || !(text << file.rdbuf())) Refuse(option, path + ": cannot be read, or is empty");
+  return text.str();
+}
+
 bool OnOrOff(const char* option, const std::string& text) {
   if (text != "on" && text != "off") Refuse(option, fmt::format("'{}' is neither on nor off", text));
   return text == "on";
@@ -167,6 +179,8 @@ ReplayOptions Replay(const Texts& texts) {
   options.preconnect = OnOrOff("--preconnect", texts.preconnect);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
+  if (!texts.beaconsFile.empty())
+    options.beacons = ParseBeaconList(WholeFile("--beacons", texts.beaconsFile));
   for (const std::string& property : texts.properties) AddProperty("--prop", property, options.properties);
   return options;
 }
@@ -174,6 +188,23 @@ ReplayOptions Replay(const Texts& texts) {
 // An option without its value takes the next option for it.
 void CheckValue(const std::string& option, const std::string& value) {
   if (value.starts_with("--")) Refuse(option, fmt::format("needs a value, got the option '{}'", value));
+}
+
+// A merge has only outputs to choose: the rest is in the lines.
+void CheckMerge(const CLI::App& app, const std::vector<std::string>& paths) {
+  const std::set<std::string> allowed = {"RECORDING", "--fail-if", "--force"};
+  for (const CLI::Option* option : app.get_options()) {
+    const bool isOutput =
+        std::any_of(ReportFormats().begin(), ReportFormats().end(),
+                    [option](const ReportFormat& format) { return format.option == option->get_name(); });
+    if (option->count() > 0 && !isOutput && !allowed.contains(option->get_name())) {
+      Refuse(option->get_name(), "is of no use to merge: it was chosen when the lines were made");
+    }
+  }
+  for (size_t index = 0; index < paths.size(); ++index) {
+    if (paths[index].empty() || !ReportFormats()[index].needsReplay) continue;
+    Refuse(ReportFormats()[index].option, "cannot be made by merge: JSON lines do not hold the loads");
+  }
 }
 
 }  // namespace
@@ -202,7 +233,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
   text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
   text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();
-  text("--visits", texts.visits, "loads made of a recording that holds a single load", "N")
+  text("--visits", texts.visits, "loads made of each page of a recording that loads no page twice", "N")
       ->capture_default_str();
   text("--revisit-after", texts.revisitAfter, "time between visits: 500ms, 90s, 30m, 1h, 2d", "TIME")
       ->capture_default_str();
@@ -211,16 +242,25 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
       ->capture_default_str();
   text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
       ->capture_default_str();
+  text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
+       "FILE");
   text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
        "LEVEL");
-  std::vector<std::string> paths(ReportFormats().size());
+  std::vector<std::string> paths(ReportFormats().size()), failConditions;
   for (size_t index = 0; index < paths.size(); ++index) {
     text(ReportFormats()[index].option, paths[index], ReportFormats()[index].what, "FILE");
   }
+  app.add_option("--fail-if", failConditions,
+                 "exit with status 3 when it holds: a key of the JSON summary, compared with a number; may "
+                 "be repeated")
+      ->type_name("CONDITION")
+      ->allow_extra_args(false);
   app.add_flag("--force", line.force, "let a report replace a file that is not one");
   text("--jobs", texts.jobs, "recordings replayed at a time [number of cores]", "N");
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
+  line.merge = !arguments.empty() && arguments.front() == "merge";
+  if (line.merge) reversed.pop_back();
   try {
     app.parse(std::move(reversed));
   } catch (const CLI::CallForHelp&) {
@@ -234,11 +274,20 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     std::replace(what.begin(), what.end(), '\n', ' ');
     Refuse("command line", what + " (see --help)");
   }
+  line.visitsGiven = app.count("--visits") > 0;
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
   }
+  if (line.merge) CheckMerge(app, paths);
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
   if (line.recordings.empty()) Refuse("RECORDING", "name at least one (see --help)");
+  for (const std::string& condition : failConditions) {
+    try {
+      line.failConditions.push_back(ParseFailCondition(condition));
+    } catch (const std::runtime_error& error) {
+      Refuse("--fail-if", error.what());
+    }
+  }
   RecordingsToRead found = FindRecordings(line.recordings);
   line.recordings = std::move(found.recordings);
   line.settingsPaths = std::move(found.lists);
@@ -246,7 +295,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     if (!paths[index].empty()) line.outputs.push_back({&ReportFormats()[index], paths[index]});
   }
   line.replay = Replay(texts);
-  if (!texts.propertiesFile.empty()) line.settingsPaths.push_back(texts.propertiesFile);
+  for (const std::string& path : {texts.propertiesFile, texts.beaconsFile}) {
+    if (!path.empty()) line.settingsPaths.push_back(path);
+  }
   line.jobs = texts.jobs.empty() ? std::max(1U, std::thread::hardware_concurrency())
                                  : Count("--jobs", texts.jobs, 1, 1024);
   return line;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "replay/model/replay_options.h"
+#include "replay/report/fail_condition.h"
 #include "replay/report/report_formats.h"
 
 namespace replay {
@@ -19,17 +20,21 @@ struct Output {
 
 struct CommandLine {
   ReplayOptions replay;
-  std::string pluginPath;                  // empty: the library beside the program
-  std::vector<std::string> recordings;     // at least one; "-", at most once, is standard input
-  std::vector<Output> outputs;             // the reports that are wanted
-  bool force = false;                      // they may replace files that are not reports
-  std::vector<std::string> settingsPaths;  // the other files that were read: lists and that of --props
+  std::string pluginPath;               // empty: the library beside the program
+  std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
+  std::vector<Output> outputs;          // the reports that are wanted
+  bool merge = false;                   // `recordings` are files of JSON lines; `replay` is what these say
+  std::vector<FailCondition> failConditions;
+  bool force = false;  // they may replace files that are not reports
+  std::vector<std::string>
+      settingsPaths;  // the other files that were read: lists, those of --props and --beacons
   unsigned jobs = 1;
+  bool visitsGiven = false;  // replay.visits was asked for
 };
 
-// Reads the arguments after the program's name, the file of --props, and lists and folders of recordings.
-// Nothing after --help or --version, whose text went to `out`. Throws std::runtime_error with one line that
-// names the option and the place.
+// Reads the arguments after the program's name, the files of --props and --beacons, and lists and folders of
+// recordings. Nothing after --help or --version, whose text went to `out`. Throws std::runtime_error with one
+// line that names the option and the place.
 std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& arguments, std::ostream& out);
 
 }  // namespace replay

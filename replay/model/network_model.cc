@@ -160,6 +160,7 @@ void NetworkModel::Reset(uint64_t contentVersion) {
   planned_.clear();
   groups_.clear();
   transfers_.clear();
+  connections_ = 0;
 }
 
 // Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
@@ -196,6 +197,7 @@ void NetworkModel::Dispatch(Group& group) {
 // Whoever waits first when it is open gets the connection, not necessarily who had it opened.
 void NetworkModel::OpenConnection(Group& group) {
   ++group.connecting;
+  ++connections_;
   clock_.PostDelayed(group.connectUs, [this, &group, connectUs = clock_.NowUs()] {
     --group.connecting;
     group.idle.push_back({.connectUs = connectUs});

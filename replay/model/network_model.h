@@ -43,7 +43,8 @@ class NetworkModel final : public host::Transport {
   uint64_t ReceiveAlone(const Request& recorded, host::Urgency urgency, std::function<void()> done);
   void SetReceivingUrgency(uint64_t id, host::Urgency urgency) { link_.SetUrgency(id, urgency); }
 
-  // Connections that were set up since the last Reset and have carried no request.
+  // Connections whose set-up began since the last Reset, and those of them that have carried no request.
+  size_t Connections() const { return connections_; }
   size_t UnusedConnections() const;
 
   // Closes every connection. Only while nothing is under way. The bodies of what
@@ -106,6 +107,7 @@ class NetworkModel final : public host::Transport {
   std::map<host::TransferId, Transfer> transfers_;  // under way
   host::TransferId lastId_ = 0;
   uint64_t contentVersion_ = 0;
+  size_t connections_ = 0;
 };
 
 }  // namespace replay

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "replay/model/page_events.h"
+
 namespace replay {
 
 PageLoad::PageLoad(host::VirtualClock& clock, const PagePlan& plan, std::function<void(size_t index)> ask)
@@ -61,15 +63,13 @@ void PageLoad::AnswerAtOnce(size_t index) {
 
 WayResult PageLoad::Finish() {
   WayResult result;
-  int64_t lastUs = startUs_;
   for (RequestRow& row : rows_) {
-    if (row.blocksLoad) lastUs = std::max(lastUs, row.endUs);
     for (int64_t* const time : {&row.wantedUs, &row.connectUs, &row.sentUs, &row.firstByteUs, &row.endUs}) {
       *time -= startUs_;
     }
   }
-  result.pageLoadUs = lastUs - startUs_ + plan_.restUs;
   result.requests = std::move(rows_);
+  TimeEvents(plan_, result);
   std::stable_sort(result.requests.begin(), result.requests.end(),
                    [](const RequestRow& a, const RequestRow& b) { return a.wantedUs < b.wantedUs; });
   return result;

@@ -76,7 +76,7 @@ PlannedRequest Plan(const Page& page, size_t index, const Seen& seen) {
 }  // namespace
 
 PagePlan MakePlan(const Page& page) {
-  PagePlan plan;
+  PagePlan plan = {.document = page.document};
   Seen seen;
   double lastEndMs = 0;
   for (size_t index = 0; index < page.requests.size(); ++index) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "replay/model/results.h"
 #include "replay/recording/recording.h"
 
 namespace replay {
@@ -24,9 +25,27 @@ struct PlannedRequest {
   bool blocksLoad = false;     // the page's load event waits for it
 };
 
+// What one of the page's events waits for, beside the document's first byte.
+struct AwaitedEvent {
+  std::vector<size_t> requests;  // index in Page::requests; complete when it comes
+  int64_t restUs = 0;            // from the end of the last of them to the event
+};
+
+// An event that the recording does not tell is as the next later one.
+struct PageEvents {
+  AwaitedEvent firstPaint;
+  AwaitedEvent contentLoaded;  // DOMContentLoaded
+  AwaitedEvent load;
+  AwaitedEvent loadWithoutBeacons;
+  PaintSource paintSource = PaintSource::Recorded;
+  std::vector<bool> beacons;  // by index of Page::requests
+};
+
 struct PagePlan {
   std::vector<PlannedRequest> requests;  // by index of Page::requests; parents come first
+  size_t document = 0;                   // Page::document
   int64_t restUs = 0;                    // from the end of the last blocking request to the load event
+  PageEvents events;                     // filled in by PlanEvents
 };
 
 PagePlan MakePlan(const Page& page);

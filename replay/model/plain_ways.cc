@@ -38,6 +38,7 @@ class PlainBrowser {
     load_.Begin();
     clock_.Run();
     WayResult result = load_.Finish();
+    result.connections = network_.Connections();
     result.unusedConnections = network_.UnusedConnections();
     return result;
   }

@@ -51,7 +51,7 @@ PreloadFate FateOf(const host::PreloadRecord& record) {
   if (record.stage == host::PreloadStage::Failed) {
     return record.refused ? PreloadFate::Cancelled : PreloadFate::Failed;
   }
-  return PreloadFate::Wasted;
+  return PreloadFate::Unused;
 }
 
 }  // namespace
@@ -201,6 +201,7 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
 
   WayResult& way = visit.ways[Index(Way::Plugin)];
   way = load.Finish();
+  way.connections = network_.Connections();
   way.preloads = PreloadRows(load.StartUs());
   way.unusedConnections = network_.UnusedConnections();
   visit.commands = corvane_.CommandCount() - commandsBefore;
@@ -263,7 +264,7 @@ void PluginBrowser::Count(Visit& visit) const {
     const auto bytes = static_cast<uint64_t>(preload.bytes);
     visit.preloadedBytes += bytes;
     if (preload.fate != PreloadFate::Served && preload.fate != PreloadFate::Joined)
-      visit.wastedBytes += bytes;
+      visit.unusedBytes += bytes;
   }
 }
 

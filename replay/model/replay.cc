@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "cutils/properties.h"
+#include "replay/model/page_events.h"
 #include "replay/model/page_plan.h"
 #include "replay/model/plain_ways.h"
 #include "replay/model/plugin_browser.h"
@@ -69,11 +70,14 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
   for (size_t load = 0; load < loads; ++load) {
     const size_t index = load % recording.pages.size();
     const Page& page = recording.pages[index];
-    const PagePlan plan = MakePlan(page);
+    PagePlan plan = MakePlan(page);
+    plan.events = PlanEvents(page, plan, options.beacons);
     RequestIndex pageIndex;
     AddToIndex(page, pageIndex);
     Visit visit = {.page = index, .pageUrl = UrlOf(page), .number = ++visitsOf[UrlOf(page)]};
     visit.repeat = visit.number > 1;
+    visit.copy = load >= recording.pages.size();
+    visit.paintSource = plan.events.paintSource;
     if (visit.repeat) {
       browser.AdvanceTo(leftUs[visit.pageUrl] + static_cast<int64_t>(options.revisitAfterMs * 1000));
     } else if (load > 0) {

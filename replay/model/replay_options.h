@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "replay/model/beacons.h"
 #include "replay/model/network_profiles.h"
 
 namespace replay {
@@ -18,6 +19,7 @@ struct ReplayOptions {
   double revisitAfterMs = 3600e3;
   bool join = true;
   bool preconnect = true;
+  BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
 };

@@ -1,6 +1,9 @@
 #include "replay/model/results.h"
 
+#include <algorithm>
+
 namespace replay {
+
 const char* SourceText(Source source) {
   switch (source) {
     case Source::Network:
@@ -23,8 +26,8 @@ const char* FateText(PreloadFate fate) {
       return "served";
     case PreloadFate::Joined:
       return "joined";
-    case PreloadFate::Wasted:
-      return "wasted";
+    case PreloadFate::Unused:
+      return "unused";
     case PreloadFate::Cancelled:
       return "cancelled";
     case PreloadFate::Failed:
@@ -37,8 +40,9 @@ const WayResult& Of(const Visit& visit, Way way) {
   return visit.ways[Index(way)];
 }
 
-bool IsSlower(const Visit& visit) {
-  return Of(visit, Way::Plugin).pageLoadUs * 100 > Of(visit, Way::Off).pageLoadUs * 101;
+bool EndedByBeacon(const WayResult& way) {
+  return std::any_of(way.requests.begin(), way.requests.end(),
+                     [&way](const RequestRow& row) { return row.beacon && row.request == way.lastRequest; });
 }
 
 }  // namespace replay

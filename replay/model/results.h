@@ -36,10 +36,11 @@ struct RequestRow {
   int64_t firstByteUs = 0;
   int64_t endUs = 0;
   bool blocksLoad = false;  // page load time waits for it
+  bool beacon = false;      // by the rule of replay/model/beacons.h
 };
 
 // What became of a preload.
-enum class PreloadFate { Served, Joined, Wasted, Cancelled, Failed };
+enum class PreloadFate { Served, Joined, Unused, Cancelled, Failed };
 
 const char* FateText(PreloadFate fate);  // "served", ...
 
@@ -53,21 +54,37 @@ struct PreloadRow {
   int64_t firstByteUs = 0;
   int64_t endUs = 0;  // done, or the end of the visit
   int64_t bytes = 0;  // body bytes that came over the link for it
-  PreloadFate fate = PreloadFate::Wasted;
+  PreloadFate fate = PreloadFate::Unused;
+};
+
+// The moments of one load that reports compare.
+struct LoadTimes {
+  int64_t firstPaintUs = 0;
+  int64_t contentLoadedUs = 0;       // DOMContentLoaded
+  int64_t pageLoadUs = 0;            // the load event
+  int64_t loadWithoutBeaconsUs = 0;  // the load event, if it had not waited for beacons
+  int64_t objectIndexUs = 0;         // the mean of the times at which the page's resources were complete
 };
 
 struct WayResult {
-  int64_t pageLoadUs = 0;
+  LoadTimes times;
+  size_t lastRequest = 0;            // index in Page::requests: the load event came after this one
   std::vector<RequestRow> requests;  // in order of wantedUs
   std::vector<PreloadRow> preloads;  // plugin way only, in order of launch
-  uint64_t unusedConnections = 0;    // set up, and then not used for any request
+  uint64_t connections = 0;          // that were set up, or begun to be
+  uint64_t unusedConnections = 0;    // of these, that carried no request
 };
+
+// What the recorded first paint, which the simulated ones are made from, was taken from.
+enum class PaintSource { Recorded, ContentLoaded, Load };
 
 struct Visit {
   size_t page = 0;  // index in Recording::pages
   std::string pageUrl;
-  uint32_t number = 1;     // of this page URL, counted from 1
-  bool repeat = false;     // only repeat visits count in the figures
+  uint32_t number = 1;  // of this page URL, counted from 1
+  bool repeat = false;  // only repeat visits count in the figures
+  bool copy = false;    // a repeat visit that replays the very load that taught the host
+  PaintSource paintSource = PaintSource::Recorded;
   PerWay<WayResult> ways;  // of a first visit only those that IsRunOnFirstVisits
 
   // Of the plugin way. Sub-resources only: the navigation is not counted.
@@ -76,7 +93,7 @@ struct Visit {
   uint64_t fetched = 0;  // over the network by the page itself
   uint64_t fromDiskCache = 0;
   uint64_t preloadedBytes = 0;
-  uint64_t wastedBytes = 0;         // preloaded, never asked for
+  uint64_t unusedBytes = 0;         // preloaded, never asked for
   uint64_t commands = 0;            // sent to the plugin
   uint64_t unansweredCommands = 0;  // for which OnCmd returned 0
   uint64_t warnings = 0;            // log lines of priority 5 and 6
@@ -91,8 +108,13 @@ struct RecordingResult {
 
 const WayResult& Of(const Visit& visit, Way way);
 
-// Slower than without the plugin by more than 1%.
-bool IsSlower(const Visit& visit);
+// Whether the load event came after a beacon.
+bool EndedByBeacon(const WayResult& way);
+
+// What every report calls later or slower, in any unit: by more than 1%.
+constexpr bool IsLater(double time, double reference) {
+  return time * 100 > reference * 101;
+}
 
 }  // namespace replay
 

@@ -193,6 +193,7 @@ Page MakePage(const Draft& draft, std::vector<HarRow>& rows) {
                    [](const Request& a, const Request& b) { return a.startMs < b.startMs; });
   double shiftMs = draft.startedMs && firstMs ? *draft.startedMs - *firstMs : 0;
   if (std::abs(shiftMs) > kMostShiftMs) shiftMs = 0;
+  page.firstPaintMs = ShiftedTiming(draft.har.firstPaintMs, shiftMs);
   page.onContentLoadMs = ShiftedTiming(draft.har.onContentLoadMs, shiftMs);
   page.onLoadMs = ShiftedTiming(draft.har.onLoadMs, shiftMs);
   MarkDocument(page);

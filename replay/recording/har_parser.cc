@@ -3,6 +3,7 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <stdexcept>
@@ -186,6 +187,8 @@ void ReadEntry(JsonValue value, HarEntry& entry) {
     if (key == "startedDateTime") entry.startedDateTime = Text(field);
     if (key == "_resourceType") entry.resourceType = Text(field);
     if (key == "_initiator") entry.initiatorUrl = InitiatorUrl(field);
+    if (key == "_initialPriority") entry.priority = Text(field);
+    if (key == "_priority" && entry.priority.empty()) entry.priority = Text(field);
     if (key == "_protocol") entry.protocol = Text(field);
     if (key == "_fromCache" && !Text(field).empty()) entry.fromCache = true;            // "memory", "disk"
     if (key == "_fetchType" && Text(field).ends_with("Cache")) entry.fromCache = true;  // Safari's
@@ -208,18 +211,45 @@ std::string ReadProgram(JsonValue value) {
   return program.append(version);
 }
 
+// What recorders call the first paint, in a page or in its timings: the first of these that has a time.
+constexpr std::array<std::string_view, 5> kPaintNames = {"_firstPaint", "_firstContentfulPaint",
+                                                         "_startRender", "_render", "_firstVisualChange"};
+
+// A page's first paint as read so far, and the place of its name.
+struct FirstPaint {
+  size_t place = kPaintNames.size();
+  std::optional<double> ms;
+
+  void Read(JsonKey key, JsonValue field) {
+    for (size_t better = 0; better < place; ++better) {
+      if (key != kPaintNames[better]) continue;
+      const std::optional<double> value = Number(field);
+      if (!value || *value <= 0) return;
+      place = better;
+      ms = value;
+    }
+  }
+};
+
 HarPage ReadPage(JsonValue value) {
   HarPage page;
+  FirstPaint paint;
+  std::optional<double> contentLoadedMs;  // some recorders name it outside of the timings only
   ForEachField(value, [&](JsonKey key, JsonValue field) {
     if (key == "id") page.id = Text(field);
     if (key == "title") page.title = Text(field);
     if (key == "startedDateTime") page.startedDateTime = Text(field);
+    if (key == "_domContentLoadedEventStart") contentLoadedMs = Number(field);
+    paint.Read(key, field);
     if (key != "pageTimings") return;
     ForEachField(field, [&](JsonKey timing, JsonValue ms) {
       if (timing == "onContentLoad") page.onContentLoadMs = Number(ms);
       if (timing == "onLoad") page.onLoadMs = Number(ms);
+      paint.Read(timing, ms);
     });
   });
+  page.firstPaintMs = paint.ms;
+  if (page.onContentLoadMs.value_or(0) <= 0) page.onContentLoadMs = contentLoadedMs;
   return page;
 }
 

@@ -24,7 +24,8 @@ struct HarEntry {
   std::string_view startedDateTime;
   std::string_view resourceType;  // the recorder's own word, "_resourceType"
   std::string_view initiatorUrl;
-  bool fromCache = false;  // the recorder says that the browser's own cache answered
+  bool fromCache = false;     // the recorder says that the browser's own cache answered
+  std::string_view priority;  // when it was asked for: "_initialPriority", else "_priority"
   std::optional<double> timeMs;
   std::optional<double> queuedMs, blockedMs, dnsMs, connectMs, sslMs, sendMs, waitMs, receiveMs;
 
@@ -54,7 +55,8 @@ struct HarPage {
   std::string id;
   std::string title;
   std::string startedDateTime;
-  std::optional<double> onContentLoadMs;  // from startedDateTime
+  std::optional<double> firstPaintMs;  // from startedDateTime; by the name that recorders agree on most
+  std::optional<double> onContentLoadMs;
   std::optional<double> onLoadMs;
 };
 

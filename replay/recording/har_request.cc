@@ -143,6 +143,11 @@ ResourceKind KindOf(const HarEntry& entry, const Request& request) {
   return host::KindBySuffix(request.url);
 }
 
+bool IsLowPriority(std::string_view priority) {
+  return net::EqualsIgnoringCase(priority, "low") || net::EqualsIgnoringCase(priority, "lowest") ||
+         net::EqualsIgnoringCase(priority, "verylow");
+}
+
 std::string RequestHeaderText(const std::vector<HarHeader>& headers) {
   net::HttpRequestHeaders set;
   for (const HarHeader& header : headers) {
@@ -234,6 +239,7 @@ Request MakeRequest(const HarEntry& entry, std::optional<double> startedMs) {
   request.protocol = ProtocolOf(entry);
   request.mimeType = MimeTypeOf(entry);
   request.kind = KindOf(entry, request);
+  request.lowPriority = IsLowPriority(entry.priority);
   request.initiatorUrl = WithoutFragment(entry.initiatorUrl);
   if (request.initiatorUrl == request.url) request.initiatorUrl.clear();
   request.referer = WithoutFragment(FindHeader(entry.requestHeaders, "referer"));

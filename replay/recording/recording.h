@@ -29,7 +29,8 @@ struct Request {
   int status = 0;
   Protocol protocol = Protocol::Http1;
   host::ResourceKind kind = host::ResourceKind::Other;
-  std::string mimeType;  // without parameters, lower case; may be empty
+  bool lowPriority = false;  // the recorded browser fetched it as something that nothing waits for
+  std::string mimeType;      // without parameters, lower case; may be empty
   std::string
       initiatorUrl;     // empty when unknown; another request's URL otherwise, not necessarily of this page
   std::string referer;  // empty when unknown
@@ -46,7 +47,8 @@ struct Request {
 struct Page {
   std::string id;
   std::string title;
-  double onContentLoadMs = -1;  // from the start of the page; -1 when unknown
+  double firstPaintMs = -1;  // from the start of the page; -1 when unknown
+  double onContentLoadMs = -1;
   double onLoadMs = -1;
   std::vector<Request> requests;  // never empty
   size_t document = 0;            // index of the main document, or of what stands in its place

@@ -202,12 +202,12 @@ void Append(std::string& array, const std::string& json) {
 
 Json PageObject(const std::string& id, int64_t visitMs, const Visit& visit) {
   const std::string nth = visit.repeat ? fmt::format("visit {}", visit.number) : "first visit";
-  return {
-      {"startedDateTime", DateText(visitMs, 0)},
-      {"id", id},
-      {"title", visit.pageUrl},
-      {"pageTimings", {{"onContentLoad", -1}, {"onLoad", Milliseconds(Of(visit, Way::Plugin).pageLoadUs)}}},
-      {"comment", nth}};
+  return {{"startedDateTime", DateText(visitMs, 0)},
+          {"id", id},
+          {"title", visit.pageUrl},
+          {"pageTimings",
+           {{"onContentLoad", -1}, {"onLoad", Milliseconds(Of(visit, Way::Plugin).times.pageLoadUs)}}},
+          {"comment", nth}};
 }
 
 }  // namespace
@@ -235,7 +235,7 @@ HarPart HarPartOf(size_t index, const Recording& recording, const RecordingResul
     std::stable_sort(entries.begin(), entries.end(),
                      [](const auto& left, const auto& right) { return left.first < right.first; });
     for (const auto& [begin, entry] : entries) Append(part.entries, entry);
-    visitMs += way.pageLoadUs / 1000 + static_cast<int64_t>(options.revisitAfterMs);
+    visitMs += way.times.pageLoadUs / 1000 + static_cast<int64_t>(options.revisitAfterMs);
   }
   return part;
 }

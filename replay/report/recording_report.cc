@@ -3,11 +3,10 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "replay/report/summary_json.h"
+
 namespace replay {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, loads, slowerVisits, served, joined,
-                                   fetched, fromDiskCache, preloads, preloadedBytes, wastedBytes, reasons,
-                                   commands, unansweredCommands, warnings, skipped)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HtmlSection, number, text)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HarPart, pages, entries)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RecordingReport, status, error, recordingWarnings, summary, html, har,

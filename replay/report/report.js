@@ -43,7 +43,7 @@
   const draw = (visit, urls, place) => {
     const page = urls[visit.page];
     const ends = visit.lines.flatMap((line) => [line[2], line[3], line[6]].filter(Boolean).map((times) => times[times.length - 1]));
-    const span = Math.max(1000, ...visit.loads.filter((load) => load !== null), ...ends) * 1.02;
+    const span = Math.max(1000, ...visit.ways.flatMap(([, ...times]) => times), ...ends) * 1.02;
     const percent = (us) => (us / span * 100).toFixed(3) + "%";
 
     const segment = (bar, className, from, to) => {
@@ -79,7 +79,7 @@
 
     const offBar = (row, line) => {
       const bar = barIn(row, "off", line[2] && "Off: " + describe(line[2]));
-      mark(bar, "load off", visit.loads[0]);
+      for (const [way, , , load] of visit.ways) if (way === "off") mark(bar, "load off", load);
       if (!line[2]) return;
       request(bar, line[2]);
       if (line[2][4] === line[2][0]) mark(bar, "m cache", line[2][0]);
@@ -90,9 +90,7 @@
       if (times) parts.push(source + ": " + describe(times) + (why ? " (" + why + ")" : ""));
       if (preloaded) parts.push(describePreload(preloaded, count, fate));
       const bar = barIn(row, "plugin", parts.length ? "Plugin: " + parts.join("; ") : "");
-      ["", "plugin", "hints", "", "", "oracle"].forEach((name, way) => {
-        if (name && visit.loads[way] !== null) mark(bar, "load " + name, visit.loads[way]);
-      });
+      for (const [way, , , load] of visit.ways) if (way !== "off") mark(bar, "load " + way, load);
       if (preloaded) preload(bar, preloaded);
       if (!times) return;
       if (source === "served") {
@@ -143,8 +141,8 @@
       offBar(row, line);
       pluginBar(row, line);
       const outcome = times ? (why || source) : fate + ", " + bytes(count);
-      const state = times ? source : "wasted";
-      const last = cell("outcome " + (state === "served" || state === "joined" || state === "wasted" ? state : ""),
+      const state = times ? source : "unused";
+      const last = cell("outcome " + (state === "served" || state === "joined" || state === "unused" ? state : ""),
                         source === "joined" ? "joined" : outcome);
       last.title = source && why ? source + ": " + why : outcome;
     });

@@ -176,12 +176,13 @@ Json LineData(const Line& line, UrlNumbers& urls) {
 Json VisitData(const Page& page, const Visit& visit, UrlNumbers& urls) {
   Json lines = Json::array();
   for (const Line& line : Lines(page, visit)) lines.push_back(LineData(line, urls));
-  Json loads = Json::array();
+  Json ways = Json::array();
   for (const Way way : kWays) {
-    const bool ran = visit.repeat || IsRunOnFirstVisits(way);
-    loads.push_back(ran ? Json(Of(visit, way).pageLoadUs) : Json(nullptr));
+    if (!visit.repeat && !IsRunOnFirstVisits(way)) continue;
+    const LoadTimes& times = Of(visit, way).times;
+    ways.push_back({WordsFor(way).key, times.firstPaintUs, times.contentLoadedUs, times.pageLoadUs});
   }
-  return {{"page", urls.Of(visit.pageUrl)}, {"loads", loads}, {"lines", lines}};
+  return {{"page", urls.Of(visit.pageUrl)}, {"ways", ways}, {"lines", lines}};
 }
 
 // -- The static parts --
@@ -196,139 +197,197 @@ std::string Typeset(const std::string& number) {
   return number[0] == '-' ? "−" + number.substr(1) : number;
 }
 
-// The gain as people read it: a minus is time saved.
-std::string ChangeText(double off, double plugin) {
-  const auto share = GainShare(off, plugin);
-  if (!share) return "–";
-  const std::string text = PercentText(-*share);
-  if (text == "0%") return "±0%";
+// A gain is positive everywhere.
+std::string GainText(double off, double time) {
+  const std::string text = PercentText(GainShare(off, time));
+  if (text == "–" || text == "0%") return text;
   return text[0] == '-' ? Typeset(text) : "+" + text;
 }
 
-const char* ChangeClass(double off, double plugin) {
-  if (plugin * 100 > off * 101) return "bad";
-  return plugin * 100 < off * 99 ? "good" : "";
+const char* GainClass(double off, double time) {
+  if (IsLater(time, off)) return "bad";
+  return IsLater(off, time) ? "good" : "";
 }
 
-// The gap from off (right end) to oracle as a band, and where the plugin stands.
-std::string Bullet(const Figures& figures) {
-  if (!figures) return "";
-  const double off = At(figures, Way::Off);
-  const double plugin = At(figures, Way::Plugin);
-  const double oracle = At(figures, Way::Oracle);
-  const double most = std::max({off, plugin, oracle, 1.0});
+// -- Figures of several visits --
+
+bool Leads(Metric metric) {
+  return metric == &LoadTimes::firstPaintUs || metric == &LoadTimes::pageLoadUs;
+}
+
+double SumOf(const Totals& totals, Metric metric, Way way) {
+  return static_cast<double>(totals.times[Index(way)].*metric);
+}
+
+std::string GainMilliseconds(const std::optional<double>& microseconds) {
+  return microseconds ? Typeset(SignedMillisecondsText(*microseconds)) : "–";
+}
+
+std::string UnusedText(uint64_t unused, uint64_t of) {
+  return fmt::format("{} of {}", unused, of);
+}
+
+// The gap from off (right end) to the bound as a band, and where the plugin stands.
+std::string Bullet(const std::vector<VisitFigures>& visits) {
+  const Totals totals = TotalsOf(visits);
+  const double off = SumOf(totals, &LoadTimes::pageLoadUs, Way::Off);
+  const double plugin = SumOf(totals, &LoadTimes::pageLoadUs, Way::Plugin);
+  const double bound = SumOf(totals, &LoadTimes::pageLoadUs, kBound);
+  const auto closed = GapClosed(off, plugin, bound);
+  if (!closed) return "";
+  const double most = std::max({off, plugin, 1.0});
   return fmt::format(
-      R"(<span class="bullet" role="img" aria-label="gap closed {}" title="band: from oracle to off; mark: plugin">)"
+      R"(<span class="bullet" role="img" aria-label="gap closed {}" title="band: from {} to off; mark: plugin">)"
       R"(<i class="gap" style="left:{:.2f}%;width:{:.2f}%"></i><i class="mark" style="left:{:.2f}%"></i></span>)",
-      PercentText(GapClosed(off, plugin, oracle)), oracle / most * 100,
-      std::max(0.0, off - oracle) / most * 100, plugin / most * 100);
+      PercentText(closed), WordsFor(kBound).key, bound / most * 100, (off - bound) / most * 100,
+      plugin / most * 100);
+}
+
+std::string GainCell(const std::vector<VisitFigures>& visits, Metric metric) {
+  const double off = At(Medians(visits, metric), Way::Off);
+  const double gain = GainsOf(visits, metric)->median;
+  return fmt::format(R"(<td class="{}">{}</td>)", GainClass(off, off - gain), GainMilliseconds(gain));
 }
 
 std::string FigureCells(const Summary& summary) {
-  const Figures medians = MedianLoads(summary);
-  std::string html;
-  if (!medians) {
-    html += R"(<td colspan="9" class="muted left">no repeat visit</td>)";
-  } else {
-    for (const Way way : kWays) html += fmt::format("<td>{}</td>", MillisecondsText(At(medians, way)));
-    const double off = At(medians, Way::Off);
-    const double plugin = At(medians, Way::Plugin);
-    html += fmt::format(R"(<td class="{}">{}</td><td>{}</td><td>{}</td>)", ChangeClass(off, plugin),
-                        ChangeText(off, plugin), Typeset(PercentText(GapClosedOverall(summary))),
-                        Bullet(MeanLoads(summary)));
+  const std::vector<VisitFigures>& visits = summary.repeats;
+  if (visits.empty()) {
+    return fmt::format(R"(<td colspan="{}" class="muted left">no repeat visit</td>)", kWays.size() + 9);
   }
-  html += fmt::format("<td>{}</td><td>{}</td><td>{}</td><td>{}</td>", summary.served, summary.joined,
-                      summary.fetched, BytesText(summary.wastedBytes));
-  html +=
-      fmt::format(R"(<td class="{}">{}</td>)", summary.slowerVisits > 0 ? "bad" : "", summary.slowerVisits);
-  return html;
-}
-
-std::string WayHeadings() {
+  const Totals totals = TotalsOf(visits);
+  const Figures paint = Medians(visits, &LoadTimes::firstPaintUs);
+  const Figures load = Medians(visits, &LoadTimes::pageLoadUs);
   std::string html;
-  for (const Way way : kWays) html += fmt::format(R"(<th scope="col">{}</th>)", WordsFor(way).key);
+  for (const Way way : {Way::Off, Way::Plugin}) html += "<td>" + MillisecondsText(At(paint, way)) + "</td>";
+  html += GainCell(visits, &LoadTimes::firstPaintUs);
+  for (const Way way : kWays) html += "<td>" + MillisecondsText(At(load, way)) + "</td>";
+  html += GainCell(visits, &LoadTimes::pageLoadUs);
+  html +=
+      fmt::format("<td>{}</td><td>{}</td><td>{}</td>", Typeset(PercentText(GapClosedOverall(visits, kBound))),
+                  Bullet(visits), PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)));
+  for (const uint64_t count : {totals.slowerVisits, totals.laterPaintVisits}) {
+    html += fmt::format(R"(<td class="{}">{}</td>)", count > 0 ? "bad" : "", count);
+  }
   return html;
 }
 
-std::string RecordingsTable(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
-                            const Summary& total) {
-  std::string html =
-      R"(<div class="scroll" tabindex="0" role="region" aria-label="Recordings"><table class="figures"><caption>Page load in ms, the median over repeat visits; gap closed, over all of them</caption><thead><tr>)"
-      R"(<th scope="col" class="left">Recording</th><th scope="col">Visits</th>)";
-  html += WayHeadings();
-  html +=
-      R"(<th scope="col">Change</th><th scope="col">Gap closed</th>)"
-      R"(<th scope="col"><span class="hidden">Gap as a picture</span></th><th scope="col">Served</th><th scope="col">Joined</th>)"
-      R"(<th scope="col">Fetched</th><th scope="col">Wasted</th><th scope="col">Slower</th></tr></thead><tbody>)";
+std::string VisitsText(const Summary& summary) {
+  if (!HeadlineIsOfCopies(summary.repeats)) return fmt::format("{}", summary.repeats.size());
+  return fmt::format("{}&nbsp;{}", summary.repeats.size(), summary.repeats.size() == 1 ? "copy" : "copies");
+}
+
+std::string RecordingsTable(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections) {
+  std::string html = fmt::format(
+      R"(<div class="scroll" tabindex="0" role="region" aria-label="Recordings"><table class="figures"><caption>Medians over the repeat visits of a recording, ms; gains are per visit. The gap is from off to {}.</caption><thead><tr>)"
+      R"(<th rowspan="2" scope="col" class="left">Recording</th><th rowspan="2" scope="col">Visits</th>)"
+      R"(<th colspan="3" scope="colgroup" class="group">First paint</th><th colspan="{}" scope="colgroup" class="group">Load event</th>)"
+      R"(<th rowspan="2" scope="col">Gap closed</th><th rowspan="2" scope="col"><span class="hidden">Gap as a picture</span></th>)"
+      R"(<th rowspan="2" scope="col">Unused bytes</th><th rowspan="2" scope="col">Slower</th><th rowspan="2" scope="col">Later paint</th></tr><tr>)"
+      R"(<th scope="col">off</th><th scope="col">plugin</th><th scope="col">gain</th>)",
+      WordsFor(kBound).key, kWays.size() + 1);
+  for (const Way way : kWays) html += fmt::format(R"(<th scope="col">{}</th>)", WordsFor(way).key);
+  html += R"(<th scope="col">gain</th></tr></thead><tbody>)";
   for (size_t index = 0; index < summaries.size(); ++index) {
     html += fmt::format(R"(<tr><th scope="row"><a href="#r{}">{}</a></th><td>{}</td>{}</tr>)",
-                        sections[index].number, Escaped(summaries[index].name), summaries[index].loads.size(),
+                        sections[index].number, Escaped(summaries[index].name), VisitsText(summaries[index]),
                         FigureCells(summaries[index]));
   }
-  html += "</tbody>";
-  if (summaries.size() > 1) {
-    html += fmt::format(R"(<tfoot><tr><th scope="row">{} recordings</th><td>{}</td>{}</tr></tfoot>)",
-                        summaries.size(), total.loads.size(), FigureCells(total));
-  }
-  return html + "</table></div>\n";
+  return html + "</tbody></table></div>\n";
 }
 
-std::string Headline(const char* name, const std::string& value, const std::string& note) {
+std::string Headline(const std::string& name, const std::string& value, const std::string& note) {
   return fmt::format("<div><dt>{}</dt><dd><b>{}</b><span>{}</span></dd></div>", name, value, note);
 }
 
+std::string GainHeadline(const char* name, const std::vector<VisitFigures>& visits, Metric metric) {
+  const Totals totals = TotalsOf(visits);
+  const Gains gains = GainsOf(visits, metric).value();
+  const double off = SumOf(totals, metric, Way::Off), plugin = SumOf(totals, metric, Way::Plugin);
+  const std::string spread =
+      gains.p5 ? fmt::format("5% gain {} ms or less, 5% {} ms or more", GainMilliseconds(gains.p5),
+                             GainMilliseconds(gains.p95))
+               : fmt::format("from {} to {} ms", GainMilliseconds(gains.worst), GainMilliseconds(gains.best));
+  return Headline(fmt::format("{}: gain per visit, median", name),
+                  GainMilliseconds(gains.median) + "&nbsp;ms",
+                  fmt::format(R"(<em class="{}">{}</em> and {} ms over all; {})", GainClass(off, plugin),
+                              GainText(off, plugin), GainMilliseconds(gains.total), spread));
+}
+
 std::string Headlines(const Summary& total) {
-  const Figures medians = MedianLoads(total);
-  if (!medians) return "<p>No page was visited twice, so there is nothing to compare.</p>\n";
-  const double off = At(medians, Way::Off);
-  const double plugin = At(medians, Way::Plugin);
-  const Gains gains = GainsPerVisit(total).value();
-  const uint64_t asked = total.served + total.joined + total.fetched;
-  std::string html = R"(<dl class="headlines">)";
-  html += Headline("Median page load", Seconds(off) + " → " + Seconds(plugin),
-                   fmt::format(R"(<em class="{}">{}</em> with the plugin)", ChangeClass(off, plugin),
-                               ChangeText(off, plugin)));
-  html += Headline("Gap to the oracle closed", Typeset(PercentText(GapClosedOverall(total))),
-                   fmt::format("of all visits together; {} in the median visit",
-                               Typeset(PercentText(GapClosedPerVisit(total)))));
+  const std::vector<VisitFigures> visits = replay::Headline(total.repeats);
+  if (visits.empty()) return "<p>No page was visited twice, so there is nothing to compare.</p>\n";
+  const Totals totals = TotalsOf(visits);
+  const size_t copies = total.repeats.size() - visits.size();
+  std::string html = "<p>";
+  if (HeadlineIsOfCopies(total.repeats)) {
+    html += fmt::format("Of {} copies: visits that load again what was recorded once.", visits.size());
+  } else {
+    html += fmt::format("Of {} real repeat visits", visits.size());
+    html += copies > 0 ? fmt::format("; {} copies are counted apart.", copies) : ".";
+  }
+  html += R"(</p><dl class="headlines">)";
+  html += GainHeadline("First paint", visits, &LoadTimes::firstPaintUs);
+  html += GainHeadline("Load event", visits, &LoadTimes::pageLoadUs);
   html += Headline(
-      "Visits slower by more than 1%", fmt::format("{} of {}", total.slowerVisits, total.loads.size()),
-      fmt::format("gain per visit: median {} ms, worst {} ms", Typeset(SignedMillisecondsText(gains.median)),
-                  Typeset(SignedMillisecondsText(gains.worst))));
-  html += Headline("Served or joined", fmt::format("{} of {}", total.served + total.joined, asked),
-                   fmt::format("of what the disk cache could not answer; {} preloaded, {} of it in vain",
-                               BytesText(total.preloadedBytes), BytesText(total.wastedBytes)));
+      "Later by more than 1%",
+      fmt::format("{} and {} of {}", totals.laterPaintVisits, totals.slowerVisits, totals.visits),
+      fmt::format("visits with a later first paint, and with a later load event; of the gap from off "
+                  "to {} the plugin closes {}",
+                  WordsFor(kBound).key, Typeset(PercentText(GapClosedOverall(visits, kBound)))));
+  html += Headline(
+      "Unused bytes", PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
+      fmt::format("of {} preloaded; {} preloads and {} connections were unused",
+                  BytesText(totals.preloadedBytes), UnusedText(totals.unusedPreloads, totals.preloads),
+                  UnusedText(totals.unusedConnections, totals.connections)));
   return html + "</dl>\n";
 }
 
-std::string SpreadTable(const Summary& total) {
-  if (total.loads.empty()) return "";
-  std::string html =
-      R"(<table class="figures narrow"><caption>Page load over all repeat visits, ms</caption><thead><tr><th class="left"></th>)";
-  html += WayHeadings() + R"(<th scope="col">Change</th></tr></thead><tbody>)";
-  const auto add = [&html](const char* name, const Figures& figures) {
-    html += fmt::format(R"(<tr><th scope="row">{}</th>)", name);
-    for (const Way way : kWays) html += fmt::format("<td>{}</td>", MillisecondsText(At(figures, way)));
-    const double off = At(figures, Way::Off);
-    const double plugin = At(figures, Way::Plugin);
-    html += fmt::format(R"(<td class="{}">{}</td></tr>)", ChangeClass(off, plugin), ChangeText(off, plugin));
-  };
-  add("Median", MedianLoads(total));
-  add("95th percentile", Percentile95Loads(total));
-  add("Mean", MeanLoads(total));
-  return html + "</tbody></table>\n";
+std::string GainsTable(const std::vector<VisitFigures>& visits, const char* name) {
+  if (visits.empty()) return "";
+  const Totals totals = TotalsOf(visits);
+  std::string html = fmt::format(
+      R"(<table class="figures narrow"><caption>{} {}</caption><thead><tr><th rowspan="2" class="left" scope="col">Event</th>)"
+      R"(<th colspan="4" scope="colgroup" class="group">Gain of the plugin per visit, ms</th><th colspan="{}" scope="colgroup" class="group">Gain over all visits</th></tr><tr>)"
+      R"(<th scope="col">median</th><th scope="col">p5</th><th scope="col">p95</th><th scope="col">total</th>)",
+      visits.size(), name, kWays.size() - 1);
+  for (const Way way : kWays) {
+    if (way != Way::Off) html += fmt::format(R"(<th scope="col">{}</th>)", WordsFor(way).key);
+  }
+  html += "</tr></thead><tbody>";
+  for (const MetricWords& words : kMetrics) {
+    const Gains gains = GainsOf(visits, words.metric).value();
+    html += fmt::format(R"(<tr{}><th scope="row">{}</th>)", Leads(words.metric) ? R"( class="leads")" : "",
+                        words.text);
+    for (const std::optional<double>& gain :
+         {std::optional(gains.median), gains.p5, gains.p95, std::optional(gains.total)}) {
+      html += "<td>" + GainMilliseconds(gain) + "</td>";
+    }
+    const double off = SumOf(totals, words.metric, Way::Off);
+    for (const Way way : kWays) {
+      if (way == Way::Off) continue;
+      const double time = SumOf(totals, words.metric, way);
+      html += fmt::format(R"(<td class="{}">{}</td>)", GainClass(off, time), GainText(off, time));
+    }
+    html += "</tr>";
+  }
+  html += "</tbody></table>\n";
+  return html;
+}
+
+std::string GroupTables(const Summary& summary) {
+  return GainsTable(Select(summary.repeats, false), "real repeat visits") +
+         GainsTable(Select(summary.repeats, true), "copies");
 }
 
 std::string ReasonsTable(const Summary& summary) {
-  const auto reasons = ReasonsByFrequency(summary);
-  if (reasons.empty()) return "";
   uint64_t sum = 0;
-  for (const auto& [why, count] : reasons) sum += count;
+  for (const auto& [why, count] : summary.fetchedReasons) sum += count;
+  if (sum == 0) return "";
   std::string html =
       R"(<table class="figures narrow reasons"><caption>Why not served</caption><thead><tr><th scope="col" class="left">Reason</th>)"
-      R"(<th scope="col">Requests</th><th scope="col">Share</th></tr></thead><tbody>)";
-  for (const auto& [why, count] : reasons) {
-    const double share = static_cast<double>(count) / static_cast<double>(sum);
+      R"(<th scope="col">Resources</th><th scope="col">Share</th></tr></thead><tbody>)";
+  for (const auto& [why, count] : ByFrequency(summary.fetchedReasons)) {
+    const double share = ShareOf(count, sum).value();
     html += fmt::format(
         R"(<tr><th scope="row">{}</th><td>{}</td><td><i class="share" style="width:{:.1f}%"></i>{}</td></tr>)",
         host::WordsFor(why).text, count, share * 60, PercentText(share));
@@ -349,33 +408,63 @@ std::string SkippedTable(const Summary& summary) {
 
 // The line that is seen while a visit is closed.
 std::string VisitSummary(const Visit& visit) {
-  const auto off = static_cast<double>(Of(visit, Way::Off).pageLoadUs);
-  const auto plugin = static_cast<double>(Of(visit, Way::Plugin).pageLoadUs);
-  std::string html =
-      fmt::format(R"(<span class="page">{}</span><span class="nth">{}</span>)", Escaped(visit.pageUrl),
-                  visit.repeat ? fmt::format("visit {}", visit.number) : "first visit");
-  html += fmt::format(R"(<span class="loads">{} → {} <em class="{}">{}</em></span>)", Seconds(off),
-                      Seconds(plugin), ChangeClass(off, plugin), ChangeText(off, plugin));
+  const std::string nth = fmt::format("{} {}", visit.copy ? "copy, visit" : "visit", visit.number);
+  std::string html = fmt::format(R"(<span class="page">{}</span><span class="nth">{}</span>)",
+                                 Escaped(visit.pageUrl), visit.repeat ? nth : "first visit");
+  for (const auto& [name, metric] :
+       {std::pair("first paint", &LoadTimes::firstPaintUs), std::pair("load", &LoadTimes::pageLoadUs)}) {
+    const auto off = static_cast<double>(Of(visit, Way::Off).times.*metric);
+    const auto plugin = static_cast<double>(Of(visit, Way::Plugin).times.*metric);
+    html += fmt::format(
+        R"(<span class="loads"><span class="what">{}</span> {} → {} <em class="{}">{}</em></span>)", name,
+        Seconds(off), Seconds(plugin), GainClass(off, plugin), GainText(off, plugin));
+  }
   return html;
 }
 
-std::string VisitFigures(const Visit& visit) {
-  const auto load = [&visit](Way way) { return Seconds(static_cast<double>(Of(visit, way).pageLoadUs)); };
-  std::string html = fmt::format(
-      R"(<p class="visit-figures"><span class="off">Off <b>{}</b></span> <span class="plugin">Plugin <b>{}</b></span> )",
-      load(Way::Off), load(Way::Plugin));
-  if (visit.repeat) {
-    for (const Way way : kWays) {
-      if (IsRunOnFirstVisits(way)) continue;
-      html += fmt::format(R"(<span class="{0}">{0} <b>{1}</b></span> )", WordsFor(way).key, load(way));
-    }
+// What ended the load of a way: the name of its last request, and whether that was a beacon.
+std::string EndText(const Page& page, const WayResult& way) {
+  return Escaped(page.requests.at(way.lastRequest).url) +
+         (EndedByBeacon(way) ? R"( <em class="bad">beacon</em>)" : "");
+}
+
+const char* PaintNote(PaintSource source) {
+  switch (source) {
+    case PaintSource::Recorded:
+      break;
+    case PaintSource::ContentLoaded:
+      return "No first paint is recorded; DOMContentLoaded stands for it.";
+    case PaintSource::Load:
+      return "Neither first paint nor DOMContentLoaded is recorded; the load event stands for both.";
   }
-  html += fmt::format(
-      "<span>{} served, {} joined, {} fetched, {} from the disk cache</span> <span>{} preloaded, {} "
-      "wasted</span></p>",
+  return "";
+}
+
+std::string VisitTable(const Page& page, const Visit& visit) {
+  std::string html =
+      R"(<div class="scroll" tabindex="0" role="region" aria-label="Events in all ways"><table class="figures visit-figures"><thead><tr><th scope="col" class="left">Way</th>)";
+  for (const MetricWords& words : kMetrics) html += fmt::format(R"(<th scope="col">{}</th>)", words.text);
+  html += R"(<th scope="col" class="left">the load event came after</th></tr></thead><tbody>)";
+  for (const Way way : kWays) {
+    if (!visit.repeat && !IsRunOnFirstVisits(way)) continue;
+    html += fmt::format(R"(<tr class="{0}"><th scope="row">{0}</th>)", WordsFor(way).key);
+    for (const MetricWords& words : kMetrics) {
+      html += fmt::format("<td>{}</td>", Seconds(static_cast<double>(Of(visit, way).times.*words.metric)));
+    }
+    html += fmt::format(R"(<td class="left end">{}</td></tr>)", EndText(page, Of(visit, way)));
+  }
+  return html + "</tbody></table></div>";
+}
+
+std::string VisitFacts(const Visit& visit) {
+  const WayResult& plugin = Of(visit, Way::Plugin);
+  return fmt::format(
+      "<p class=\"muted\">{} served, {} joined, {} fetched, {} from the disk cache; {} preloaded, {} of it "
+      "unused; {} "
+      "of {} connections unused. {}</p>",
       visit.served, visit.joined, visit.fetched, visit.fromDiskCache, BytesText(visit.preloadedBytes),
-      BytesText(visit.wastedBytes));
-  return html;
+      BytesText(visit.unusedBytes), plugin.unusedConnections, plugin.connections,
+      PaintNote(visit.paintSource));
 }
 
 }  // namespace
@@ -384,7 +473,7 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
   const Summary summary = Summarize(result);
   std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(result.name));
   html += fmt::format("<p class=\"muted\">{} visits, {} of them repeat visits, {} requests{}{}</p>\n",
-                      summary.visits, summary.loads.size(), summary.requests,
+                      summary.visits, summary.repeats.size(), summary.requests,
                       recording.browser.empty() ? "" : ", recorded with ", Escaped(recording.browser));
   UrlNumbers urls;
   Json visits = Json::array();
@@ -392,13 +481,23 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
     const Visit& visit = result.visits[index];
     visits.push_back(VisitData(recording.pages.at(visit.page), visit, urls));
     html += fmt::format(
-        R"(<details class="visit{}" id="r{}v{}"><summary>{}</summary>{}<div class="waterfall"></div></details>)",
-        visit.repeat ? "" : " first", number, index, VisitSummary(visit), VisitFigures(visit));
+        R"(<details class="visit{}" id="r{}v{}"><summary>{}</summary>{}{}<div class="waterfall"></div></details>)",
+        visit.repeat ? "" : " first", number, index, VisitSummary(visit),
+        VisitTable(recording.pages.at(visit.page), visit), VisitFacts(visit));
     html += '\n';
   }
   html += R"(<div class="tables">)" + ReasonsTable(summary) + SkippedTable(summary) + "</div>\n";
   html += R"(<script type="application/json">)" + Embedded({{"urls", urls.Urls()}, {"visits", visits}}) +
           "</script>\n";
+  return {.number = number, .text = html + "</section>\n"};
+}
+
+HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
+  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(summary.name));
+  html += fmt::format(
+      "<p class=\"muted\">{} visits, {} of them repeat visits, {} requests; merged, without waterfalls</p>\n",
+      summary.visits, summary.repeats.size(), summary.requests);
+  html += R"(<div class="tables">)" + ReasonsTable(summary) + SkippedTable(summary) + "</div>\n";
   return {.number = number, .text = html + "</section>\n"};
 }
 
@@ -409,11 +508,10 @@ std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<
   std::string html = std::string(kPageBegin) + "<style>\n" + kPageStyle + "</style>\n</head>\n<body>\n";
   html += "<header><h1>Page load with and without the plugin</h1><p class=\"muted\">" +
           Escaped(ConditionsText(options)) + "</p></header>\n<main>\n";
-  html += Headlines(total) + RecordingsTable(summaries, sections, total);
-  if (summaries.size() > 1) {
-    html += R"(<div class="tables">)" + SpreadTable(total) + ReasonsTable(total) + SkippedTable(total) +
-            "</div>\n";
-  }
+  html += Headlines(total) + RecordingsTable(summaries, sections);
+  html += R"(<div class="tables">)" + GroupTables(total);
+  if (summaries.size() > 1) html += ReasonsTable(total) + SkippedTable(total);
+  html += "</div>\n";
   html += kPageLegend;
   for (const HtmlSection& section : sections) html += section.text;
   return html + "</main>\n<script>\n" + kPageScript + "</script>\n</body>\n</html>\n";

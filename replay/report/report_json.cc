@@ -1,7 +1,12 @@
 #include "replay/report/report_json.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <nlohmann/json.hpp>
+
+#include "replay/report/merge_lines.h"
+#include "replay/report/summary_json.h"
 
 namespace replay {
 namespace {
@@ -18,9 +23,93 @@ Json Optional(const std::optional<double>& value) {
   return value ? Json(*value) : Json(nullptr);
 }
 
+Json Milliseconds(double microseconds) {
+  return std::round(microseconds) / 1e3;
+}
+
+Json Milliseconds(const std::optional<double>& microseconds) {
+  return microseconds ? Milliseconds(*microseconds) : Json(nullptr);
+}
+
 Json Milliseconds(const Figures& figures, Way way) {
-  if (!figures) return nullptr;
-  return std::round(At(figures, way)) / 1e3;
+  return figures ? Milliseconds(At(figures, way)) : Json(nullptr);
+}
+
+// The metrics of which `real` and `copies` have the sums.
+constexpr std::array<Metric, 3> kSummed = {&LoadTimes::pageLoadUs, &LoadTimes::firstPaintUs,
+                                           &LoadTimes::objectIndexUs};
+
+// What `real` and `copies` are.
+Json Group(const std::vector<VisitFigures>& visits) {
+  const Totals totals = TotalsOf(visits);
+  Json group;
+  group["visits"] = totals.visits;
+  group["slower_visits"] = totals.slowerVisits;
+  group["later_paint_visits"] = totals.laterPaintVisits;
+  for (const Metric metric : kSummed) {
+    const auto words = std::find_if(kMetrics.begin(), kMetrics.end(),
+                                    [metric](const MetricWords& row) { return row.metric == metric; });
+    Json& sums = group[words->key];
+    for (const Way way : kWays) {
+      sums[WordsFor(way).key] = Milliseconds(static_cast<double>(totals.times[Index(way)].*metric));
+    }
+  }
+  const std::optional<Gains> gains = GainsOf(visits, &LoadTimes::pageLoadUs);
+  group["gain_ms"] = {{"p5", gains ? Milliseconds(gains->p5) : Json(nullptr)},
+                      {"p50", gains ? Milliseconds(gains->median) : Json(nullptr)},
+                      {"p95", gains ? Milliseconds(gains->p95) : Json(nullptr)},
+                      {"total", Milliseconds(gains ? gains->total : 0)}};
+  group["preloads"] = totals.preloads;
+  group["unused_preloads"] = totals.unusedPreloads;
+  group["preloaded_bytes"] = totals.preloadedBytes;
+  group["unused_bytes"] = totals.unusedBytes;
+  group["unused_connections"] = totals.unusedConnections;
+  return group;
+}
+
+// The medians of several recordings together would compare visits that have nothing in common.
+void AddMedians(Json& line, const std::vector<VisitFigures>& visits) {
+  const Figures medians = Medians(visits, &LoadTimes::pageLoadUs);
+  const Figures p95 = Percentile95s(visits, &LoadTimes::pageLoadUs);
+  for (const Way way : kWays) line[std::string(WordsFor(way).key) + "_ms"] = Milliseconds(medians, way);
+  for (const Way way : kWays) line[std::string(WordsFor(way).key) + "_p95_ms"] = Milliseconds(p95, way);
+}
+
+void AddConditions(Json& line, const ReplayOptions& options) {
+  line["profile"] = options.profile.name;
+  line["rtt_ms"] = Optional(options.profile.rttMs);
+  line["down_mbit"] = Optional(options.profile.downMbit);
+}
+
+void AddCounts(Json& line, const Summary& summary) {
+  line["visits"] = summary.visits;
+  line["repeat_visits"] = summary.repeats.size();
+  line["requests"] = summary.requests;
+}
+
+void AddFigures(Json& line, const Summary& summary) {
+  const std::vector<VisitFigures> visits = Headline(summary.repeats);
+  const Totals totals = TotalsOf(visits);
+  line["gap_closed"] = Share(GapClosedOverall(visits, Way::Oracle));
+  line["gap_closed_per_visit"] = Share(GapClosedPerVisit(visits, Way::Oracle));
+  line["reachable_gap_closed"] = Share(GapClosedOverall(visits, kBound));
+  line["reachable_gap_closed_per_visit"] = Share(GapClosedPerVisit(visits, kBound));
+  line["slower_visits"] = totals.slowerVisits;
+  line["served"] = totals.served;
+  line["joined"] = totals.joined;
+  line["fetched"] = totals.fetched;
+  line["from_disk_cache"] = totals.fromDiskCache;
+  line["preloads"] = totals.preloads;
+  line["preloaded_bytes"] = totals.preloadedBytes;
+  line["wasted_bytes"] = totals.unusedBytes;
+  line["real"] = Group(Select(summary.repeats, false));
+  line["copies"] = Group(Select(summary.repeats, true));
+  line["commands"] = summary.commands;
+  line["unanswered_commands"] = summary.unansweredCommands;
+  line["warnings"] = summary.warnings;
+  line["skipped"] = Json(summary.skipped);
+  Json& reasons = line["reasons"] = Json::object();
+  for (const auto& [why, count] : summary.reasons) reasons[host::WordsFor(why).key] = count;
 }
 
 std::string Line(const Json& object) {
@@ -30,46 +119,31 @@ std::string Line(const Json& object) {
 }  // namespace
 
 std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
-  const Figures medians = MedianLoads(summary);
-  const Figures p95 = Percentile95Loads(summary);
-
   Json line;
   line["recording"] = summary.name;
-  line["profile"] = options.profile.name;
-  line["rtt_ms"] = Optional(options.profile.rttMs);
-  line["down_mbit"] = Optional(options.profile.downMbit);
-  line["visits"] = summary.visits;
-  line["repeat_visits"] = summary.loads.size();
-  line["requests"] = summary.requests;
-  line["off_ms"] = Milliseconds(medians, Way::Off);
-  line["plugin_ms"] = Milliseconds(medians, Way::Plugin);
-  line["hints_ms"] = Milliseconds(medians, Way::Hints);
-  line["oracle_ms"] = Milliseconds(medians, Way::Oracle);
-  line["off_p95_ms"] = Milliseconds(p95, Way::Off);
-  line["plugin_p95_ms"] = Milliseconds(p95, Way::Plugin);
-  line["hints_p95_ms"] = Milliseconds(p95, Way::Hints);
-  line["oracle_p95_ms"] = Milliseconds(p95, Way::Oracle);
-  line["gap_closed"] = Share(GapClosedOverall(summary));
-  line["gap_closed_per_visit"] = Share(GapClosedPerVisit(summary));
-  line["slower_visits"] = summary.slowerVisits;
-  line["served"] = summary.served;
-  line["joined"] = summary.joined;
-  line["fetched"] = summary.fetched;
-  line["from_disk_cache"] = summary.fromDiskCache;
-  line["preloads"] = summary.preloads;
-  line["preloaded_bytes"] = summary.preloadedBytes;
-  line["wasted_bytes"] = summary.wastedBytes;
-  line["commands"] = summary.commands;
-  line["unanswered_commands"] = summary.unansweredCommands;
-  line["warnings"] = summary.warnings;
-  line["skipped"] = Json(summary.skipped);
-  Json& reasons = line["reasons"] = Json::object();
-  for (const auto& [why, count] : summary.reasons) reasons[host::WordsFor(why).key] = count;
+  AddConditions(line, options);
+  AddCounts(line, summary);
+  AddMedians(line, summary.repeats);
+  AddFigures(line, summary);
+  line["merge"] = {{"settings", Json::parse(SettingsJson(options))}, {"figures", summary}};
   return Line(line);
 }
 
 std::string JsonErrorLine(const std::string& name, const std::string& error) {
   return Line({{"recording", name}, {"error", error}});
+}
+
+std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options) {
+  Summary total;
+  for (const Summary& summary : summaries) AddTo(total, summary);
+  Json line;
+  line["summary"] = true;
+  line["recordings"] = summaries.size();
+  AddConditions(line, options);
+  AddCounts(line, total);
+  line["headline"] = HeadlineIsOfCopies(total.repeats) ? "copies" : "real";
+  AddFigures(line, total);
+  return Line(line);
 }
 
 }  // namespace replay

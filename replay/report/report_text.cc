@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 
 #include "replay/report/figure_text.h"
 #include "replay/report/printable_text.h"
@@ -98,98 +99,162 @@ std::string Print(const std::vector<Row>& rows, bool colour, const char* separat
   return text;
 }
 
-Look LookOfGain(double gain, double off) {
-  if (gain * 100 < -off) return Look::Bad;
-  return gain * 100 > off ? Look::Good : Look::Plain;
+Look LookOfGain(double off, double plugin) {
+  if (IsLater(plugin, off)) return Look::Bad;
+  return IsLater(off, plugin) ? Look::Good : Look::Plain;
 }
 
-// Page load by way and the gain: the cells that rows of figures share.
-void AddFigures(Row& row, const Figures& figures, Look look) {
-  if (!figures) {
-    row.insert(row.end(), kWays.size() + 2, {"–", Look::Dim});
-    return;
-  }
-  for (const Way way : kWays) row.push_back({MillisecondsText(At(figures, way)), look});
-  const double off = At(figures, Way::Off);
-  const double plugin = At(figures, Way::Plugin);
-  const Look gainLook = LookOfGain(off - plugin, off);
-  row.push_back({SignedMillisecondsText(off - plugin), gainLook});
-  row.push_back({PercentText(GainShare(off, plugin)), gainLook});
+std::string CountText(uint64_t count) {
+  return fmt::format("{}", count);
 }
 
-Row FiguresRow(const std::string& name, const Summary& summary, Look look) {
-  Row row = {{name, look}, {fmt::format("{}", summary.loads.size()), look}};
-  AddFigures(row, MedianLoads(summary), look);
-  row.push_back({PercentText(GapClosedOverall(summary)), look});
-  for (const uint64_t count : {summary.served, summary.joined, summary.fetched}) {
-    row.push_back({fmt::format("{}", count), look});
-  }
-  row.push_back({BytesText(summary.wastedBytes), look});
-  row.push_back({fmt::format("{}", summary.slowerVisits), summary.slowerVisits > 0 ? Look::Bad : look});
-  return row;
-}
-
-void AddHeading(Row& row, std::initializer_list<const char*> names) {
-  for (const char* name : names) row.push_back({name, Look::Dim});
+Cell BadCount(uint64_t count, Look look) {
+  return {CountText(count), count > 0 ? Look::Bad : look};
 }
 
 Row Heading(std::initializer_list<const char*> names) {
   Row row;
-  AddHeading(row, names);
+  for (const char* name : names) row.push_back({name, Look::Dim});
   return row;
 }
 
-// The names of what AddFigures adds.
-void AddFiguresHeading(Row& row) {
-  for (const Way way : kWays) AddHeading(row, {WordsFor(way).key});
-  AddHeading(row, {"  gain", "%"});
+// --- A row per recording: medians, which may be compared within one.
+
+// What a terminal has room for; the table of gains has all ways.
+constexpr std::array kRowWays = {Way::Off, Way::Plugin, kBound, Way::Oracle};
+
+void AddGain(Row& row, const std::vector<VisitFigures>& visits, Metric metric) {
+  const std::optional<Gains> gains = GainsOf(visits, metric);
+  const Figures medians = Medians(visits, metric);
+  const double off = At(medians, Way::Off);
+  row.push_back({SignedMillisecondsText(gains->median), LookOfGain(off, off - gains->median)});
 }
 
-std::string RecordingsTable(const std::vector<Summary>& summaries, const Summary& total,
-                            const Terminal& terminal) {
-  Row heading = Heading({"recording", "visits"});
-  AddFiguresHeading(heading);
-  AddHeading(heading, {"gap", "served", "joined", "fetched", "wasted", "slower"});
-  std::vector<Row> rows = {std::move(heading)};
-  for (const Summary& summary : summaries) {
-    rows.push_back(FiguresRow(PrintableText(summary.name), summary, Look::Plain));
+Row RecordingRow(const Summary& summary) {
+  const Totals totals = TotalsOf(summary.repeats);
+  const bool copies = HeadlineIsOfCopies(summary.repeats);
+  Row row = {{PrintableText(summary.name)}, {CountText(totals.visits) + (copies ? "c" : " ")}};
+  if (summary.repeats.empty()) {
+    row.insert(row.end(), kRowWays.size() + 8, {"–", Look::Dim});
+    return row;
   }
-  if (summaries.size() > 1) {
-    rows.push_back(FiguresRow(fmt::format("{} recordings", summaries.size()), total, Look::Bold));
+  const Figures paint = Medians(summary.repeats, &LoadTimes::firstPaintUs);
+  for (const Way way : {Way::Off, Way::Plugin}) row.push_back({MillisecondsText(At(paint, way))});
+  AddGain(row, summary.repeats, &LoadTimes::firstPaintUs);
+  const Figures load = Medians(summary.repeats, &LoadTimes::pageLoadUs);
+  for (const Way way : kRowWays) row.push_back({MillisecondsText(At(load, way))});
+  AddGain(row, summary.repeats, &LoadTimes::pageLoadUs);
+  row.push_back({PercentText(GapClosedOverall(summary.repeats, kBound))});
+  row.push_back({PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes))});
+  row.push_back(BadCount(totals.slowerVisits, Look::Plain));
+  row.push_back(BadCount(totals.laterPaintVisits, Look::Plain));
+  return row;
+}
+
+std::string RecordingsTable(const std::vector<Summary>& summaries, const Terminal& terminal) {
+  Row heading = Heading({"recording", "visits", " paint", "plugin", "gain"});
+  for (const Way way : kRowWays)
+    heading.push_back({way == Way::Off ? " load" : WordsFor(way).key, Look::Dim});
+  for (const char* name : {"gain", "gap", "unused", "slower", "later"}) heading.push_back({name, Look::Dim});
+  std::vector<Row> rows = {heading};
+  bool copies = false;
+  for (const Summary& summary : summaries) {
+    rows.push_back(RecordingRow(summary));
+    copies = copies || HeadlineIsOfCopies(summary.repeats);
   }
   FitNames(rows, 1, terminal.columns);
-  return Print(rows, terminal.colour, " ");
+  std::string text = Print(rows, terminal.colour, " ");
+  text +=
+      Painted("Medians over repeat visits, ms; paint and load are without the plugin, gains are per visit.",
+              Look::Dim, terminal.colour);
+  if (copies) text += Painted(" c: copies of the one recorded load.", Look::Dim, terminal.colour);
+  return text + "\n";
 }
 
-std::string Totals(const Summary& total, bool colour) {
-  if (total.loads.empty()) {
-    return "No page was visited twice, so there is nothing to compare. --visits repeats single loads.\n";
-  }
-  Row heading = Heading({"repeat visits, ms"});
-  AddFiguresHeading(heading);
-  std::vector<Row> rows = {std::move(heading)};
-  const auto add = [&rows](const char* name, const Figures& figures) {
-    Row row = {{name}};
-    AddFigures(row, figures, Look::Plain);
-    rows.push_back(std::move(row));
-  };
-  add("median", MedianLoads(total));
-  add("95th percentile", Percentile95Loads(total));
-  add("mean", MeanLoads(total));
+// --- Real repeats or copies together: what is gained per visit, and at what price.
 
-  std::string text = Print(rows, colour);
-  const Gains gains = GainsPerVisit(total).value();
-  text += fmt::format("\nA visit gains {} ms in the median ({} at worst, {} at best).\n",
-                      SignedMillisecondsText(gains.median), SignedMillisecondsText(gains.worst),
-                      SignedMillisecondsText(gains.best));
+// The share that a way gains of the sums over the visits.
+std::optional<double> TotalGainShare(const Totals& totals, Metric metric, Way way) {
+  const auto sum = [&](Way which) {
+    return static_cast<double>(totals.times[static_cast<size_t>(which)].*metric);
+  };
+  return GainShare(sum(Way::Off), sum(way));
+}
+
+std::string OptionalMillisecondsText(const std::optional<double>& microseconds) {
+  return microseconds ? SignedMillisecondsText(*microseconds) : "–";
+}
+
+std::string GainsTable(const std::vector<VisitFigures>& visits, bool colour) {
+  const Totals totals = TotalsOf(visits);
+  Row heading = Heading({"gain per visit, ms", "median", "p5", "p95", "total"});
+  for (const Way way : kWays) {
+    if (way != Way::Off) heading.push_back({WordsFor(way).key, Look::Dim});
+  }
+  std::vector<Row> rows = {heading};
+  for (const MetricWords& words : kMetrics) {
+    const Gains gains = GainsOf(visits, words.metric).value();
+    const Look look = words.metric == &LoadTimes::firstPaintUs || words.metric == &LoadTimes::pageLoadUs
+                          ? Look::Bold
+                          : Look::Plain;
+    Row row = {{words.text, look},
+               {SignedMillisecondsText(gains.median), look},
+               {OptionalMillisecondsText(gains.p5), look},
+               {OptionalMillisecondsText(gains.p95), look},
+               {SignedMillisecondsText(gains.total), look}};
+    for (const Way way : kWays) {
+      if (way != Way::Off) row.push_back({PercentText(TotalGainShare(totals, words.metric, way)), look});
+    }
+    rows.push_back(std::move(row));
+  }
+  return Print(rows, colour);
+}
+
+std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, const char* many,
+                      bool colour) {
+  if (visits.empty()) return "";
+  const Totals totals = TotalsOf(visits);
+  const Gains load = GainsOf(visits, &LoadTimes::pageLoadUs).value();
+  std::string text =
+      "\n" +
+      Painted(fmt::format("{} {}", totals.visits, totals.visits == 1 ? one : many), Look::Bold, colour) +
+      "\n";
+  text += GainsTable(visits, colour);
   text += fmt::format(
-      "Of the gap between off and oracle the plugin closes {} over all visits, {} in the median visit.\n",
-      PercentText(GapClosedOverall(total)), PercentText(GapClosedPerVisit(total)));
-  const std::string slower =
-      fmt::format("{} of {} visits slower by more than 1%", total.slowerVisits, total.loads.size());
-  text += Painted(slower, total.slowerVisits > 0 ? Look::Bad : Look::Good, colour);
-  text += fmt::format("; {} preloads brought {}, of which {} nobody asked for.\n", total.preloads,
-                      BytesText(total.preloadedBytes), BytesText(total.wastedBytes));
+      "Of the gap between off and {} the plugin closes {} over all visits, {} in the median visit.\n",
+      WordsFor(kBound).key, PercentText(GapClosedOverall(visits, kBound)),
+      PercentText(GapClosedPerVisit(visits, kBound)));
+  const std::string slower = fmt::format("{} slower and {} with a later first paint, by more than 1%",
+                                         totals.slowerVisits, totals.laterPaintVisits);
+  text += Painted(slower, totals.slowerVisits + totals.laterPaintVisits > 0 ? Look::Bad : Look::Good, colour);
+  text += fmt::format("; the load event gains {} ms at worst, {} at best.\n",
+                      SignedMillisecondsText(load.worst), SignedMillisecondsText(load.best));
+  text += fmt::format("Unused: {} of {} preloads ({}), {} of {} ({}), {} of {} connections.\n",
+                      totals.unusedPreloads, totals.preloads,
+                      PercentText(ShareOf(totals.unusedPreloads, totals.preloads)),
+                      BytesText(totals.unusedBytes), BytesText(totals.preloadedBytes),
+                      PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
+                      totals.unusedConnections, totals.connections);
+  if (totals.endedByBeacon > 0) {
+    text += fmt::format("Without the plugin, a beacon ended the load of {} visits.\n", totals.endedByBeacon);
+  }
+  if (totals.paintNotRecorded > 0) {
+    text += fmt::format(
+        "Of {} visits no first paint is recorded: DOMContentLoaded, or else the load event, "
+        "stands for it.\n",
+        totals.paintNotRecorded);
+  }
+  return text;
+}
+
+std::string Groups(const Summary& total, bool colour) {
+  if (total.repeats.empty()) {
+    return "\nNo page was visited twice, so there is nothing to compare. --visits repeats single loads.\n";
+  }
+  std::string text =
+      GroupText(Select(total.repeats, false), "real repeat visit", "real repeat visits", colour);
+  text += GroupText(Select(total.repeats, true), "copy of a recorded load",
+                    "copies: each visits a recorded load again", colour);
   if (total.unansweredCommands + total.warnings > 0) {
     text += Painted(fmt::format("{} of {} commands unanswered, {} warnings in the plugin's log.",
                                 total.unansweredCommands, total.commands, total.warnings),
@@ -201,12 +266,11 @@ std::string Totals(const Summary& total, bool colour) {
 
 std::string Reasons(const Summary& total, bool colour) {
   uint64_t sum = 0;
-  for (const auto& [why, count] : total.reasons) sum += count;
+  for (const auto& [why, count] : total.fetchedReasons) sum += count;
   if (sum == 0) return "";
-  std::vector<Row> rows = {Heading({"why not served", "sub-resources", "%"})};
-  for (const auto& [why, count] : ReasonsByFrequency(total)) {
-    const double share = static_cast<double>(count) / static_cast<double>(sum);
-    rows.push_back({{host::WordsFor(why).text}, {fmt::format("{}", count)}, {PercentText(share)}});
+  std::vector<Row> rows = {Heading({"why not served", "resources", "%"})};
+  for (const auto& [why, count] : ByFrequency(total.fetchedReasons)) {
+    rows.push_back({{host::WordsFor(why).text}, {CountText(count)}, {PercentText(ShareOf(count, sum))}});
   }
   return "\n" + Print(rows, colour);
 }
@@ -228,8 +292,8 @@ std::string TextReport(const std::vector<Summary>& summaries, const ReplayOption
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
   return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
-         ConditionsText(options) + "\n\n" + RecordingsTable(summaries, total, terminal) + "\n" +
-         Totals(total, colour) + Reasons(total, colour) + Skipped(total, colour);
+         ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) + Groups(total, colour) +
+         Reasons(total, colour) + Skipped(total, colour);
 }
 
 std::string ConditionsText(const ReplayOptions& options) {

@@ -1,7 +1,7 @@
 #include "replay/report/summary.h"
 
 #include <algorithm>
-#include <cmath>
+#include <iterator>
 
 namespace replay {
 namespace {
@@ -12,48 +12,63 @@ double Median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-double Percentile95(std::vector<double> values) {
+// By nearest rank.
+std::optional<double> Percentile(std::vector<double> values, size_t percent) {
+  if (values.size() < kLeastForPercentiles) return std::nullopt;
   std::sort(values.begin(), values.end());
-  return values[(values.size() * 95 + 99) / 100 - 1];
+  return values[(values.size() * percent + 99) / 100 - 1];
 }
 
-double Mean(const std::vector<double>& values) {
-  double sum = 0;
-  for (const double value : values) sum += value;
-  return sum / static_cast<double>(values.size());
+double Time(const VisitFigures& visit, Metric metric, Way way) {
+  return static_cast<double>(visit.times[Index(way)].*metric);
 }
 
+// Reduces the times of each way to one; nothing when `reduce` finds nothing.
 template <typename Reduce>
-Figures EachWay(const Summary& summary, Reduce reduce) {
-  if (summary.loads.empty()) return std::nullopt;
+Figures EachWay(const std::vector<VisitFigures>& visits, Metric metric, const Reduce& reduce) {
+  if (visits.empty()) return std::nullopt;
   PerWay<double> figures{};
   for (const Way way : kWays) {
-    std::vector<double> values;
-    for (const LoadTimes& loads : summary.loads) values.push_back(static_cast<double>(loads[Index(way)]));
-    figures[Index(way)] = reduce(std::move(values));
+    std::vector<double> times;
+    for (const VisitFigures& visit : visits) times.push_back(Time(visit, metric, way));
+    const std::optional<double> figure = reduce(std::move(times));
+    if (!figure) return std::nullopt;
+    figures[Index(way)] = *figure;
   }
   return figures;
 }
 
-double Load(const LoadTimes& loads, Way way) {
-  return static_cast<double>(loads[Index(way)]);
+bool IsUsed(const PreloadRow& preload) {
+  return preload.fate == PreloadFate::Served || preload.fate == PreloadFate::Joined;
 }
 
-void AddRepeatVisit(Summary& summary, const Visit& visit) {
-  LoadTimes loads{};
-  for (const Way way : kWays) loads[Index(way)] = Of(visit, way).pageLoadUs;
-  summary.loads.push_back(loads);
-  if (IsSlower(visit)) ++summary.slowerVisits;
-  summary.served += visit.served;
-  summary.joined += visit.joined;
-  summary.fetched += visit.fetched;
-  summary.fromDiskCache += visit.fromDiskCache;
-  summary.preloads += Of(visit, Way::Plugin).preloads.size();
-  summary.preloadedBytes += visit.preloadedBytes;
-  summary.wastedBytes += visit.wastedBytes;
-  for (const RequestRow& row : Of(visit, Way::Plugin).requests) {
-    if (row.why != host::NotServed::None) ++summary.reasons[row.why];
+VisitFigures FiguresOf(const Visit& visit) {
+  const WayResult& plugin = Of(visit, Way::Plugin);
+  VisitFigures figures = {.page = visit.pageUrl,
+                          .number = visit.number,
+                          .copy = visit.copy,
+                          .paintSource = visit.paintSource,
+                          .served = visit.served,
+                          .joined = visit.joined,
+                          .fetched = visit.fetched,
+                          .fromDiskCache = visit.fromDiskCache,
+                          .preloads = plugin.preloads.size(),
+                          .preloadedBytes = visit.preloadedBytes,
+                          .unusedBytes = visit.unusedBytes,
+                          .connections = plugin.connections,
+                          .unusedConnections = plugin.unusedConnections};
+  for (const Way way : kWays) {
+    figures.times[Index(way)] = Of(visit, way).times;
+    figures.endedByBeacon[Index(way)] = EndedByBeacon(Of(visit, way));
   }
+  for (const PreloadRow& preload : plugin.preloads) {
+    if (!IsUsed(preload)) ++figures.unusedPreloads;
+  }
+  return figures;
+}
+
+void Add(LoadTimes& sum, const LoadTimes& times) {
+  for (const MetricWords& words : kMetrics) sum.*words.metric += times.*words.metric;
 }
 
 }  // namespace
@@ -64,11 +79,18 @@ Summary Summarize(const RecordingResult& result) {
   summary.skipped = result.skipped;
   summary.visits = result.visits.size();
   for (const Visit& visit : result.visits) {
-    summary.requests += Of(visit, Way::Plugin).requests.size();
+    const std::vector<RequestRow>& rows = Of(visit, Way::Plugin).requests;
+    summary.requests += rows.size();
     summary.commands += visit.commands;
     summary.unansweredCommands += visit.unansweredCommands;
     summary.warnings += visit.warnings;
-    if (visit.repeat) AddRepeatVisit(summary, visit);
+    if (!visit.repeat) continue;
+    summary.repeats.push_back(FiguresOf(visit));
+    for (const RequestRow& row : rows) {
+      if (row.why == host::NotServed::None) continue;
+      ++summary.reasons[row.why];
+      if (row.source == Source::Network) ++summary.fetchedReasons[row.why];
+    }
   }
   return summary;
 }
@@ -76,78 +98,134 @@ Summary Summarize(const RecordingResult& result) {
 void AddTo(Summary& total, const Summary& other) {
   total.visits += other.visits;
   total.requests += other.requests;
-  total.loads.insert(total.loads.end(), other.loads.begin(), other.loads.end());
-  total.slowerVisits += other.slowerVisits;
-  total.served += other.served;
-  total.joined += other.joined;
-  total.fetched += other.fetched;
-  total.fromDiskCache += other.fromDiskCache;
-  total.preloads += other.preloads;
-  total.preloadedBytes += other.preloadedBytes;
-  total.wastedBytes += other.wastedBytes;
+  total.repeats.insert(total.repeats.end(), other.repeats.begin(), other.repeats.end());
   for (const auto& [why, count] : other.reasons) total.reasons[why] += count;
+  for (const auto& [why, count] : other.fetchedReasons) total.fetchedReasons[why] += count;
   total.commands += other.commands;
   total.unansweredCommands += other.unansweredCommands;
   total.warnings += other.warnings;
   for (const auto& [reason, count] : other.skipped) total.skipped[reason] += count;
 }
 
-Figures MedianLoads(const Summary& summary) {
-  return EachWay(summary, Median);
+int64_t GainUs(const VisitFigures& visit, Metric metric, Way way) {
+  return visit.times[Index(Way::Off)].*metric - visit.times[Index(way)].*metric;
 }
 
-Figures Percentile95Loads(const Summary& summary) {
-  return EachWay(summary, Percentile95);
+std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits, Metric metric) {
+  if (visits.empty()) return std::nullopt;
+  std::vector<double> gains;
+  double total = 0;
+  for (const VisitFigures& visit : visits) {
+    gains.push_back(static_cast<double>(GainUs(visit, metric)));
+    total += gains.back();
+  }
+  const auto [worst, best] = std::minmax_element(gains.begin(), gains.end());
+  return Gains{.median = Median(gains),
+               .p5 = Percentile(gains, 5),
+               .p95 = Percentile(gains, 95),
+               .worst = *worst,
+               .best = *best,
+               .total = total};
 }
 
-Figures MeanLoads(const Summary& summary) {
-  return EachWay(summary, Mean);
+Figures Medians(const std::vector<VisitFigures>& visits, Metric metric) {
+  return EachWay(visits, metric, Median);
+}
+
+Figures Percentile95s(const std::vector<VisitFigures>& visits, Metric metric) {
+  return EachWay(visits, metric, [](std::vector<double> times) { return Percentile(std::move(times), 95); });
 }
 
 double At(const Figures& figures, Way way) {
   return figures.value()[Index(way)];
 }
 
-std::optional<Gains> GainsPerVisit(const Summary& summary) {
-  if (summary.loads.empty()) return std::nullopt;
-  std::vector<double> gains;
-  for (const LoadTimes& loads : summary.loads)
-    gains.push_back(Load(loads, Way::Off) - Load(loads, Way::Plugin));
-  const auto [worst, best] = std::minmax_element(gains.begin(), gains.end());
-  return Gains{.worst = *worst, .median = Median(gains), .best = *best};
-}
-
-std::optional<double> GainShare(double off, double plugin) {
+std::optional<double> GainShare(double off, double time) {
   if (off <= 0) return std::nullopt;
-  return (off - plugin) / off;
+  return (off - time) / off;
 }
 
-std::optional<double> GapClosed(double off, double plugin, double oracle) {
-  if (off <= oracle) return std::nullopt;
-  return (off - plugin) / (off - oracle);
+std::optional<double> GapClosed(double offUs, double timeUs, double boundUs) {
+  constexpr double kLeastGapUs = 1000;
+  if (offUs - boundUs < kLeastGapUs) return std::nullopt;
+  return (offUs - timeUs) / (offUs - boundUs);
 }
 
-std::optional<double> GapClosedOverall(const Summary& summary) {
-  const Figures means = MeanLoads(summary);
-  if (!means) return std::nullopt;
-  return GapClosed(At(means, Way::Off), At(means, Way::Plugin), At(means, Way::Oracle));
+std::optional<double> GapClosedOverall(const std::vector<VisitFigures>& visits, Way bound) {
+  double off = 0, plugin = 0, best = 0;
+  for (const VisitFigures& visit : visits) {
+    off += Time(visit, &LoadTimes::pageLoadUs, Way::Off);
+    plugin += Time(visit, &LoadTimes::pageLoadUs, Way::Plugin);
+    best += Time(visit, &LoadTimes::pageLoadUs, bound);
+  }
+  return GapClosed(off, plugin, best);
 }
 
-std::optional<double> GapClosedPerVisit(const Summary& summary) {
+std::optional<double> GapClosedPerVisit(const std::vector<VisitFigures>& visits, Way bound) {
   std::vector<double> shares;
-  for (const LoadTimes& loads : summary.loads) {
-    const auto share = GapClosed(Load(loads, Way::Off), Load(loads, Way::Plugin), Load(loads, Way::Oracle));
+  for (const VisitFigures& visit : visits) {
+    const auto share = GapClosed(Time(visit, &LoadTimes::pageLoadUs, Way::Off),
+                                 Time(visit, &LoadTimes::pageLoadUs, Way::Plugin),
+                                 Time(visit, &LoadTimes::pageLoadUs, bound));
     if (share) shares.push_back(*share);
   }
   if (shares.empty()) return std::nullopt;
   return Median(std::move(shares));
 }
 
-std::vector<std::pair<host::NotServed, uint64_t>> ReasonsByFrequency(const Summary& summary) {
-  std::vector<std::pair<host::NotServed, uint64_t>> reasons(summary.reasons.begin(), summary.reasons.end());
-  std::stable_sort(reasons.begin(), reasons.end(),
+std::vector<VisitFigures> Select(const std::vector<VisitFigures>& visits, bool copies) {
+  std::vector<VisitFigures> selected;
+  std::copy_if(visits.begin(), visits.end(), std::back_inserter(selected),
+               [copies](const VisitFigures& visit) { return visit.copy == copies; });
+  return selected;
+}
+
+bool HeadlineIsOfCopies(const std::vector<VisitFigures>& visits) {
+  return !visits.empty() &&
+         std::all_of(visits.begin(), visits.end(), [](const VisitFigures& visit) { return visit.copy; });
+}
+
+std::vector<VisitFigures> Headline(const std::vector<VisitFigures>& visits) {
+  return Select(visits, HeadlineIsOfCopies(visits));
+}
+
+Totals TotalsOf(const std::vector<VisitFigures>& visits) {
+  Totals totals;
+  totals.visits = visits.size();
+  for (const VisitFigures& visit : visits) {
+    const auto isLater = [&visit](Metric metric) {
+      return IsLater(Time(visit, metric, Way::Plugin), Time(visit, metric, Way::Off));
+    };
+    if (isLater(&LoadTimes::pageLoadUs)) ++totals.slowerVisits;
+    if (isLater(&LoadTimes::firstPaintUs)) ++totals.laterPaintVisits;
+    if (visit.endedByBeacon[Index(Way::Off)]) ++totals.endedByBeacon;
+    if (visit.paintSource != PaintSource::Recorded) ++totals.paintNotRecorded;
+    for (const Way way : kWays) Add(totals.times[Index(way)], visit.times[Index(way)]);
+    totals.served += visit.served;
+    totals.joined += visit.joined;
+    totals.fetched += visit.fetched;
+    totals.fromDiskCache += visit.fromDiskCache;
+    totals.preloads += visit.preloads;
+    totals.unusedPreloads += visit.unusedPreloads;
+    totals.preloadedBytes += visit.preloadedBytes;
+    totals.unusedBytes += visit.unusedBytes;
+    totals.connections += visit.connections;
+    totals.unusedConnections += visit.unusedConnections;
+  }
+  return totals;
+}
+
+std::optional<double> ShareOf(uint64_t part, uint64_t whole) {
+  if (whole == 0) return std::nullopt;
+  return static_cast<double>(part) / static_cast<double>(whole);
+}
+
+std::vector<std::pair<host::NotServed, uint64_t>> ByFrequency(
+    const std::map<host::NotServed, uint64_t>& reasons) {
+  std::vector<std::pair<host::NotServed, uint64_t>> sorted(reasons.begin(), reasons.end());
+  std::stable_sort(sorted.begin(), sorted.end(),
                    [](const auto& left, const auto& right) { return left.second > right.second; });
-  return reasons;
+  return sorted;
 }
 
 }  // namespace replay

@@ -52,7 +52,7 @@ void ExpectSound(const Visit& visit, const Page& page) {
     for (const RequestRow& row : Of(visit, way).requests) {
       const int64_t times[] = {0, row.wantedUs, row.connectUs, row.sentUs, row.firstByteUs, row.endUs};
       EXPECT_TRUE(std::is_sorted(std::begin(times), std::end(times))) << page.requests[row.request].url;
-      EXPECT_TRUE(!row.blocksLoad || row.endUs <= Of(visit, way).pageLoadUs);
+      EXPECT_TRUE(!row.blocksLoad || row.endUs <= Of(visit, way).times.pageLoadUs);
     }
   }
   // Every sub-resource was served or has a reason, and was counted once.
@@ -81,7 +81,7 @@ void ExpectSound(const Visit& visit, const Page& page) {
   }
   EXPECT_TRUE(preloaded.empty()) << preloaded.begin()->first << " came from no preload";
   EXPECT_EQ(visit.preloadedBytes, bytes);
-  EXPECT_EQ(visit.wastedBytes, wasted);
+  EXPECT_EQ(visit.unusedBytes, wasted);
 }
 
 TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
@@ -94,19 +94,21 @@ TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
       for (const Visit& visit : result.visits) {
         SCOPED_TRACE(std::string(profile.name) + " " + visit.pageUrl + " " + std::to_string(visit.number));
         ExpectSound(visit, Example().pages[visit.page]);
-        const int64_t off = Of(visit, Way::Off).pageLoadUs, plugin = Of(visit, Way::Plugin).pageLoadUs;
+        const int64_t off = Of(visit, Way::Off).times.pageLoadUs,
+                      plugin = Of(visit, Way::Plugin).times.pageLoadUs;
         if (!visit.repeat) {
           EXPECT_EQ(plugin, off) << "nothing is known yet";
           continue;
         }
-        const int64_t reachable = Of(visit, Way::Reachable).pageLoadUs;
-        EXPECT_LE(Of(visit, Way::Oracle).pageLoadUs, std::min(reachable, Of(visit, Way::Hints).pageLoadUs));
+        const int64_t reachable = Of(visit, Way::Reachable).times.pageLoadUs;
+        EXPECT_LE(Of(visit, Way::Oracle).times.pageLoadUs,
+                  std::min(reachable, Of(visit, Way::Hints).times.pageLoadUs));
         EXPECT_LE(reachable, plugin + 1000) << "a bound, but for who shares the link when";
         EXPECT_LE(plugin, off);
-        EXPECT_LE(Of(visit, Way::Preconnect).pageLoadUs, off);
+        EXPECT_LE(Of(visit, Way::Preconnect).times.pageLoadUs, off);
         gainUs += off - plugin;
         used += visit.served + visit.joined;
-        wasted += visit.wastedBytes;
+        wasted += visit.unusedBytes;
       }
       EXPECT_GT(used, 30u);
       EXPECT_TRUE(gainUs > 0 || !profile.rttMs) << "as recorded there is no distance";
@@ -155,7 +157,7 @@ TEST(Replay, SwitchedOffItIsAPlainBrowserAndSaysWhy) {
     property_set(off, nullptr);
     size_t switchedOff = 0;
     for (const Visit& visit : result.visits) {
-      EXPECT_EQ(Of(visit, Way::Plugin).pageLoadUs, Of(visit, Way::Off).pageLoadUs) << off;
+      EXPECT_EQ(Of(visit, Way::Plugin).times.pageLoadUs, Of(visit, Way::Off).times.pageLoadUs) << off;
       EXPECT_EQ(visit.served + visit.joined + visit.preloadedBytes, 0u) << off;
       for (const RequestRow& row : Of(visit, Way::Plugin).requests) {
         const std::set reasons{host::NotServed::None, host::NotServed::NotKnownYet, host::NotServed::NotGet,
@@ -257,9 +259,7 @@ TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
       {good + " no.har", {"no.har", "log"}, "recording.har no.har "},
       {good + " empty.har", {"empty.har", "nothing to replay"}, "recording.har empty.har "},
       {"empty.har", {"empty.har"}, "empty.har "},
-      {"--visits 1000 --revisit-after 3650d one.har " + good,
-       {"one.har", "--revisit-after"},
-       "one.har recording.har "},
+      {"--visits 1000 --revisit-after 3650d one.har", {"one.har", "--revisit-after"}, "one.har "},
       {"--plugin missing.so " + good, {"missing.so"}, ""},
       {"--plugin " KIV_CORVANE_PATH " " + good, {"libcorvane.so", "OnInit"}, ""},
       {"--prop net.cv.kiv.nothing=1 " + good, {"net.cv.kiv.nothing"}, ""},
@@ -275,6 +275,7 @@ TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
     std::string names;
     for (std::string line; std::getline(lines, line);) {
       const auto object = nlohmann::json::parse(line);
+      if (object.contains("summary")) continue;
       names += object.at("recording").get<std::string>() + " ";
       EXPECT_EQ(object.contains("error"), !object.contains("visits")) << line;
     }
@@ -307,10 +308,17 @@ TEST_F(ProgramTest, AnInterruptionKeepsWhatIsFinishedAndNamesTheRest) {
         << Text("errors");
     EXPECT_NE(Text("out").find("recording.har"), std::string::npos) << "the table of what is finished";
     const std::string json = Text("json");
-    EXPECT_EQ(std::count(json.begin(), json.end(), '\n'), 3) << json;
+    EXPECT_EQ(std::count(json.begin(), json.end(), '\n'), 4) << "three and the summary: " << json;
     EXPECT_NE(json.find("{\"recording\":\"last.har\",\"error\":"), std::string::npos) << json;
   }
   std::filesystem::current_path("/");
+}
+
+TEST_F(ProgramTest, SaysWhenVisitsIsIgnored) {
+  EXPECT_EQ(Run("--visits 5 " KIV_EXAMPLE_RECORDING), 0);
+  EXPECT_NE(Text("errors").find("--visits is ignored"), std::string::npos) << "three loads of each page";
+  EXPECT_EQ(Run(KIV_EXAMPLE_RECORDING), 0);
+  EXPECT_EQ(Text("errors"), "");
 }
 
 TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {

@@ -287,6 +287,30 @@ TEST(HarReader, PageTimingsCountFromTheFirstRequest) {
   }
 }
 
+TEST(HarReader, FirstPaintAndDomContentLoadedByTheirManyNames) {
+  const struct {
+    std::string timings, page;
+    double paintMs, contentLoadedMs;
+  } cases[] = {
+      {"'onContentLoad': 700, '_firstPaint': 500", "", 500, 700},
+      {"'_firstContentfulPaint': 600, '_firstPaint': 500, '_startRender': 400", "", 500, -1},
+      {"'_startRender': 400", ", '_firstPaint': 450", 450, -1},  // the better name counts wherever it stands
+      {"'_firstPaint': -1", ", '_render': 300", 300, -1},
+      {"'_firstPaint': 0", ", '_firstPaint': 'soon'", -1, -1},
+      {"'onContentLoad': -1", ", '_domContentLoadedEventStart': 800", -1, 800},
+      {"'onContentLoad': 700", ", '_domContentLoadedEventStart': 800", -1, 700},
+  };
+  for (const auto& row : cases) {
+    const Recording recording =
+        ReadRows(Start{"a", "00:01", "p"}.Row(),
+                 ", 'pages': [{'id': 'p', 'startedDateTime': '2020-01-01T00:00:01Z', 'pageTimings': {" +
+                     row.timings + "}" + row.page + "}]");
+    ASSERT_EQ(recording.pages.size(), 1u);
+    EXPECT_EQ(recording.pages[0].firstPaintMs, row.paintMs) << row.timings << row.page;
+    EXPECT_EQ(recording.pages[0].onContentLoadMs, row.contentLoadedMs) << row.timings << row.page;
+  }
+}
+
 TEST(HarReader, TheDocumentIsTheFirstHtmlThatCame) {
   const auto row = [](const std::string& status, const std::string& type) {
     return RowOf("", "", "'status': " + status + ", 'content': {'mimeType': '" + type + "'}");

@@ -60,12 +60,13 @@ PreloadRow Preload(RequestRow& row, const Request& request, Visit& visit) {
 
 Visit MakeVisit(const Page& page, uint32_t number) {
   Visit visit{.pageUrl = page.requests[0].url, .number = number, .repeat = number > 1};
-  WayResult& off = visit.ways[Index(Way::Off)];
-  WayResult& plugin = visit.ways[Index(Way::Plugin)];
+  const auto at = [&visit](Way way) -> WayResult& { return visit.ways[Index(way)]; };
+  WayResult &off = at(Way::Off), &plugin = at(Way::Plugin), &hints = at(Way::Hints),
+            &oracle = at(Way::Oracle);
   for (size_t index = 0; index < page.requests.size(); ++index) {
     RequestRow row = MakeRow(index);
     off.requests.push_back(row);
-    off.pageLoadUs = std::max(off.pageLoadUs, row.endUs);
+    off.times.pageLoadUs = std::max(off.times.pageLoadUs, row.endUs);
     if (visit.repeat && index % 3 == 2) {
       plugin.preloads.push_back(Preload(row, page.requests[index], visit));
     } else if (index > 0) {
@@ -73,16 +74,16 @@ Visit MakeVisit(const Page& page, uint32_t number) {
       ++visit.fetched;
     }
     plugin.requests.push_back(row);
-    plugin.pageLoadUs = std::max(plugin.pageLoadUs, row.endUs);
+    plugin.times.pageLoadUs = std::max(plugin.times.pageLoadUs, row.endUs);
   }
   if (number == 3) {
     plugin.preloads.push_back({.url = "https://ads.test/banner.js?</script><img src=x onerror=alert(1)>"});
     plugin.preloads.back().bytes = 777;
-    visit.wastedBytes = 777;
+    visit.unusedBytes = 777;
   }
   if (!visit.repeat) return visit;
-  visit.ways[Index(Way::Hints)].pageLoadUs = plugin.pageLoadUs - 1000;
-  visit.ways[Index(Way::Oracle)].pageLoadUs = off.pageLoadUs / 2;
+  hints.times.pageLoadUs = plugin.times.pageLoadUs - 1000;
+  oracle.times.pageLoadUs = off.times.pageLoadUs / 2;
   visit.commands = page.requests.size() * 4;
   return visit;
 }
