@@ -16,14 +16,14 @@
 namespace kiv {
 namespace {
 
-// Room beyond the bytes needed, at every growth of a body buffer.
+// How many bytes a body buffer gets beyond those needed, each time it grows.
 constexpr uint64_t kSlack = 10;
 
-// What a preload's request carries is fixed as numbers; the names are those of the network stack's headers.
+// Preloads are sent with these numbers; the network stack's own headers must give them the same names.
 static_assert(net::LOWEST == 3);
 static_assert(net::HttpRequestInfo::PREFETCH_MOTIVATED == 0);
 
-// Without sign, so that an undeclared length (-1) exceeds every limit.
+// Compares unsigned, so that an undeclared length (-1) exceeds every limit.
 bool ExceedsLimit(int64_t contentLength) {
   return GetPluginState().CacheSizeLimit() < static_cast<uint64_t>(contentLength);
 }
@@ -54,7 +54,7 @@ net::HttpRequestInfo* FetchGetRequestInfo(void* cookie) {
   info->priority = net::LOWEST;
   info->motivation = net::HttpRequestInfo::PREFETCH_MOTIVATED;
   info->extra_headers.AddHeadersFromString(entry->requestHeaders);
-  entry->state = PreloadState::Running;  // last: a request that could not be made is not running
+  entry->state = PreloadState::Running;  // last: if the request could not be made, the fetch is not running
   return info.release();
 }
 
@@ -65,7 +65,7 @@ int32_t FetchStartComplete(void* cookie, const net::HttpResponseHeaders& headers
     KIV_DEBUG("Fetch Start Complete - bad cookie.");
     return 0;
   }
-  // The copy comes first: without memory for it no status may be recorded, or the body could be served bare.
+  // Copy first: without memory, no status may be recorded, or the body could be served without headers.
   if (GetPluginState().cacheEnabled) entry->responseHeaders = headers.raw_headers();
   entry->responseCode = headers.response_code();
   entry->contentLength = headers.GetContentLength();
@@ -103,7 +103,7 @@ int32_t FetchDone(void* cookie, int32_t result) {
     KIV_DEBUG("Fetch Done - bad cookie.");
     return 0;
   }
-  // The state first: it has to be settled even when there is no memory to look the host up.
+  // Set the state first: it must be final even if there is no memory to look the host up.
   const bool complete = result == 0 && entry->responseCode == 200 && entry->dataSize != 0;
   entry->state = complete ? PreloadState::Preloaded : PreloadState::Failed;
   GiveSlotBack(*entry);

@@ -1,5 +1,5 @@
-// What the fetcher calls while a preload runs; the contracts stand in plugin/kiv_proc_plugin.h. Any thread,
-// but FetchDone on the command thread. Each takes PreloadLock from its lookup to its return.
+// What the fetcher calls while a preload runs; plugin/kiv_proc_plugin.h has the contracts. Any thread, except
+// that FetchDone runs on the command thread. Each holds PreloadLock from its lookup to its return.
 #ifndef CACHE_FETCH_CALLBACKS_H_
 #define CACHE_FETCH_CALLBACKS_H_
 
@@ -14,7 +14,7 @@ class HttpResponseHeaders;
 
 namespace kiv {
 
-// No argument is null, and `count` is not 0.
+// No argument may be null, and `count` must not be 0.
 net::HttpRequestInfo* FetchGetRequestInfo(void* cookie) LOCKS_EXCLUDED(PreloadLock);
 int32_t FetchStartComplete(void* cookie, const net::HttpResponseHeaders& headers) LOCKS_EXCLUDED(PreloadLock);
 int32_t FetchReadComplete(void* cookie, const char* bytes, uint32_t count) LOCKS_EXCLUDED(PreloadLock);

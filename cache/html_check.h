@@ -1,4 +1,4 @@
-// Which responses the plugin refuses to serve for being HTML. Any thread.
+// Which responses the plugin refuses to serve because they are HTML. Any thread.
 #ifndef CACHE_HTML_CHECK_H_
 #define CACHE_HTML_CHECK_H_
 
@@ -6,8 +6,8 @@
 
 namespace kiv {
 
-// Whether a raw header block mentions HTML: in whatever header it stands, past the NUL bytes between them,
-// and in this spelling only.
+// Whether a raw header block mentions HTML, in any header. The search continues past the NUL bytes between
+// headers and is case-sensitive.
 inline bool MentionsHtml(const std::string& rawHeaders) {
   return rawHeaders.find("text/html") != std::string::npos;
 }

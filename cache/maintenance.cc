@@ -21,8 +21,8 @@ void DropUnconfirmedUrls() {
   }
 }
 
-// A preload that failed, or that nobody wanted for two minutes, is an ordinary end. Any other one was on its
-// way.
+// Failed preloads are not stuck, and neither are complete ones that nobody asked for within two minutes. All
+// others are.
 bool IsStuck(const PreloadEntry& entry, int ageInMs) {
   if (entry.state == PreloadState::Failed) return false;
   return entry.state != PreloadState::Preloaded || ageInMs <= kTwoMinutesInMs;

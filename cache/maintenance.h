@@ -9,12 +9,12 @@
 
 namespace kiv {
 
-// Drops the known URLs that the disk cache has not confirmed, then every preload, reporting the stuck ones.
-// Does nothing while switched off. Takes PreloadLock for the preloads alone. Always 1.
+// Drops the known URLs that the disk cache has not confirmed, then every preload, and reports stuck ones.
+// Does nothing while switched off. Holds PreloadLock while it drops preloads. Always returns 1.
 int32_t Flush(const PluginState& state) LOCKS_EXCLUDED(PreloadLock);
 
-// Forgets all known URLs and hosts and leaves the preloads alone. Does nothing while switched off. No lock.
-// Always 1.
+// Forgets all known URLs and hosts but keeps the preloads. Does nothing while switched off. Takes no lock.
+// Always returns 1.
 int32_t Clear(const PluginState& state);
 
 }  // namespace kiv

@@ -8,8 +8,8 @@
 namespace kiv {
 namespace {
 
-// A loan belongs to a hash, not to one body: which of the hash's bodies a returning caller has read is not
-// known. `entry` is the one in the cache, null for none.
+// A loan belongs to a hash and not to one body, because it is not known which of the hash's bodies a caller
+// has read. `entry` is the one in the cache, or null.
 bool LoansAreOut(uint32_t urlHash, const PreloadEntry* entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock) {
   if (entry != nullptr && entry->loans != 0) return true;
   const auto [first, last] = ParkedEntries.equal_range(urlHash);
@@ -19,7 +19,7 @@ bool LoansAreOut(uint32_t urlHash, const PreloadEntry* entry) EXCLUSIVE_LOCKS_RE
   return false;
 }
 
-// Keeps the body that a lent entry is about to outgrow, with its loans.
+// Parks the body that a lent entry is about to outgrow, together with its loans.
 void ParkBody(PreloadEntry& entry) EXCLUSIVE_LOCKS_REQUIRED(PreloadLock) {
   const auto parked = ParkedEntries.emplace(entry.urlHash, std::make_unique<PreloadEntry>());
   parked->second->data = std::move(entry.data);

@@ -7,8 +7,8 @@
 namespace kiv {
 namespace {
 
-// A length that the caller's signed 32 bits cannot hold is not handed out, and a loan that could not be
-// counted not made.
+// A body is not lent if its length does not fit the caller's signed 32 bits, or if the loan could not be
+// counted.
 bool CanBeServed(const PreloadEntry& entry) {
   return entry.state == PreloadState::Preloaded &&
          GetPluginState().CacheSizeLimit() >= static_cast<uint64_t>(entry.contentLength) &&

@@ -1,4 +1,4 @@
-// The network stack's queries; the contracts stand in plugin/kiv_proc_plugin.h. Any thread. Each takes
+// The network stack's queries; plugin/kiv_proc_plugin.h has the contracts. Any thread. Each holds
 // PreloadLock from its lookup to its return.
 #ifndef CACHE_SERVING_H_
 #define CACHE_SERVING_H_
@@ -10,7 +10,7 @@
 
 namespace kiv {
 
-// No argument is null.
+// No argument may be null.
 int32_t IsPreloaded(const char* url, std::string& headers, const char*& body, int32_t& length)
     LOCKS_EXCLUDED(PreloadLock);
 int32_t ReleasePreloaded(const char* url) LOCKS_EXCLUDED(PreloadLock);

@@ -41,7 +41,7 @@ void CommandSender::ResourceSeen(const std::string& pageUrl, const std::string& 
   Send(Command(command::ResourceSeen::kId)
            .Set(command::ResourceSeen::kPageUrl, pageUrl.c_str())
            .Set(command::ResourceSeen::kUrl, url.c_str())
-           .Set(command::ResourceSeen::kNoPreload, 1)  // the browser is about to ask for it itself
+           .Set(command::ResourceSeen::kNoPreload, 1)  // the browser is about to request it itself
            .Set(command::ResourceSeen::kPreload, 0)
            .Get());
 }

@@ -1,4 +1,4 @@
-// Everything that the host tells the plugin by command: one function for each command, which builds it and
+// Everything that the host tells the plugin by command. For each command there is a function that builds and
 // sends it. Command thread.
 #ifndef HOST_COMMAND_SENDER_H_
 #define HOST_COMMAND_SENDER_H_
@@ -14,15 +14,15 @@ namespace host {
 
 class CommandSender {
  public:
-  // `afterEach` is called after each command that the plugin has handled: what the plugin asked for meanwhile
-  // can be dealt with then. It may send commands.
+  // `afterEach` is called after each command that the plugin has handled, to process what the plugin asked
+  // for meanwhile. It may send commands.
   CommandSender(const PluginFunctions& plugin, std::function<void()> afterEach);
 
-  // Initialises the plugin and asks it for the types that it wants to hear of; the others are not sent.
+  // Initialises the plugin and asks for the types that it handles. Commands of other types are not sent.
   void Start();
 
   void PageRequested(const std::string& url, const std::string& method, const std::string& headers);
-  // A page's request goes out: its context and headers serve its preloads.
+  // A page's request was sent: its context and headers are used for its preloads.
   void RequestSeen(const std::string& url, const std::string& headers, net::URLRequestContext* context);
   void ResourceSeen(const std::string& pageUrl, const std::string& url);
   void OrderPreload(const std::string& url, const std::string& pageUrl, uint32_t priority);
@@ -30,13 +30,13 @@ class CommandSender {
   void TransactionStarted(const std::string& url, uint32_t id);
   void TransactionDone(const std::string& url, uint32_t id);
   void CacheStatus(const std::string& url, bool held);
-  // A command that the plugin has posted comes back to it.
+  // Returns a command to the plugin that has posted it.
   void SendBack(CorvaneCmd* cmd);
 
-  // The plugin's main switch, when it was initialised.
+  // The plugin's main switch at its initialisation.
   bool IsOn() const { return isOn_; }
   uint64_t CommandCount() const { return commandCount_; }
-  // Commands of a wanted type to which the plugin answered that it has not handled them.
+  // How many commands of the plugin's types it has not handled.
   uint64_t UnansweredCount() const { return unansweredCount_; }
 
  private:

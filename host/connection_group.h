@@ -1,4 +1,4 @@
-// Which connections a request can use. Any thread.
+// Tells which connections a request can use. Any thread.
 #ifndef HOST_CONNECTION_GROUP_H_
 #define HOST_CONNECTION_GROUP_H_
 
@@ -6,8 +6,8 @@
 
 namespace host {
 
-// The group of connections that leads to the URL's server: "https://a.test:8443", scheme and host in lower
-// case, with the port even where the URL has none.
+// The group of connections to the URL's server: "https://a.test:8443", with scheme and host in lower case,
+// and with the port even if the URL has none.
 std::string ConnectionGroup(const std::string& url);
 
 }  // namespace host

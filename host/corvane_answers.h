@@ -1,5 +1,5 @@
-// What the plugin asks of Corvane, answered: the running side behind the stand-in's functions. The answers
-// are given inside the plugin's own calls, some of them with its lock held, so nothing here calls the plugin.
+// The host's answers to the Corvane functions that the plugin calls. The plugin holds its lock during some of
+// these calls, so nothing here may call the plugin.
 #ifndef HOST_CORVANE_ANSWERS_H_
 #define HOST_CORVANE_ANSWERS_H_
 
@@ -11,11 +11,11 @@
 
 namespace host {
 
-// One at a time per process: while it lives, it answers the functions of plugin/corvane.h.
+// While it exists, it answers the functions of plugin/corvane.h. There must be only one in a process.
 class CorvaneAnswers final : public corvane::Api {
  public:
-  // `fetch` is CorvaneFetch; `comeBack` takes over a command that the plugin has posted, with its delay in
-  // milliseconds.
+  // `fetch` is CorvaneFetch; `comeBack` takes ownership of a command that the plugin has posted, with its
+  // delay in milliseconds.
   CorvaneAnswers(Executor& executor, const HostSettings& settings,
                  std::function<int(void* cookie, net::URLRequestContext* context)> fetch,
                  std::function<void(CorvaneCmd* cmd, unsigned int delayMs)> comeBack);

@@ -45,14 +45,14 @@ CorvaneRuntime::CorvaneRuntime(const PluginFunctions& plugin, Executor& executor
       toldResources_(settings.maxToldResources),
       tasks_(executor) {}
 
-// The plugin may stay loaded, with what this host has ordered and the contexts that it has named.
+// The plugin may stay loaded, so it must forget this host's orders and contexts.
 CorvaneRuntime::~CorvaneRuntime() {
   Flush();
   plugin_.OnClearDb(0);
 }
 
 void CorvaneRuntime::Start() {
-  // What the host orders must be what the plugin can hold, so it reads the same limits.
+  // Read the plugin's limits, because the host must order only what the plugin can hold.
   sizeLimit_ = static_cast<uint32_t>(kiv::ReadProperty(kiv::property::kCacheSizeLimit));
   neverLaunches_ = kiv::ReadProperty(kiv::property::kPreloadLimit) == 0 ||
                    kiv::ReadProperty(kiv::property::kIdleSockets) == answers_.MaxSocketsPerGroup();
@@ -67,7 +67,7 @@ void CorvaneRuntime::NetworkStackIsUp() {
   }
 }
 
-// --- What the browser tells
+// --- Events of the browser
 
 int64_t CorvaneRuntime::Since(base::Time time) const {
   return executor_.Now().ToInternalValue() - time.ToInternalValue();
@@ -94,7 +94,7 @@ void CorvaneRuntime::PageRequested(const PageRequest& request) {
                                                       .requested = executor_.Now(),
                                                       .lastRequest = executor_.Now()})
                        .first->second;
-  // A page that was first seen as a resource of another one would stay known as that, which has no context.
+  // If the page was first seen as a resource of another page, it would stay a resource, without a context.
   if (toldResources_.Erase(request.url)) sender_.CacheStatus(request.url, false);
   sender_.PageRequested(request.url, request.method, request.headers);
   sender_.RequestSeen(request.url, request.headers, request.context);
@@ -106,7 +106,7 @@ void CorvaneRuntime::ResourceSeen(TabId tab, const SeenResource& resource) {
   if (page == nullptr || resource.url == page->request.url) return;
   page->lastRequest = executor_.Now();
   page->visit.ResourceSeen(resource, Since(page->requested));
-  if (!IsOpenPage(resource.url)) toldResources_.Use(resource.url);  // else the plugin knows it as a page
+  if (!IsOpenPage(resource.url)) toldResources_.Use(resource.url);  // otherwise the plugin knows it as a page
   if (const auto forgotten = toldResources_.DropExcess()) sender_.CacheStatus(*forgotten, false);
   sender_.ResourceSeen(page->request.url, resource.url);
 }
@@ -220,8 +220,8 @@ void CorvaneRuntime::OpenDueConnections(OpenPage& page) {
   page.nextNeed->Start(page.needs.back().atUs - sinceUs, [this, &page] { OpenDueConnections(page); });
 }
 
-// For CorvaneFetch. The plugin knows one context for a page, that of the last tab that asked for it; this tab
-// may have another one, and the other tab may be gone with its own.
+// Implements CorvaneFetch. The plugin knows only one context for a page, that of the last tab that requested
+// it. This tab may have another one, and the context of the other tab may not exist any more.
 int CorvaneRuntime::StartFetch(void* cookie, net::URLRequestContext* context) {
   const auto number = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(cookie));
   if (const auto place = orders_.find(number); place != orders_.end()) {
@@ -232,10 +232,10 @@ int CorvaneRuntime::StartFetch(void* cookie, net::URLRequestContext* context) {
   return started;
 }
 
-// The fetcher's transfers are announced to the plugin like the browser's transactions. Otherwise it would
-// forget a host and port whose queue is empty while preloads to it are still in flight, count the next ones
-// from 0, and warn of unbalanced preloading. This has to happen before the next command, whose pass over the
-// hosts would do the forgetting.
+// The fetcher's transfers are announced to the plugin like the browser's transactions. Otherwise the plugin
+// would forget a host and port whose queue is empty while preloads to it are still running, count the next
+// ones from 0, and log unbalanced preloading. This must happen before the next command, because the plugin
+// forgets hosts while it handles a command.
 void CorvaneRuntime::AnnounceLaunches() {
   for (const uint32_t cookie : std::exchange(justLaunched_, {})) {
     const auto place = orders_.find(cookie);
@@ -253,14 +253,14 @@ CorvaneRuntime::OrderPlace CorvaneRuntime::FindOrder(const std::string& url) {
   return place != orders_.end() && place->second.url == url ? place : orders_.end();
 }
 
-// What has failed would keep its URL from being launched again. A release is the only way to take it out of
-// the plugin; it returns nobody's loan, because Take lends and returns a body in one call.
+// A failed preload would prevent its URL from being launched again. Only a release removes it from the
+// plugin. This release ends nobody's loan, because Take borrows and returns a body in one call.
 void CorvaneRuntime::ReleaseFailed(const std::string& url) {
   plugin_.ReleasePreloaded(url.c_str());
 }
 
-// What waits in the plugin's queue leaves it when a transaction for its URL starts. All of these start before
-// the first one is done, because the end of each has the plugin launch what is queued.
+// The plugin removes a preload from its queue when a transaction for the URL starts. All of these start
+// before the first one is done, because the plugin launches queued preloads at the end of each.
 std::vector<CorvaneRuntime::Order> CorvaneRuntime::EndOrders(const std::function<bool(const Order&)>& which) {
   std::vector<Order> ended;
   for (auto place = orders_.begin(); place != orders_.end();) {
@@ -312,8 +312,8 @@ void CorvaneRuntime::LeavePage(OpenPage& page) {
   if (page.forgetWhenLeft && !IsOpenPage(page.request.url)) sender_.CacheStatus(page.request.url, false);
 }
 
-// Whether a page that is not left has preloads that it may still ask for, or has yet to order them. A flush
-// would take them away, and with them the context that queued preloads need.
+// Whether an open page has preloads that it may still request, or has not ordered its preloads yet. A flush
+// would remove them, and also the context that queued preloads need.
 bool CorvaneRuntime::SomePageIsLoading() const {
   const auto isOpen = [](const auto& page) { return !page.second.left; };
   if (!answers_.networkStackIsUp) return std::any_of(pages_.begin(), pages_.end(), isOpen);
@@ -321,7 +321,7 @@ bool CorvaneRuntime::SomePageIsLoading() const {
                      [&](const auto& order) { return isOpen(*pages_.find(order.second.tab)); });
 }
 
-// --- The fetcher's news
+// --- Events of the fetcher
 
 std::string CorvaneRuntime::OnFetchBegins(uint32_t cookie, net::URLRequestContext* context,
                                           const std::string& pluginHeaders) {
@@ -362,7 +362,7 @@ void CorvaneRuntime::OnFetchEnded(uint32_t cookie, int32_t result, const Transfe
     orders_.erase(place);
     ReleaseFailed(url);
   }
-  // FetchDone has freed a slot but started nothing: with this the plugin looks for what can go next.
+  // FetchDone has freed a slot but started nothing. This makes the plugin launch what fits.
   TransactionDone(url, transactionId);
 }
 
@@ -372,10 +372,10 @@ uint32_t CorvaneRuntime::TransactionStarts(const std::string& url) {
   const std::string hostPort = HostPortOf(url);
   const OrderPlace place = FindOrder(url);
   if (place != orders_.end() && place->second.record->stage == PreloadStage::Ordered) {
-    // It still waits, and not only because transactions of the browser have the sockets.
+    // It still waits, and not only because transactions of the browser use the sockets.
     place->second.record->limitReached =
         neverLaunches_ || preloadsInFlight_.contains(hostPort) || !openTransactions_.contains(hostPort);
-    orders_.erase(place);  // the plugin takes it out of its queue
+    orders_.erase(place);  // the plugin removes it from its queue
   }
   Count(openTransactions_, hostPort, 1);
   const uint32_t id = ++lastTransactionId_;
@@ -432,7 +432,7 @@ void CorvaneRuntime::GotByJoining(TabId tab, const std::string& url, uint64_t or
   const OrderPlace place = FindOrder(url);
   if (place == orders_.end() || place->second.record != &found->second) return;
   orders_.erase(place);
-  plugin_.IsInDC(url.c_str());  // drops the copy, and is not the return of a loan
+  plugin_.IsInDC(url.c_str());  // drops the copy without ending a loan
 }
 
 void CorvaneRuntime::Invalidate(const std::string& url) {

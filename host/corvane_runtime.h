@@ -1,6 +1,6 @@
-// Corvane's running side: watches the browser's page loads, tells the plugin of them, orders the preloads
-// worth having, runs what the plugin launches, and knows what became of each. Executor's thread, the plugin's
-// command thread. One at a time per process.
+// The running side of Corvane: it observes the browser's page loads, reports them to the plugin, orders the
+// useful preloads, runs what the plugin launches, and records the results. It is used on the executor's
+// thread, which is the plugin's command thread. There must be only one in a process.
 #ifndef HOST_CORVANE_RUNTIME_H_
 #define HOST_CORVANE_RUNTIME_H_
 
@@ -27,7 +27,7 @@
 
 namespace host {
 
-// The embedder's name for a tab, or whatever else shows one page at a time.
+// The embedder's name for a tab, or for anything else that shows one page at a time.
 using TabId = uint64_t;
 
 // A request for a page, as the browser makes it.
@@ -39,12 +39,12 @@ struct PageRequest {
   net::URLRequestContext* context = nullptr;  // not owned; outlives the page and the transfers made for it
   // Whether the browser's own cache can answer for a URL without asking the server.
   std::function<bool(const std::string& url)> isFresh;
-  // What else the embedder knows against preloading a resource; empty for nothing.
+  // The embedder's own reasons not to preload a resource; may be empty.
   std::function<NotServed(const KnownResource& resource)> whyNot;
 };
 
-// May be destroyed at any moment, after the network stack that uses it and before executor, transport and
-// plugin.
+// May be destroyed at any moment. Destroy the network stack that uses it first, and executor, transport and
+// plugin afterwards.
 class CorvaneRuntime final : private FetchObserver {
  public:
   CorvaneRuntime(const PluginFunctions& plugin, Executor& executor, Transport& transport,
@@ -53,54 +53,54 @@ class CorvaneRuntime final : private FetchObserver {
   CorvaneRuntime(const CorvaneRuntime&) = delete;
   CorvaneRuntime& operator=(const CorvaneRuntime&) = delete;
 
-  // --- What the browser tells. A tab that no page was requested in is ignored.
+  // --- Events of the browser. Events of a tab in which no page was requested are ignored.
 
-  // Once, first: initialises the plugin.
+  // Initialises the plugin. Must be called once, before anything else.
   void Start();
-  // The IO message loop and the HTTP cache have come up: fetches can start, and what pages have ordered until
-  // now is ordered.
+  // The IO message loop and the HTTP cache exist: fetches can start, and the orders of pages that were
+  // requested before are sent.
   void NetworkStackIsUp();
-  // A visit begins, and the tab's last one is over. What the database knows of the page is ordered, most
+  // A visit begins, and the tab's previous one ends. What the database knows of the page is ordered, the most
   // urgent first.
   void PageRequested(const PageRequest& page);
-  // The page asks for a resource, wherever its response will come from.
+  // The page requests a resource, from whatever source.
   void ResourceSeen(TabId tab, const SeenResource& resource);
-  // The network has answered a load of the page.
+  // The network has responded to a load of the page.
   void ResponseSeen(TabId tab, const std::string& url, const net::HttpResponseHeaders& headers);
   void FirstPaint(TabId tab);
   void LoadEvent(TabId tab);
-  // The visit is over: what was seen on it becomes known, and preloads that it has not asked for are dropped.
-  // The tab's ledger stays until its next page.
+  // The visit ends: the database learns what was seen, and preloads that were not used are dropped. The tab's
+  // ledger is kept until its next page.
   void PageLeft(TabId tab);
-  // The same, and the tab is forgotten.
+  // The same; the tab is also forgotten.
   void TabClosed(TabId tab);
-  // Drops the unused preloads of pages that have asked for nothing for a while (HostSettings::settleAfterMs).
+  // Drops the unused preloads of pages without a request for HostSettings::settleAfterMs.
   void SettleIdlePages();
   // The HTTP cache holds the URL's response from now on, or has dropped it. The plugin forgets what is
   // dropped, so of an open page it is told later: queued preloads need what it knows of that.
   void CacheStatus(const std::string& url, bool held);
-  // A load of the page was answered by the browser's own cache, so its preload is not needed.
+  // The browser's own cache has answered a load of the page, so its preload is not needed.
   void AnsweredByCache(TabId tab, const std::string& url);
 
   // --- For the network stack.
 
-  // Around each transaction. The id is for TransactionDone.
+  // Called around each transaction. Pass the returned id to TransactionDone.
   uint32_t TransactionStarts(const std::string& url);
   void TransactionDone(const std::string& url, uint32_t id);
 
   // Whether preloads are served at all.
   bool ServesPreloads() const;
-  // What the tab's page, or its last one once that was left, knows of a resource; null when it knows nothing.
-  // Valid until the tab's next page.
+  // The record of a resource of the tab's current page, or of its last one if it was left. Null if there is
+  // none. Valid until the tab's next page.
   const PreloadRecord* FindRecord(TabId tab, const std::string& url) const;
-  // Takes the response that the plugin holds for a record of stage Held out of the plugin; false when it has
-  // none to give.
+  // Moves the response of a record of stage Held out of the plugin. Returns false if the plugin does not hold
+  // it.
   bool Take(const PreloadRecord& record, std::string& responseBlock, std::string& body);
   // Joins the running preload of a record of stage Launched.
   JoinId Join(const PreloadRecord& record, FetchJoiner& joiner);
-  // A load has got the whole response by joining the preload of that order: the plugin's copy is not needed.
+  // A load has received the whole response by joining the preload, so the plugin's copy is not needed.
   void GotByJoining(TabId tab, const std::string& url, uint64_t orderId);
-  // A request has changed what the URL stands for: what is held or running for it is of no use to anybody.
+  // A request has changed the resource of the URL, so held and running preloads of it cannot be used.
   void Invalidate(const std::string& url);
   Fetcher& Fetches() { return fetcher_; }
 
@@ -108,8 +108,8 @@ class CorvaneRuntime final : private FetchObserver {
 
   const HostSettings& Settings() const { return settings_; }
   const PageDatabase& Database() const { return database_; }
-  PageDatabase& Database() { return database_; }  // for who keeps it between runs
-  // Of the tab's page, or of its last one once that was left.
+  PageDatabase& Database() { return database_; }  // to keep it between runs
+  // The ledger of the tab's current page, or of its last one if it was left.
   const PreloadLedger& Ledger(TabId tab) const;
   uint64_t CommandCount() const { return sender_.CommandCount(); }
   uint64_t UnansweredCount() const { return sender_.UnansweredCount(); }
@@ -127,7 +127,7 @@ class CorvaneRuntime final : private FetchObserver {
     std::vector<ConnectionNeed> needs;  // not opened yet, the next one last
     std::unique_ptr<Timer> nextNeed;
   };
-  // An order that is alive: queued or running, or held and unused.
+  // An active order: queued, running, or held and unused.
   struct Order {
     std::string url;
     std::string hostPort;
@@ -152,9 +152,9 @@ class CorvaneRuntime final : private FetchObserver {
   void OpenDueConnections(OpenPage& page);
   void AnnounceLaunches();
   void LeavePage(OpenPage& page);
-  // Ends the orders for which `which` holds, for host and fetcher; the plugin may still hold their responses.
+  // Ends the orders that `which` selects in host and fetcher. The plugin may still hold their responses.
   std::vector<Order> EndOrders(const std::function<bool(const Order&)>& which);
-  // Ends them for the plugin as well.
+  // Ends them in the plugin as well.
   void DropOrders(const std::function<bool(const Order&)>& which);
   bool SomePageIsLoading() const;
   void Flush();

@@ -1,5 +1,5 @@
-// Time and tasks as the host needs them: a program gives it a thread and a clock, a simulation a queue of
-// events.
+// The time and the tasks of the host. A program implements it with a thread and a clock, a simulation with a
+// queue of events.
 #ifndef HOST_EXECUTOR_H_
 #define HOST_EXECUTOR_H_
 
@@ -10,20 +10,20 @@
 
 namespace host {
 
-// Names a task that waits to be run; never 0, and never used again.
+// Identifies a task that waits to be run. Never 0, and never used twice.
 using TaskId = uint64_t;
 
-// Runs tasks one at a time, in the order of their times and, at one time, in the order in which they were
-// posted. That thread is the plugin's command thread, and everything in host/ that takes an Executor is used
-// on it.
+// Runs tasks one at a time, ordered by their times; tasks with the same time run in the order in which they
+// were posted. Its thread is the plugin's command thread, and everything in host/ that takes an Executor must
+// be used on it.
 class Executor {
  public:
   virtual ~Executor() = default;
 
   virtual base::Time Now() const = 0;
-  // Runs the task `delayUs` microseconds (0 or more) from now, never inside this call.
+  // Runs the task after `delayUs` microseconds (0 or more), never inside this call.
   virtual TaskId PostDelayed(int64_t delayUs, std::function<void()> task) = 0;
-  // Drops a task that has not begun. Any other id is ignored.
+  // Cancels a task that has not begun. Other ids are ignored.
   virtual void CancelTask(TaskId id) = 0;
 };
 

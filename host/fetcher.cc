@@ -11,16 +11,16 @@
 namespace host {
 namespace {
 
-// How far a joiner may lag behind a transfer that the plugin does not bound before the transfer is paused.
+// How many bytes a joiner may lag behind a transfer that only joiners read, before the transfer is paused.
 constexpr size_t kMostLagging = 256 * 1024;
 
 }  // namespace
 
-// One fetch. It ends for the plugin with FetchDone and for itself with the transfer, which may be later: when
-// the plugin refuses a response that somebody waits for, the transfer goes on without the plugin.
+// One fetch. For the plugin it ends with FetchDone. It may continue after that: when the plugin refuses a
+// response for which somebody waits, the transfer continues without the plugin.
 //
-// Every function that calls out holds a reference to its own object, and looks again afterwards at what the
-// call may have changed: Detach may have been called.
+// Every function that calls out holds a reference to its own object, and checks afterwards what the call may
+// have changed, because Detach may have been called.
 class Fetcher::Fetch final : public TransferClient, public std::enable_shared_from_this<Fetch> {
  public:
   Fetch(Fetcher& fetcher, uint64_t id, uint32_t cookie, net::URLRequestContext* context)
@@ -30,7 +30,7 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
     const auto self = shared_from_this();
     if (!pluginHears_) return End(kAborted);
     const std::unique_ptr<net::HttpRequestInfo> info(fetcher_->plugin_.FetchGetRequestInfo(Cookie()));
-    if (info == nullptr) return End(kAborted);  // it has left the plugin meanwhile
+    if (info == nullptr) return End(kAborted);  // the plugin has dropped it meanwhile
     sentHeaders_ = fetcher_->observer_.OnFetchBegins(cookie_, context_, info->extra_headers.ToString());
     MadeProgress();
     transfer_ = fetcher_->transport_.Start({.url = info->url.spec(),
@@ -73,7 +73,7 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
     const auto self = shared_from_this();
     if (std::exchange(pluginHears_, false)) {
       fetcher_->running_.erase(cookie_);
-      // Without it the plugin would never have the slot back.
+      // Without this call the plugin would never free the slot.
       fetcher_->plugin_.FetchDone(Cookie(), kAborted);
     }
     if (joiners_.empty()) StopTransfer();
@@ -81,7 +81,7 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
     return report_;
   }
 
-  // The fetcher goes away.
+  // The fetcher is destroyed.
   void Detach() {
     StopTransfer();
     timer_.Stop();
@@ -158,7 +158,7 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
     FetchJoiner* joiner = nullptr;
     bool heard = false;  // of the response
     bool reading = true;
-    size_t nextChunk = 0;  // counted from the first chunk that there ever was
+    size_t nextChunk = 0;  // counted from the first chunk of the response
   };
 
   void* Cookie() const { return reinterpret_cast<void*>(static_cast<uintptr_t>(cookie_)); }
@@ -199,10 +199,10 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
     if (transfer_ != 0) report_ = fetcher_->transport_.Cancel(std::exchange(transfer_, 0));
   }
 
-  // Drops what nobody needs any more: chunks, the transfer, the fetch itself.
+  // Drops what is no longer needed: chunks, the transfer, the fetch itself.
   void Tidy() {
     if (fetcher_ == nullptr) return;
-    if (!pluginHears_) {  // nobody can join it any more
+    if (!pluginHears_) {  // it cannot be joined any more
       size_t needed = EndOfChunks();
       for (const auto& [number, joiner] : joiners_) needed = std::min(needed, joiner.nextChunk);
       for (; firstChunk_ < needed; ++firstChunk_) chunks_.pop_front();
@@ -214,7 +214,7 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
       }
     }
     if (transfer_ == 0) return;
-    // What the plugin takes is bounded by its limit; what only the joiners take has to wait for them.
+    // The plugin's limit bounds what it accepts. If only joiners read the body, it has to wait for them.
     size_t waiting = 0;
     for (const auto& chunk : chunks_) waiting += chunk->size();
     const bool reading = pluginHears_ || waiting < kMostLagging;
@@ -225,8 +225,8 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
 
   void MadeProgress() { progressUs_ = fetcher_->executor_.Now().ToInternalValue(); }
 
-  // Looks again when the next of the two limits is reached; the first one counts while somebody waits who has
-  // heard nothing.
+  // Checks again when the next of the two limits is reached. The first limit matters only while a joiner
+  // waits that has received nothing.
   void WatchProgress() {
     if (transfer_ == 0) return;
     const int64_t idleUs = fetcher_->executor_.Now().ToInternalValue() - progressUs_;
@@ -263,11 +263,11 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
     WatchProgress();
   }
 
-  Fetcher* fetcher_;  // null once it is gone
+  Fetcher* fetcher_;  // null after it was destroyed
   const uint64_t id_;
   const uint32_t cookie_;
   net::URLRequestContext* const context_;
-  TransferId transfer_ = 0;  // 0 while none is under way
+  TransferId transfer_ = 0;  // 0 while there is none
   bool pluginHears_ = true;  // FetchDone is still due
   bool reading_ = true;      // the transfer is not paused
   std::string sentHeaders_;
@@ -280,7 +280,7 @@ class Fetcher::Fetch final : public TransferClient, public std::enable_shared_fr
   std::deque<std::shared_ptr<const std::string>> chunks_;
   uint64_t lastJoiner_ = 0;
   std::map<uint64_t, Joiner> joiners_;
-  int64_t progressUs_ = 0;  // when something last came
+  int64_t progressUs_ = 0;  // when something was last received
   Timer timer_;
 };
 
@@ -308,7 +308,7 @@ int Fetcher::Start(void* cookie, net::URLRequestContext* context) {
   const uint64_t id = ++lastId_;
   fetches_[id] = std::make_shared<Fetch>(*this, id, number, context);
   running_[number] = id;
-  // CorvaneFetch is called with the plugin's lock held: the callbacks come from a task.
+  // The plugin holds its lock while it calls CorvaneFetch, so the callbacks must come from a task.
   tasks_.Post([this, id] {
     if (Fetch* const fetch = Find(id)) fetch->Begin();
   });

@@ -1,5 +1,5 @@
-// Corvane's fetcher: runs launched preloads over the transport and tells the plugin through its four
-// callbacks. Executor's thread, which is also where FetchDone has to run.
+// Corvane's fetcher: runs launched preloads over the transport and reports to the plugin through its four
+// callbacks. Executor's thread, as FetchDone requires.
 #ifndef HOST_FETCHER_H_
 #define HOST_FETCHER_H_
 
@@ -17,23 +17,23 @@
 
 namespace host {
 
-// Hears of fetches. `cookie` is what CorvaneFetch was given, as a number.
+// Observes fetches. `cookie` is the argument of CorvaneFetch, as a number.
 class FetchObserver {
  public:
   virtual ~FetchObserver() = default;
 
-  // The request goes out: what headers to send it with. `pluginHeaders` are those that the plugin asked for.
+  // Returns the headers to send with a request. `pluginHeaders` are those of the plugin.
   virtual std::string OnFetchBegins(uint32_t cookie, net::URLRequestContext* context,
                                     const std::string& pluginHeaders) = 0;
-  // `accepted`: the plugin goes on with the response.
+  // `accepted`: the plugin has accepted the response.
   virtual void OnFetchResponse(uint32_t cookie, const net::HttpResponseHeaders& headers, bool accepted) = 0;
-  // After FetchDone, and before those who joined hear of the end.
+  // Called after FetchDone, and before the joiners are notified.
   virtual void OnFetchEnded(uint32_t cookie, int32_t result, const TransferReport& report) = 0;
 };
 
-// What somebody hears who waits for a running fetch: the whole response from its first byte on, whenever they
-// have joined and whether or not the plugin takes it. Any of these may join, leave, and start and cancel
-// anything else, and may destroy the fetcher.
+// Waits for a running fetch. It receives the whole response from its first byte on, no matter when it joined
+// and whether the plugin accepts the response. Each of these functions may join, leave, start and cancel
+// anything, and may destroy the fetcher.
 class FetchJoiner {
  public:
   virtual ~FetchJoiner() = default;
@@ -41,13 +41,13 @@ class FetchJoiner {
   // `sentHeaders`: the header lines that the request was sent with.
   virtual void OnJoinResponse(const std::string& sentHeaders, const net::HttpResponseHeaders& headers) = 0;
   virtual void OnJoinBody(const char* bytes, int32_t count) = 0;
-  // The fetch makes no progress, and nothing of it has been heard: better leave. It is called once.
+  // The fetch makes no progress and the joiner has received nothing, so it should leave. Called once.
   virtual void OnJoinStalled() = 0;
   // The last call.
   virtual void OnJoinDone(int32_t result) = 0;
 };
 
-// Names who has joined which fetch. {0, 0} is nobody.
+// Identifies a joiner and the fetch that it joined. {0, 0} means none.
 struct JoinId {
   uint64_t fetch = 0;
   uint64_t joiner = 0;
@@ -57,28 +57,28 @@ class Fetcher {
  public:
   Fetcher(const PluginFunctions& plugin, Executor& executor, Transport& transport,
           const HostSettings& settings, FetchObserver& observer);
-  // Ends every transfer; nobody hears of it.
+  // Ends every transfer without notifying anybody.
   ~Fetcher();
   Fetcher(const Fetcher&) = delete;
   Fetcher& operator=(const Fetcher&) = delete;
 
-  // For CorvaneFetch: takes the fetch on, to start in a task of its own. 1, or 0 for a cookie that is
-  // running. The context must outlive the fetch.
+  // Implements CorvaneFetch: starts the fetch in a task of its own and returns 1, or returns 0 if the cookie
+  // is already running. The context must outlive the fetch.
   int Start(void* cookie, net::URLRequestContext* context);
 
   // True from Start until FetchDone.
   bool IsRunning(uint32_t cookie) const { return running_.contains(cookie); }
 
   // Waits for a running fetch, which becomes as urgent as the browser's own transactions. The joiner is not
-  // called from inside, and must live until OnJoinDone or Leave.
+  // called during this call, and must live until OnJoinDone or Leave.
   JoinId Join(uint32_t cookie, FetchJoiner& joiner);
-  // The following ignore a joiner who has heard the end. Leave: the joiner hears nothing more.
+  // These ignore a joiner after its OnJoinDone. After Leave, the joiner is not called any more.
   void Leave(JoinId id);
-  // While false, the joiner gets no body. True at the start.
+  // While this is false, the joiner receives no body. True at the start.
   void SetReading(JoinId id, bool reading);
 
-  // Ends a running fetch for the plugin, for which it has failed. It goes on for those who have joined it,
-  // and is cancelled when there are none. What had come of it until now. The observer does not hear of it.
+  // Ends a running fetch for the plugin, as failed. It continues for its joiners, or is cancelled if it has
+  // none. Returns what was received until now. The observer is not notified.
   TransferReport Abandon(uint32_t cookie);
 
  private:

@@ -1,5 +1,5 @@
-// How preloads share connections and the link with the browser's own transfers: decided here, carried out by
-// the transport. Pure functions; any thread.
+// How preloads share connections and the link with the browser's own transfers. The transport carries out
+// what is decided here. Pure functions; any thread.
 #ifndef HOST_LINK_POLICY_H_
 #define HOST_LINK_POLICY_H_
 

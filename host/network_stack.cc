@@ -11,7 +11,7 @@
 namespace host {
 namespace {
 
-// A served body is handed out in pieces, so that a client can pause in between.
+// A served body is passed on in pieces, so that a client can pause.
 constexpr size_t kPiece = 64 * 1024;
 
 RequestFacts FactsOf(const LoadRequest& request) {
@@ -21,8 +21,8 @@ RequestFacts FactsOf(const LoadRequest& request) {
           .withCredentials = request.withCredentials};
 }
 
-// Why the preload, as far as it has come, is not for this request; None when it is. The header lines that it
-// was sent with and its response's block are empty as long as they are not known.
+// Why the preload, as far as it is known yet, does not answer this request, or None if it does. The header
+// lines of its request and the block of its response are empty until they are known.
 NotServed WhyNotFor(const LoadRequest& request, bool withCredentials, const std::string& sentHeaders,
                     const std::string& responseBlock) {
   const RequestFacts facts = FactsOf(request);
@@ -35,9 +35,9 @@ NotServed WhyNotFor(const LoadRequest& request, bool withCredentials, const std:
 
 }  // namespace
 
-// One load, whatever answers it. Every function that calls out holds a reference to its own object, and looks
-// afterwards whether the load is still there: `client_` is null once it is done, cancelled, or the stack
-// gone.
+// One load, from any source. Every function that calls out holds a reference to its own object, and checks
+// afterwards whether the load still exists: `client_` is null when it is done or cancelled, or when the stack
+// was destroyed.
 class NetworkStack::ActiveLoad final : public TransferClient,
                                        public FetchJoiner,
                                        public std::enable_shared_from_this<ActiveLoad> {
@@ -76,7 +76,7 @@ class NetworkStack::ActiveLoad final : public TransferClient,
     PostServing();
   }
 
-  // Ends it for everybody but the client.
+  // Ends it for everybody except the client.
   void Detach() {
     client_ = nullptr;
     if (stack_ == nullptr) return;
@@ -128,7 +128,7 @@ class NetworkStack::ActiveLoad final : public TransferClient,
     Finish(result, report);
   }
 
-  // --- FetchJoiner: a preload that is under way
+  // --- FetchJoiner: a preload that is running
 
   void OnJoinResponse(const std::string& sentHeaders, const net::HttpResponseHeaders& headers) override {
     const auto self = shared_from_this();
@@ -159,7 +159,7 @@ class NetworkStack::ActiveLoad final : public TransferClient,
   void OnJoinDone(int32_t result) override {
     const auto self = shared_from_this();
     join_ = {};
-    if (result != kOk && !heard_) return Send(NotServed::Failed);  // the request is on its own
+    if (result != kOk && !heard_) return Send(NotServed::Failed);  // the request must go to the network
     if (result == kOk) stack_->corvane_.GotByJoining(request_.tab, request_.url, joinedOrder_);
     Finish(result, {});
   }
@@ -180,7 +180,7 @@ class NetworkStack::ActiveLoad final : public TransferClient,
   }
 
  private:
-  // Without a reason it is the one for which no preload is at hand.
+  // Without a reason, the reason is why there is no preload.
   void Send(NotServed why = NotServed::None) {
     CorvaneRuntime& corvane = stack_->corvane_;
     transactionId_ = corvane.TransactionStarts(request_.url);
@@ -207,14 +207,14 @@ class NetworkStack::ActiveLoad final : public TransferClient,
     if (join_.joiner != 0) stack_->corvane_.Fetches().Leave(std::exchange(join_, {}));
   }
 
-  // The stored copy that the client asks about is still good. The preload goes on for whoever asks next.
+  // The client's stored copy is still valid. The preload continues for the next request.
   void AnswerNotModified(const net::HttpResponseHeaders& headers) {
     LeaveJoin();
     client_->OnResponse(info_, net::HttpResponseHeaders(http::NotModifiedBlock(headers.raw_headers())));
     if (client_ != nullptr) Finish(kOk, {});
   }
 
-  // A change of a resource makes what is held for it out of date, and for what the answer says it has
+  // A change of a resource makes its preload out of date, and those of the URLs that the response names as
   // changed.
   void InvalidateBy(const net::HttpResponseHeaders& headers) {
     const GURL url(request_.url);
@@ -232,7 +232,7 @@ class NetworkStack::ActiveLoad final : public TransferClient,
     client->OnDone(info, result, report);
   }
 
-  NetworkStack* stack_;  // null once it is gone
+  NetworkStack* stack_;  // null after it was destroyed
   LoadClient* client_;
   const LoadRequest request_;
   LoadInfo info_;
@@ -241,7 +241,7 @@ class NetworkStack::ActiveLoad final : public TransferClient,
   JoinId join_;
   uint64_t joinedOrder_ = 0;
   bool joinedWithCredentials_ = true;
-  bool heard_ = false;  // the client has got a response that was preloaded
+  bool heard_ = false;  // the client has received a preloaded response
   bool reading_ = true;
   std::string block_, body_;  // taken out of the plugin
   size_t served_ = 0;         // bytes of the body

@@ -1,5 +1,5 @@
-// The browser's side of a request: asks for a preload first, joins one that is on its way, and only then
-// sends a transaction of its own, which it tells Corvane about. Executor's thread.
+// The browser's side of a request. It first asks for a held preload, then joins a running one, and otherwise
+// sends a transaction of its own, which it reports to Corvane. Executor's thread.
 #ifndef HOST_NETWORK_STACK_H_
 #define HOST_NETWORK_STACK_H_
 
@@ -26,10 +26,10 @@ struct LoadRequest {
   bool withCredentials = true;                // cookies and the like may be sent and stored
   net::URLRequestContext* context = nullptr;  // not owned; outlives the load
   std::shared_ptr<UploadBody> body;           // null for none
-  uint64_t requestId = 0;                     // the embedder's own name of the load, handed through
+  uint64_t requestId = 0;                     // the embedder's own id of the load, passed on
 };
 
-// Where a response comes from.
+// The source of a response.
 enum class LoadSource { Network, Served, Joined };
 
 struct LoadInfo {
@@ -38,24 +38,24 @@ struct LoadInfo {
   NotServed why = NotServed::None;  // of a network load, and of one that joined
 };
 
-// Hears of one load: the response, its body as it comes, its end; whatever the source, it is the whole
-// response. Never from inside a call of NetworkStack. Any of these may start, join, cancel and pause loads,
-// this one included, and may destroy the network stack.
+// Receives one load: the response, its body in pieces, and its end. It always receives the whole response,
+// whatever the source, and is never called during a call of NetworkStack. Each of these functions may start,
+// join, cancel and pause loads, including this one, and may destroy the network stack.
 class LoadClient {
  public:
   virtual ~LoadClient() = default;
 
-  // A response with a status of 1xx, before the one that counts.
+  // A response with a status of 1xx, which precedes the final response.
   virtual void OnInformational(const net::HttpResponseHeaders& /*headers*/) {}
   // `info` as it is now: a load that had joined a preload may have gone to the network after all.
   virtual void OnResponse(const LoadInfo& info, const net::HttpResponseHeaders& headers) = 0;
   virtual void OnBody(const char* bytes, int32_t count) = 0;
-  // The last call. A result other than kOk may come before the response and after it. `report` is of the
-  // load's own transfer; empty when it had none.
+  // The last call. A result other than kOk may come before or after the response. `report` describes the
+  // load's own transfer, and is empty if there was none.
   virtual void OnDone(const LoadInfo& info, int32_t result, const TransferReport& report) = 0;
 };
 
-// May be destroyed at any moment, before the runtime; the clients hear nothing more then.
+// May be destroyed at any moment, but before the runtime. The clients are not called any more.
 class NetworkStack {
  public:
   NetworkStack(CorvaneRuntime& corvane, Executor& executor, Transport& transport);
@@ -65,9 +65,9 @@ class NetworkStack {
 
   // The client must live until OnDone or Cancel.
   LoadInfo Start(const LoadRequest& request, LoadClient& client);
-  // Both ignore a load that is unknown or done. After Cancel the client hears nothing more.
+  // Both ignore unknown and finished loads. After Cancel, the client is not called any more.
   void Cancel(LoadId id);
-  // While false, the client gets no body, and soon the sender is slowed down. True at the start.
+  // While this is false, the client receives no body and the sender is slowed down. True at the start.
   void SetReading(LoadId id, bool reading);
 
  private:

@@ -1,5 +1,5 @@
-// Why a load was not answered from a preload: every reason that the host knows, with the key and the words
-// that reports use for it. Any thread.
+// Why a load was not answered from a preload: every reason of the host, with its key and its texts in
+// reports. Any thread.
 #ifndef HOST_NOT_SERVED_H_
 #define HOST_NOT_SERVED_H_
 
@@ -9,7 +9,7 @@
 namespace host {
 
 enum class NotServed {
-  None,  // it was, or nobody asked
+  None,  // it was answered, or not requested
 
   // The resource was not ordered.
   NotKnownYet,
@@ -30,7 +30,7 @@ enum class NotServed {
   CookiesUnknown,
   SwitchedOff,
 
-  // It was ordered, and not there when it was asked for.
+  // It was ordered, but not available when it was requested.
   BrowserAskedFirst,
   LimitReached,
   Failed,
@@ -40,7 +40,7 @@ enum class NotServed {
   Invalidated,
   Dropped,
 
-  // It was there, and not for this request.
+  // It was available, but not for this request.
   HasRequestBody,
   Range,
   Precondition,

@@ -1,5 +1,5 @@
-// Which of a page's known resources to preload, in which order, and why not the others: a pure function of
-// what is known when the page is requested.
+// Decides which of a page's known resources to preload, in which order, and why not the others: a pure
+// function of what is known when the page is requested.
 #ifndef HOST_ORDER_POLICY_H_
 #define HOST_ORDER_POLICY_H_
 
@@ -14,31 +14,31 @@
 
 namespace host {
 
-// What counts besides the page itself.
+// What the decision depends on besides the page.
 struct OrderFacts {
   bool pluginTakesOrders = true;  // its switches are on
   uint64_t sizeLimit = 0;         // bytes of one body that it holds
   bool hasContext = true;         // the page's request has a context, and is a GET
   // Whether the browser's own cache can answer for a URL without asking the server.
   std::function<bool(const std::string& url)> isFresh;
-  // What else the embedder knows against an order; empty for nothing.
+  // The embedder's own reasons against an order; may be empty.
   std::function<NotServed(const KnownResource& resource)> whyNot;
 };
 
-// Whether so many of the page's visits have shown something that the next one is likely to as well.
+// Whether something was seen on so many of the page's visits that the next one is likely to need it.
 bool IsSeenOften(const KnownPage& page, uint32_t visitsSeen, const HostSettings& settings);
 
-// Why the plugin could not hold the resource's response, going by its last request and response; None when it
-// could. `sizeLimit`: as in OrderFacts.
+// Why the plugin could not hold the resource's response, judged by its last request and response, or None if
+// it could. `sizeLimit` is that of OrderFacts.
 NotServed WhyNotHoldable(const KnownResource& resource, uint64_t sizeLimit);
 
 struct OrderDecision {
   size_t resource;        // index in KnownPage::resources
   NotServed why;          // None: order it
-  uint32_t priority = 0;  // of an order: smaller goes first
+  uint32_t priority = 0;  // of an order: the smallest goes first
 };
 
-// One decision for each resource: first the orders, in the order in which to send them, then the others.
+// Returns one decision for each resource: first the orders, in the order of sending, then the others.
 std::vector<OrderDecision> DecideOrders(const KnownPage& page, const OrderFacts& facts,
                                         const HostSettings& settings);
 

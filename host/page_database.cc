@@ -11,7 +11,7 @@
 namespace host {
 namespace {
 
-// Addresses that are new on every load would pile up otherwise.
+// Otherwise URLs that are new on every load would accumulate.
 constexpr uint32_t kForgetAfterVisits = 10;
 
 bool IsRecent(uint32_t lastVisit, const KnownPage& page) {
@@ -63,7 +63,7 @@ void PageVisit::ResponseSeen(const std::string& url, const net::HttpResponseHead
   const auto place = places_.find(url);
   if (place == places_.end()) return;
   KnownResource& resource = seen_[place->second];
-  // Asked for twice: the complete answer counts. A 304 confirms the answer that is known.
+  // If it was requested twice, the complete response counts. A 304 confirms the known response.
   if (resource.status == 200 || headers.response_code() == 304) return;
   if (resource.status < 0) resource.waitedUs = afterUs - resource.askedUs;
   resource.status = headers.response_code();
@@ -79,7 +79,7 @@ void PageDatabase::Remember(PageVisit visit) {
     resource.visitsSeen = 1;
     resource.lastVisit = page.visits;
   }
-  // This visit's order first; what it did not show keeps its order behind.
+  // First this visit's resources in their order, then the others in their previous order.
   for (KnownResource& known : page.resources) {
     const auto place = visit.places_.find(known.url);
     if (place == visit.places_.end()) {

@@ -1,6 +1,6 @@
-// What the host remembers of pages between visits: per page URL its resources, in order, how often they were
-// seen and what came back for them. In memory and bounded; an observer may keep a copy elsewhere. Executor's
-// thread.
+// What the host remembers of pages between visits: for each page URL its resources in order, how often they
+// were seen, and the last responses. It is in memory and bounded; an observer may keep a copy elsewhere.
+// Executor's thread.
 #ifndef HOST_PAGE_DATABASE_H_
 #define HOST_PAGE_DATABASE_H_
 
@@ -21,13 +21,13 @@ namespace host {
 struct KnownResource {
   std::string url;
   ResourceKind kind = ResourceKind::Other;
-  bool get = true;              // asked for with GET
+  bool get = true;              // requested with GET
   bool withCredentials = true;  // its requests may carry cookies
   bool carriedCookies = false;  // its last request did
-  bool afterLoad = false;       // asked for after the page's load event, on the last visit that showed it
-  bool beforePaint = false;     // asked for before the page's first paint, on that visit
+  bool afterLoad = false;       // requested after the page's load event, on its last visit
+  bool beforePaint = false;     // requested before the page's first paint, on that visit
   int64_t askedUs = 0;          // after the page's request, on that visit
-  int64_t waitedUs = 0;         // from then to its response, on the last visit that had one for it
+  int64_t waitedUs = 0;         // from then to its response, on the last visit that had a response
   std::string headersToRepeat;  // of its last request: see host/reuse_rules.h
   uint32_t visitsSeen = 0;      // on how many visits of the page
   uint32_t lastVisit = 0;       // the number of the last one of them
@@ -44,8 +44,8 @@ struct KnownGroup {
 
 struct KnownPage {
   uint32_t visits = 0;
-  // In the order of the last visit on which each was seen. What ten visits in a row have not shown is
-  // forgotten.
+  // In the order of the last visit on which each was seen. A resource that was not seen on ten consecutive
+  // visits is forgotten.
   std::vector<KnownResource> resources;
   // By host::ConnectionGroup. Addresses that are new on every visit often lead to the same servers.
   std::map<std::string, KnownGroup> groups;
@@ -60,15 +60,15 @@ struct SeenResource {
   bool withCredentials = true;
 };
 
-// What has been seen on one visit so far.
+// What was seen on one visit until now.
 class PageVisit {
  public:
   PageVisit(std::string pageUrl, const HostSettings& settings);
 
   const std::string& PageUrl() const { return pageUrl_; }
 
-  // Calls come in any order and may be repeated. The page itself is no resource, and of a page with too many
-  // resources the first ones are kept. `afterUs`: microseconds since the page was requested.
+  // May be called in any order and repeatedly. The page itself is not a resource. Of a page with too many
+  // resources, the first ones are kept. `afterUs` is microseconds since the page was requested.
   void ResourceSeen(const SeenResource& resource, int64_t afterUs = 0);
   void ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers, int64_t afterUs = 0);
   void FirstPaint() { painted_ = true; }
@@ -99,7 +99,7 @@ class PageDatabase {
   // The page, or null before the end of its first visit. Valid until the next change.
   const KnownPage* Find(const std::string& pageUrl) const { return pages_.Peek(pageUrl); }
 
-  // Makes a visit known, and forgets the least recently visited page when there are too many.
+  // Adds a visit, and forgets the least recently visited page if there are too many.
   void Remember(PageVisit visit);
 
   // One observer at a time; both functions may be empty.

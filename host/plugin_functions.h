@@ -27,8 +27,8 @@ struct PluginFunctions {
   decltype(&::IsInDC) IsInDC = nullptr;
 };
 
-// A library that is loaded while the record lives. Throws std::runtime_error with one line that names the
-// file, and the function when it is one that is missing.
+// A loaded library. It is unloaded by the destructor. The constructor throws std::runtime_error with one line
+// that names the file, and the function if one is missing.
 class LoadedPlugin {
  public:
   explicit LoadedPlugin(const std::string& path);

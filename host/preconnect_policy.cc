@@ -10,7 +10,7 @@
 namespace host {
 namespace {
 
-// Two are enough to begin with; each one that stays unused has cost the server and the link a set-up.
+// Two are enough to begin with. Every unused connection costs the server and the link a set-up.
 constexpr size_t kMostPerGroup = 2;
 
 struct Group {
@@ -18,19 +18,19 @@ struct Group {
   std::vector<std::pair<int64_t, int64_t>> waits;  // from when until when, after the page's request
 };
 
-// Whether the next visit is likely to ask for the resource, or for one like it.
+// Whether the next visit is likely to request the resource, or a similar one.
 bool IsExpected(const KnownPage& page, const KnownResource& resource, const HostSettings& settings) {
   return resource.lastVisit == page.visits || IsSeenOften(page, resource.visitsSeen, settings);
 }
 
-// How many of them wait at a time, at most.
+// The largest number of them that wait at the same time.
 size_t Peak(std::vector<std::pair<int64_t, int64_t>> waits) {
   std::vector<std::pair<int64_t, int>> changes;
   for (const auto& [from, until] : waits) {
     changes.emplace_back(from, 1);
     changes.emplace_back(std::max(until, from + 1), -1);
   }
-  std::sort(changes.begin(), changes.end());  // at one time, ends come first
+  std::sort(changes.begin(), changes.end());  // at the same time, ends come first
   int now = 0, most = 0;
   for (const auto& [at, change] : changes) most = std::max(most, now += change);
   return static_cast<size_t>(most);

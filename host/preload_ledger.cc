@@ -5,7 +5,7 @@
 namespace host {
 namespace {
 
-// Of a preload that has ended: what of the response kept it from being held.
+// For a preload that has ended: why its response could not be held.
 NotServed WhyNotHeld(const PreloadRecord& record) {
   if (record.responseBlock.empty()) return NotServed::Failed;
   if (record.declaredLength < 0) return NotServed::NoDeclaredLength;

@@ -1,5 +1,5 @@
-// What became of each resource that the host thought of preloading for a page: plain records, written by
-// CorvaneRuntime alone. Executor's thread.
+// What happened to each resource that the host considered for preloading on a page: plain records, which only
+// CorvaneRuntime writes. Executor's thread.
 #ifndef HOST_PRELOAD_LEDGER_H_
 #define HOST_PRELOAD_LEDGER_H_
 
@@ -31,7 +31,7 @@ struct PreloadRecord {
   PreloadStage stage = PreloadStage::NotOrdered;
   bool refused = false;       // the plugin does not hold the response
   bool joined = false;        // a load waited for it
-  bool used = false;          // a load got the held response
+  bool used = false;          // a load has used the held response
   bool invalidated = false;   // a request has changed what the URL stands for
   bool limitReached = false;  // never launched, and not only for the browser's own transactions
   bool withCredentials = true;
@@ -48,8 +48,8 @@ struct PreloadRecord {
 // By URL.
 using PreloadLedger = std::map<std::string, PreloadRecord>;
 
-// Why a request that goes to the network by itself got nothing from the preload of its URL. Null: the page's
-// ledger does not know it.
+// Why a request went to the network although its URL may have been preloaded. Null means that the page's
+// ledger has no record of it.
 NotServed WhyNotAtHand(const PreloadRecord* record);
 
 }  // namespace host

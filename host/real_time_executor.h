@@ -1,4 +1,4 @@
-// An executor on the wall clock: the thread that calls Run is the command thread. Posting is for any thread.
+// An executor in real time. The thread that calls Run is the command thread. Any thread may post tasks.
 #ifndef HOST_REAL_TIME_EXECUTOR_H_
 #define HOST_REAL_TIME_EXECUTOR_H_
 
@@ -18,13 +18,13 @@ class RealTimeExecutor final : public Executor {
   TaskId PostDelayed(int64_t delayUs, std::function<void()> task) override;
   void CancelTask(TaskId id) override;
 
-  // Runs tasks as they come due, until Stop. What is left then stays for the next call.
+  // Runs tasks when they are due, until Stop. The remaining tasks are kept for the next call.
   void Run();
-  // Makes Run return after the task that it is running, or the next Run return at once. Any thread.
+  // Makes Run return after its current task, or the next Run return at once. Any thread.
   void Stop();
 
  private:
-  std::mutex mutex_;  // for everything below
+  std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
   TaskQueue tasks_;
   bool stopping_ = false;

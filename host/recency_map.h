@@ -1,4 +1,4 @@
-// A map with a bound: when it is full, the entry that was not used for the longest time goes. One thread.
+// A bounded map: when it is full, the least recently used entry is removed. One thread.
 #ifndef HOST_RECENCY_MAP_H_
 #define HOST_RECENCY_MAP_H_
 
@@ -15,14 +15,14 @@ class RecencyMap {
  public:
   explicit RecencyMap(size_t capacity) : capacity_(capacity) {}
 
-  // Does not count as a use. Valid until the entry goes.
+  // Does not count as a use. Valid until the entry is removed.
   const Value* Peek(const Key& key) const {
     const auto found = entries_.find(key);
     return found != entries_.end() ? &found->second.value : nullptr;
   }
 
-  // The value of the key, made if need be, which is now the most recently used one. Valid until the entry
-  // goes.
+  // Returns the value of the key, which is created if it does not exist and becomes the most recently used
+  // one. Valid until the entry is removed.
   Value& Use(const Key& key) {
     const auto [place, isNew] = entries_.try_emplace(key);
     if (!isNew) byUse_.erase(place->second.use);
@@ -39,7 +39,7 @@ class RecencyMap {
     return true;
   }
 
-  // Takes out the least recently used entry when there are more than the capacity; its key.
+  // Removes the least recently used entry if there are more than the capacity, and returns its key.
   std::optional<Key> DropExcess() {
     if (entries_.size() <= capacity_) return std::nullopt;
     const auto oldest = byUse_.begin();

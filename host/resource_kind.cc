@@ -12,7 +12,7 @@ struct KindName {
   ResourceKind kind;
 };
 
-// What recorders ("_resourceType") and browsers ("Sec-Fetch-Dest") call them.
+// The names in recordings ("_resourceType") and in requests ("Sec-Fetch-Dest").
 constexpr std::array<KindName, 17> kKindNames = {{{"document", ResourceKind::Document},
                                                   {"iframe", ResourceKind::Document},
                                                   {"frame", ResourceKind::Document},

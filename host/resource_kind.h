@@ -1,4 +1,4 @@
-// What a resource is to a page, as far as the host tells kinds apart, and how that is told. Any thread.
+// The kinds of resources that the host distinguishes, and how it determines them. Any thread.
 #ifndef HOST_RESOURCE_KIND_H_
 #define HOST_RESOURCE_KIND_H_
 
@@ -11,11 +11,11 @@ enum class ResourceKind { Document, Stylesheet, Script, Font, Image, Media, Data
 // By what the browser fetches it for, as Sec-Fetch-Dest and recorders name it ("style", "stylesheet",
 // "iframe", "empty", "xhr"); Other for what is not known.
 ResourceKind KindByDestination(std::string_view name);
-// The name of a kind among these, as recorders say it; "other" for Other. A literal.
+// The name of the kind in recordings; "other" for Other. A literal.
 const char* NameOfKind(ResourceKind kind);
-// By the type of the response ("text/css", without parameters, lower case).
+// Determined by the type of the response ("text/css", without parameters, lower case).
 ResourceKind KindByMimeType(std::string_view type);
-// By the ending of the URL's path.
+// Determined by the extension in the URL's path.
 ResourceKind KindBySuffix(std::string_view url);
 
 }  // namespace host

@@ -76,7 +76,7 @@ NotServed WhyNotReusable(const RequestFacts& request) {
 
 NotServed WhyNotSameSender(const RequestFacts& request, const RequestFacts& sent) {
   if (request.withCredentials != sent.withCredentials) return NotServed::OtherCredentials;
-  // HTTP/2 sends them in several headers, and their order means nothing.
+  // HTTP/2 sends them in several headers, and their order has no meaning.
   const auto cookies = [](const RequestFacts& facts) {
     std::multiset<std::string_view> all;
     http::ForEachHeader(facts.headers, [&all](std::string_view name, std::string_view value) {

@@ -1,5 +1,5 @@
-// Which request may be answered by which preload. A held response takes the place of the one that the network
-// would bring, so it must be the same response: pure functions over request and response headers, and plain
+// Decides which request may be answered by which preload. A held response replaces the response of the
+// network, so it must be the same response. Pure functions of request and response headers and of plain
 // records. Any thread.
 #ifndef HOST_REUSE_RULES_H_
 #define HOST_REUSE_RULES_H_
@@ -11,7 +11,7 @@
 
 namespace host {
 
-// A request as it is, or was, sent.
+// A request that is to be sent, or was sent.
 struct RequestFacts {
   std::string_view method;
   std::string_view headers;  // header lines as text, Cookie among them
@@ -19,17 +19,17 @@ struct RequestFacts {
   bool withCredentials = true;  // cookies and the like may be sent and stored
 };
 
-// Whether the request may be answered by a preload at all; None when it may.
+// Why no preload may answer the request, or None if one may.
 NotServed WhyNotReusable(const RequestFacts& request);
 
-// Whether the response (a raw block) that a preload has brought answers the request. `sent`: what the preload
-// was sent with. None when it does. Not asked of a request that WhyNotReusable refuses.
+// Why a preload's response (a raw block) does not answer the request, or None if it does. `sent` is the
+// request of the preload. Not to be called for a request that WhyNotReusable refuses.
 NotServed WhyNotAnswer(const RequestFacts& request, const RequestFacts& sent, std::string_view responseBlock);
 
-// The part of WhyNotAnswer that is known before there is a response.
+// The part of WhyNotAnswer that can be decided before there is a response.
 NotServed WhyNotSameSender(const RequestFacts& request, const RequestFacts& sent);
 
-// Whether a request with this method may have changed what its URL stands for.
+// Whether a request with this method may have changed the resource of its URL.
 bool IsUnsafe(std::string_view method);
 
 // What of a request's headers a later preload of its URL should carry as well, as header lines: those that

@@ -1,5 +1,5 @@
-// The tasks that an executor has yet to run, by time and then by order of posting. Used by every Executor;
-// one thread at a time.
+// The waiting tasks of an executor, ordered by time and then by order of posting. Used by every Executor. One
+// thread at a time.
 #ifndef HOST_TASK_QUEUE_H_
 #define HOST_TASK_QUEUE_H_
 
@@ -17,13 +17,13 @@ class TaskQueue {
  public:
   // `dueUs`: on the executor's clock, in microseconds.
   TaskId Add(int64_t dueUs, std::function<void()> task);
-  // Takes a task out for the caller to drop, who must hold no lock then: what it has captured may post others
-  // when it is destroyed. Empty for an unknown id.
+  // Removes a task and returns it, or an empty one for an unknown id. The caller must hold no lock when it
+  // destroys the task, because what the task has captured may post other tasks.
   std::function<void()> Remove(TaskId id);
 
-  // When the next task is due; nothing when there is none.
+  // When the next task is due, if there is one.
   std::optional<int64_t> NextDueUs() const;
-  // Takes the next task out, to be run by the caller. There must be one.
+  // Removes the next task and returns it, for the caller to run. There must be one.
   std::function<void()> TakeNext();
 
  private:

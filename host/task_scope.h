@@ -29,7 +29,7 @@ class TaskScope {
   const std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
-// One task at a time that can be called off. The executor must outlive it.
+// One task at a time, which can be cancelled. The executor must outlive it.
 class Timer {
  public:
   explicit Timer(Executor& executor) : executor_(executor) {}
@@ -37,7 +37,7 @@ class Timer {
   Timer(const Timer&) = delete;
   Timer& operator=(const Timer&) = delete;
 
-  // Replaces the task that waits, if there is one.
+  // Replaces the waiting task, if there is one.
   void Start(int64_t delayUs, std::function<void()> task) {
     Stop();
     waiting_ = executor_.PostDelayed(delayUs, [this, task = std::move(task)] {

@@ -1,4 +1,4 @@
-// The network below the host: what the browser's transactions and the fetcher's preloads are sent with.
+// The network that the host uses for the browser's transactions and the fetcher's preloads.
 #ifndef HOST_TRANSPORT_H_
 #define HOST_TRANSPORT_H_
 
@@ -31,19 +31,19 @@ inline constexpr int32_t kContentLengthMismatch = -354;
 inline constexpr int32_t kHttp2ProtocolError = -337;
 inline constexpr int32_t kCertificateError = -207;
 
-// A preload yields: it gets a connection when no transaction of the browser waits for one, and of the link
-// what host/link_policy.h says.
+// A preload yields: it gets a connection only if no transaction of the browser waits for one, and the share
+// of the link that host/link_policy.h decides.
 enum class Urgency { Browser, Preload };
 
-// The body of a request, read piece by piece.
+// The body of a request, which is read in pieces.
 class UploadBody {
  public:
   virtual ~UploadBody() = default;
 
-  // Bytes in all; -1 when that is not known before the end.
+  // The total number of bytes, or -1 if it is not known before the end.
   virtual int64_t Length() const = 0;
-  // Fills in up to `size` bytes and returns their number; 0 at the end; -1 when there is nothing yet, and
-  // `onReadable` will be called once there is; -2 when the body will never be complete.
+  // Copies up to `size` bytes and returns their number. Returns 0 at the end, -1 if there is nothing yet
+  // (then `onReadable` will be called when there is), and -2 if the body will never be complete.
   virtual int64_t Read(char* buffer, size_t size) = 0;
 
   std::function<void()> onReadable;  // set by the transport
@@ -59,12 +59,12 @@ struct TransferRequest {
   net::RequestPriority priority = net::MEDIUM;
   net::HttpRequestInfo::RequestMotivation motivation = net::HttpRequestInfo::NORMAL_MOTIVATION;
   std::shared_ptr<UploadBody> body;  // null for none
-  uint64_t requestId = 0;            // the embedder's own name of the load, if it has one
+  uint64_t requestId = 0;            // the embedder's own id of the load, if it has one
 };
 
-// When a transfer got how far; null times for what has not happened.
+// The times of a transfer. What has not happened has a null time.
 struct TransferReport {
-  base::Time started;  // asked for
+  base::Time started;  // requested
   base::Time connect;  // its connection set-up began; the same as `sent` when it needed none
   base::Time sent;
   base::Time firstByte;
@@ -72,18 +72,18 @@ struct TransferReport {
   int64_t bodyBytes = 0;  // received
 };
 
-// Hears of one transfer, on the executor's thread and never from inside a call of Transport. Any of these may
-// start, cancel, pause and hurry transfers, this one included.
+// Receives one transfer, on the executor's thread and never during a call of Transport. Each of these
+// functions may start, cancel, pause and hurry transfers, including this one.
 class TransferClient {
  public:
   virtual ~TransferClient() = default;
 
-  // A response with a status of 1xx, before the one that counts.
+  // A response with a status of 1xx, which precedes the final response.
   virtual void OnInformational(const net::HttpResponseHeaders& /*headers*/) {}
   virtual void OnResponse(const net::HttpResponseHeaders& headers) = 0;
   virtual void OnBody(const char* bytes, int32_t count) = 0;
-  // The last call. Success means that the message was complete by its own framing; whether its length is the
-  // declared one is for the client to check.
+  // The last call. Success means that the message was complete by its own framing. The client must check
+  // whether its length is the declared one.
   virtual void OnDone(int32_t result, const TransferReport& report) = 0;
 };
 
@@ -91,13 +91,13 @@ class Transport {
  public:
   virtual ~Transport() = default;
 
-  // The client must live until OnDone or Cancel. Redirects are not followed, bodies not decoded.
+  // The client must live until OnDone or Cancel. Redirects are not followed, and bodies are not decoded.
   virtual TransferId Start(const TransferRequest& request, TransferClient& client) = 0;
-  // The following ignore an id that is unknown or done.
+  // The following functions ignore unknown ids and finished transfers.
   virtual void SetUrgency(TransferId id, Urgency urgency) = 0;
-  // While false, the client gets no body, and soon the server is slowed down. True at the start.
+  // While this is false, the client receives no body and the server is slowed down. True at the start.
   virtual void SetReading(TransferId id, bool reading) = 0;
-  // Ends a transfer; its client hears nothing more. What had come of it until now.
+  // Ends a transfer; its client is not called any more. Returns what was received until now.
   virtual TransferReport Cancel(TransferId id) = 0;
 
   // Has up to `count` connections for the URL's group, set up or on the way, that no transfer uses. One is

@@ -1,5 +1,5 @@
-// The clock and event queue of a simulation: time stands still while a task runs and jumps to the next one.
-// One thread.
+// The clock and the event queue of a simulation: time stands still while a task runs and then jumps to the
+// next task. One thread.
 #ifndef HOST_VIRTUAL_CLOCK_H_
 #define HOST_VIRTUAL_CLOCK_H_
 
@@ -20,12 +20,12 @@ class VirtualClock final : public Executor {
   TaskId PostDelayed(int64_t delayUs, std::function<void()> task) override;
   void CancelTask(TaskId id) override { tasks_.Remove(id); }
 
-  // Runs every task, and those that they post, until none is left.
+  // Runs every task, including those that tasks post, until none is left.
   void Run();
-  // The same for the tasks that are due within `durationUs`; the time is then that much later.
+  // Does the same for the tasks that are due within `durationUs`, and advances the time by that much.
   void RunFor(int64_t durationUs);
 
-  // Moves the time on, to `timeUs` at least. Only while no task waits.
+  // Advances the time to at least `timeUs`. Only while no task waits.
   void AdvanceTo(int64_t timeUs);
 
  private:

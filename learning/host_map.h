@@ -1,5 +1,5 @@
-// What is known of each host and port: the browser's open transactions, the queued preloads, and how many
-// preloads are in flight. Command thread only, FetchDone included; there is no lock.
+// What is known about each host and port: the browser's open transactions, the queued preloads, and how many
+// preloads are running. Used on the command thread only, by FetchDone as well, because there is no lock.
 #ifndef LEARNING_HOST_MAP_H_
 #define LEARNING_HOST_MAP_H_
 
@@ -14,20 +14,20 @@
 namespace kiv {
 
 struct HostEntry {
-  // By transaction id; of each record only `url` is filled. Their number is the host's active count.
+  // By transaction id; only `url` of each record is set. Their number is the host's active count.
   std::map<uint32_t, CachedUrlEntry> transactions;
   std::list<PreloadRequest> preloadQueue;
   bool queueUnsorted = true;  // requests may have been appended since the last sort
   uint32_t activePreloads = 0;
 };
 
-// By host-and-port text, as HostKey gives it; byte-wise, a shorter key before the longer one that it begins.
+// The keys are those of HostKey, compared byte by byte; a shorter key precedes the longer ones it begins.
 extern std::map<std::string, HostEntry> HostMap;
 
-// The key of a URL: the host function's text, as it comes back.
+// The key of a URL: the text that CorvaneGetHostPortFromUrl returns, unchanged.
 std::string HostKey(const std::string& url);
 
-// The entry of exactly that key, or null.
+// The entry with exactly this key, or null.
 HostEntry* FindHost(const std::string& key);
 
 }  // namespace kiv

@@ -16,8 +16,8 @@ namespace {
 
 using namespace command;
 
-// Asks the host to send the page's own URL back as a preload order, unless the request is seen in the
-// meantime.
+// Asks the host to send the page's own URL back as a preload order. The order is ignored if the request is
+// seen in the meantime.
 void PostBypass(const char* url, const char* headers) {
   CorvaneCmd* const cmd = CorvaneCmdCreate(OrderPreload::kId.type, OrderPreload::kId.action, 0);
   if (cmd == nullptr) return;

@@ -6,8 +6,8 @@
 
 namespace kiv {
 
-// Actions 5 (sub-resource seen), 8 (withdraw the preloads of a URL hash) and 9 (page requested): 1. Others:
-// 0. A command without a URL that it needs is taken and ignored.
+// Returns 1 for the actions 5 (sub-resource seen), 8 (withdraw the preloads of a URL hash) and 9 (page
+// requested), and 0 for others. A command that lacks a required URL is ignored, but still returns 1.
 int32_t HandleNavigation(CorvaneCmd* cmd);
 
 }  // namespace kiv

@@ -22,7 +22,7 @@ void HandleStarted(const CommandParams& params) {
   const uint32_t urlHash = CorvaneHash(url);
   CachedUrlEntry transaction = {.url = url};
   HostEntry& host = HostMap[HostKey(transaction.url)];
-  RemoveFromQueue(host, urlHash);  // the browser is ahead of the queue
+  RemoveFromQueue(host, urlHash);  // the browser was faster than the queue
   KIV_DEBUG("Start NET trans (%08X): %s", id, url);
   host.transactions.try_emplace(id, std::move(transaction));
 }

@@ -6,8 +6,8 @@
 
 namespace kiv {
 
-// Actions 1 (a transaction starts) and 4 (it is done): 1. Others: 0. A command without URL is taken and
-// ignored.
+// Returns 1 for the actions 1 (a transaction starts) and 4 (it is done), and 0 for others. A command without
+// a URL is ignored, but still returns 1.
 int32_t HandleTransaction(CorvaneCmd* cmd);
 
 }  // namespace kiv

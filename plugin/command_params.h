@@ -1,4 +1,4 @@
-// Reading a command's parameters: an absent number is 0, an absent text or pointer null. Command thread.
+// Reads a command's parameters: absent numbers are 0, absent texts and pointers are null. Command thread.
 #ifndef PLUGIN_COMMAND_PARAMS_H_
 #define PLUGIN_COMMAND_PARAMS_H_
 
@@ -10,7 +10,7 @@
 
 namespace kiv {
 
-// A view of the command, which must outlive it. Texts stay the host's and end with the command.
+// A view of a command, which must outlive the view. The texts belong to the host and end with the command.
 class CommandParams {
  public:
   explicit CommandParams(const CorvaneCmd* cmd)

@@ -10,7 +10,7 @@
 
 namespace kiv {
 
-// Takes the command for the length of the call; its result goes back to the host unchanged.
+// Handles one command, which is only valid during the call. The result is returned to the host unchanged.
 using CommandHandler = int32_t (*)(CorvaneCmd* cmd);
 
 struct CommandEntry {
@@ -20,15 +20,15 @@ struct CommandEntry {
   uint32_t actionCount;  // how many of `actions` are in use
 };
 
-// The rows, in the order in which dispatch looks at them.
+// The rows, in the order in which they are searched.
 extern std::vector<CommandEntry> CommandTable;
 
-// Appends the four rows and writes their mask, bits 1 << type. Without memory for the rows it throws, with
-// the mask 0 and the table as it was. Always 1.
+// Appends the four rows and sets the bits 1 << type of the mask. Throws if there is no memory; the mask is
+// then 0 and the table is unchanged. Always returns 1.
 int32_t BuildCommandTable(uint32_t* mask);
 
-// Calls the handler of the first row that lists the command's type and action; 0 when there is none, or while
-// the plugin is switched off.
+// Calls the handler of the first row that lists the command's type and action. Returns 0 if there is none, or
+// while the plugin is switched off.
 int32_t DispatchCommand(CorvaneCmd* cmd);
 
 }  // namespace kiv

@@ -12,7 +12,7 @@ const char* OnOff(bool enabled) {
 
 }  // namespace
 
-// The report alone has a gate of its own, asked once per line.
+// The report has a switch of its own, which is asked for each line.
 #define KIV_REPORT(...) KIV_WRITE_IF(CorvaneIsVerboseEnabled(), ANDROID_LOG_INFO, __VA_ARGS__)
 
 int32_t ReadConfiguration(PluginState& state) {

@@ -8,8 +8,8 @@
 
 namespace kiv {
 
-// Reads and reports every property in turn, overwriting every value. A text that is no number reads as 0.
-// Always 1.
+// Reads and reports each property and overwrites its value. Non-numeric values are read as 0.
+// Always returns 1.
 int32_t ReadConfiguration(PluginState& state);
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
-// The process-wide containers. They stand in one file because only here does the language fix their order:
-// each is constructed after, and destroyed before, the ones above it.
+// The process-wide containers. They are in one file because the language defines their order only within a
+// file: each is constructed after, and destroyed before, the ones above it.
 #include "cache/preload_cache.h"
 #include "learning/host_map.h"
 #include "plugin/command_table.h"

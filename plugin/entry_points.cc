@@ -1,5 +1,5 @@
-// The exported functions: each makes sure that the state exists, refuses what the caller may get wrong, calls
-// the room that owns the matter, and lets no exception out.
+// The exported functions. Each makes sure that the state exists, refuses invalid arguments, calls the folder
+// that owns the matter, and lets no exception out.
 #include "cache/fetch_callbacks.h"
 #include "cache/maintenance.h"
 #include "cache/serving.h"
@@ -7,10 +7,11 @@
 #include "plugin/configuration.h"
 #include "plugin/kiv_proc_plugin.h"
 #include "plugin/plugin_state.h"
+#include "plugin/version.h"
 
 namespace {
 
-// What `body` returns, or `refused` when it ran out of memory.
+// Returns what `body` returns, or `refused` if it runs out of memory.
 template <typename Result, typename Body>
 Result OrElse(Result refused, const Body& body) noexcept {
   try {
@@ -43,7 +44,7 @@ int32_t OnGetProcInfo(std::string& name, std::string& version) {
   kiv::GetPluginState();
   return OrElse(1, [&] {
     name = "kiv_plugin";
-    version = "6.0.3";
+    version = KIV_VERSION;
     return 1;
   });
 }

@@ -1,12 +1,12 @@
-// The plugin's log lines and their gates, written once. Any thread. The verbosity is asked at each line, and
-// the arguments are not evaluated when the gate is shut.
+// How the plugin writes log lines, and at which verbosity. Any thread. The verbosity is queried for each
+// line, and the arguments are evaluated only if the line is written.
 #ifndef PLUGIN_LOG_H_
 #define PLUGIN_LOG_H_
 
 #include "android/log.h"
 #include "plugin/corvane.h"
 
-// The format is a literal, so that the compiler checks the arguments against it.
+// The format must be a literal, so that the compiler can check the arguments.
 #define KIV_WRITE(priority, format, ...)                      \
   __android_log_buf_print(LOG_ID_SYSTEM, (priority), nullptr, \
                           "netstack: KIV_PROC - " format __VA_OPT__(, ) __VA_ARGS__)

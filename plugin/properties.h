@@ -1,5 +1,5 @@
-// The eight system properties: their names, what they are when nobody has set them, and how they are read.
-// The plugin, the host, the programs' options and the documentation all follow this table. Any thread.
+// The eight system properties: their names, their defaults, and how they are read. The plugin, the host, the
+// programs' options and the documentation all follow this table. Any thread.
 #ifndef PLUGIN_PROPERTIES_H_
 #define PLUGIN_PROPERTIES_H_
 
@@ -14,7 +14,7 @@ namespace kiv {
 
 struct Property {
   const char* name;
-  const char* fallback;  // the text that stands in for an unset property
+  const char* fallback;  // the value of a property that is not set
   int64_t least;         // the values that make sense. The plugin takes any text: see ReadProperty
   int64_t most;
   const char* meaning;
@@ -43,8 +43,8 @@ inline constexpr std::array kAll = {kOn,           kBypassEnabled, kBypassDelay,
 
 }  // namespace property
 
-// The property's value, read as atoi reads it: non-numeric values are read as 0. The overflow that atoi
-// leaves undefined ends at the nearest limit.
+// The property's value, parsed like atoi: non-numeric values are read as 0. Values that do not fit, for which
+// atoi is undefined, become the nearest limit.
 inline int32_t ReadProperty(const Property& property) {
   char text[PROPERTY_VALUE_MAX];
   property_get(property.name, text, property.fallback);

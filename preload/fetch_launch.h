@@ -9,9 +9,9 @@
 namespace kiv {
 
 // Makes the URL's PreloadEntry and starts its fetch, or leaves it Delayed while the host has no message loop
-// or HTTP cache. Takes PreloadLock. `requestHeaders`: header lines as text; `context` is not owned. 0:
-// nothing was launched (null text, no context, or the fetcher refused, which leaves the entry Pending). 1:
-// delayed, or the URL was in the preload cache already. Else the fetcher's own non-zero answer.
+// or HTTP cache. Takes PreloadLock. `requestHeaders` is header lines as text; `context` is not owned. Returns
+// 0 if nothing was launched (null text, no context, or the fetcher refused, which leaves the entry Pending),
+// 1 if it is delayed or the URL was in the preload cache already, else the fetcher's non-zero answer.
 int32_t LaunchFetch(const char* url, uint32_t loadFlags, net::URLRequestContext* context,
                     const char* requestHeaders) LOCKS_EXCLUDED(PreloadLock);
 

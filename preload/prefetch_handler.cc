@@ -19,7 +19,7 @@ const char* OrEmpty(const char* text) {
   return text != nullptr ? text : "";
 }
 
-// What a page's sub-resources are fetched with: cookies, user agent and the rest of the request stay out.
+// The headers that a page's sub-resources are fetched with. Cookies, user agent and all others are left out.
 std::string ReducedHeaders(const char* requestHeaders) {
   net::HttpRequestHeaders all;
   all.AddHeadersFromString(requestHeaders);

@@ -7,9 +7,9 @@
 
 namespace kiv {
 
-// Actions 1 (request seen), 4 (run a pass), 20 (start the delayed fetches) and 21 (preload order): 1. Others:
-// 0. An absent text counts as empty. Action 20 holds PreloadLock for its whole walk, action 4 and 21 take it
-// per launch.
+// Returns 1 for the actions 1 (request seen), 4 (launch what fits), 20 (start the delayed fetches) and 21
+// (preload order), and 0 for others. Absent texts count as empty. Action 20 holds PreloadLock while it visits
+// all entries; the actions 4 and 21 take it for each launch.
 int32_t HandlePrefetch(CorvaneCmd* cmd) LOCKS_EXCLUDED(PreloadLock);
 
 }  // namespace kiv

@@ -23,7 +23,7 @@ void RemoveFromQueue(HostEntry& host, uint32_t urlHash) {
 
 void SortQueue(HostEntry& host) {
   if (!host.queueUnsorted) return;
-  host.preloadQueue.sort(  // stable, and allocates nothing
+  host.preloadQueue.sort(  // stable; allocates nothing
       [](const PreloadRequest& a, const PreloadRequest& b) { return a.priority < b.priority; });
   host.queueUnsorted = false;
 }

@@ -1,4 +1,4 @@
-// The queue of preloads of each host: the one way in, and removal. Command thread.
+// Adds preloads to the queue of their host, and removes them. Command thread.
 #ifndef PRELOAD_PRELOAD_QUEUE_H_
 #define PRELOAD_PRELOAD_QUEUE_H_
 
@@ -13,10 +13,10 @@ namespace kiv {
 void SetForPreload(const char* url, uint32_t mainUrlHash, uint32_t priority, uint32_t loadFlags,
                    const std::string& requestHeaders);
 
-// Removes every queued preload with that hash; the others keep their order.
+// Removes every queued preload with this hash; the others keep their order.
 void RemoveFromQueue(HostEntry& host, uint32_t urlHash);
 
-// Sorts by ascending priority, equal ones in the order in which they came, if anything was appended since.
+// Sorts by ascending priority if anything was appended since. Equal priorities keep their order.
 void SortQueue(HostEntry& host);
 
 }  // namespace kiv

@@ -10,10 +10,10 @@ namespace kiv {
 struct PreloadRequest {
   uint32_t urlHash;
   std::string url;
-  uint32_t mainUrlHash;        // the page that lends context and headers; 0 for none
+  uint32_t mainUrlHash;        // the page whose context and headers are used; 0 for none
   uint32_t priority;           // smaller leaves the queue first
-  uint32_t loadFlags;          // handed on unchanged
-  std::string requestHeaders;  // replaced by the page's when the page is found
+  uint32_t loadFlags;          // passed on unchanged
+  std::string requestHeaders;  // replaced by those of the page if it is known
 };
 
 }  // namespace kiv

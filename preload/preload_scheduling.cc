@@ -11,8 +11,8 @@
 namespace kiv {
 namespace {
 
-// The page's request context, null when none was recorded, with its headers copied into the request. On the
-// way the resource becomes known as one of the page's.
+// Returns the page's request context, or null when none was recorded, and copies the page's headers into the
+// request. Also records the resource as one of the page's.
 net::URLRequestContext* FindContext(PreloadRequest& request) {
   if (request.mainUrlHash == 0) return nullptr;
   net::URLRequestContext* context = nullptr;
@@ -26,7 +26,7 @@ net::URLRequestContext* FindContext(PreloadRequest& request) {
   return context;
 }
 
-// What LaunchFetch answers; without memory for the launch it counts as refused, and the pass goes on.
+// What LaunchFetch returns. Running out of memory counts as refused, and the pass continues.
 int32_t Launch(PreloadRequest& request) {
   try {
     net::URLRequestContext* const context = FindContext(request);
@@ -36,7 +36,7 @@ int32_t Launch(PreloadRequest& request) {
   }
 }
 
-// Takes requests from the front of the queue. One that is refused is dropped and costs no slot.
+// Takes requests from the front of the queue. A refused one is dropped and uses no slot.
 void LaunchQueued(HostEntry& host, uint32_t slots) {
   const auto preloadLimit = static_cast<uint32_t>(GetPluginState().preloadLimit);
   SortQueue(host);
@@ -60,7 +60,7 @@ void CheckPreload() {
     const auto active = static_cast<uint32_t>(host.transactions.size());
     KIV_INFO("Check Preload (%s) - Active:%d, In Preload Queue:%d", place->first.c_str(),
              static_cast<int32_t>(active), static_cast<int32_t>(host.preloadQueue.size()));
-    // Without sign: more idle sockets than the group has make the room very large.
+    // Unsigned: if more sockets stay idle than the group has, the room becomes very large.
     const uint32_t free =
         static_cast<uint32_t>(CorvaneGetMaxSocketsPerGroup()) - static_cast<uint32_t>(idleSockets);
     if (free > active && active == 0 && host.preloadQueue.empty()) {

@@ -4,8 +4,8 @@
 
 namespace kiv {
 
-// Visits every host: launches what its free sockets and the preload limit allow, and drops a host that has
-// nothing left to do. PreloadLock is taken inside each launch, never around the walk.
+// For each host: launches what its free sockets and the preload limit allow, and removes the host if nothing
+// is left to do for it. PreloadLock is taken for each launch, never for the whole loop.
 void CheckPreload();
 
 }  // namespace kiv

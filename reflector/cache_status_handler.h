@@ -6,7 +6,7 @@
 
 namespace kiv {
 
-// Marks the URL of a hash as held by the disk cache (status not 0) or forgets it. Always 1.
+// Marks the URL with a hash as held by the disk cache (status not 0) or forgets it. Always returns 1.
 int32_t SetCacheStatus(CorvaneCmd* cmd);
 
 }  // namespace kiv

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "host/property_values.h"
+#include "plugin/version.h"
 #include "replay/recordings_to_read.h"
 
 namespace replay {
@@ -46,6 +47,7 @@ struct Texts {
   std::string revisitAfter = "1h";
   std::string join = "on";
   std::string preconnect = "on";
+  std::string certificates = "on", dns = "on", slowStart = "on";
   std::string log;
   std::string jobs;
   std::vector<std::string> properties;
@@ -177,6 +179,9 @@ ReplayOptions Replay(const Texts& texts) {
   options.revisitAfterMs = Duration("--revisit-after", texts.revisitAfter);
   options.join = OnOrOff("--join", texts.join);
   options.preconnect = OnOrOff("--preconnect", texts.preconnect);
+  options.costs.certificates = OnOrOff("--certificates", texts.certificates);
+  options.costs.nameLookups = OnOrOff("--dns", texts.dns);
+  options.costs.slowStart = OnOrOff("--slow-start", texts.slowStart);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
   if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
   if (!texts.beaconsFile.empty())
@@ -241,6 +246,12 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
        "on|off")
       ->capture_default_str();
   text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
+      ->capture_default_str();
+  text("--certificates", texts.certificates, "on: a TLS set-up brings certificates over the link", "on|off")
+      ->capture_default_str();
+  text("--dns", texts.dns, "on: the first connection to a host name waits for its address", "on|off")
+      ->capture_default_str();
+  text("--slow-start", texts.slowStart, "on: connections begin with a small window", "on|off")
       ->capture_default_str();
   text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
        "FILE");

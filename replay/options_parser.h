@@ -23,11 +23,10 @@ struct CommandLine {
   std::string pluginPath;               // empty: the library beside the program
   std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
   std::vector<Output> outputs;          // the reports that are wanted
+  bool force = false;                   // they may replace files that are not reports
   bool merge = false;                   // `recordings` are files of JSON lines; `replay` is what these say
   std::vector<FailCondition> failConditions;
-  bool force = false;  // they may replace files that are not reports
-  std::vector<std::string>
-      settingsPaths;  // the other files that were read: lists, those of --props and --beacons
+  std::vector<std::string> settingsPaths;  // the other files that were read: lists, --props and --beacons
   unsigned jobs = 1;
   bool visitsGiven = false;  // replay.visits was asked for
 };

@@ -22,7 +22,7 @@ void KeepFirst(std::optional<double>& kept, const Value& value, double otherwise
   if (!kept) kept = ParseSeconds(value.value_or("")).value_or(otherwise);
 }
 
-// Line by line, so that a quote that one of them leaves open hides nothing of the next.
+// Line by line, so that an unclosed quote in one line does not affect the next.
 template <typename OnDirective>
 void ForEachControl(std::string_view block, const OnDirective& onDirective) {
   ForEachHeader(block, [&onDirective](std::string_view name, std::string_view value) {
@@ -30,7 +30,7 @@ void ForEachControl(std::string_view block, const OnDirective& onDirective) {
   });
 }
 
-// Older than Cache-Control, and yields to it.
+// Older than Cache-Control, which takes precedence.
 bool OnlyPragmaSaysNoCache(std::string_view block) {
   return !HasHeader(block, "Cache-Control") &&
          ListHas(CombinedHeader(block, "Pragma").value_or(""), "no-cache");

@@ -1,4 +1,4 @@
-// What Cache-Control and Pragma say, in requests and in responses, to a private cache. Any thread.
+// What Cache-Control and Pragma in requests and responses mean for a private cache. Any thread.
 #ifndef HOST_HTTP_CACHE_CONTROL_H_
 #define HOST_HTTP_CACHE_CONTROL_H_
 
@@ -11,8 +11,8 @@ namespace http {
 // 2^31, as does every one beyond that. Nothing for anything else.
 std::optional<double> ParseSeconds(std::string_view text);
 
-// Of a directive with a number that stands there more than once the first one counts. What is for shared
-// caches only (s-maxage, proxy-revalidate) is left out.
+// If a directive with a number is repeated, the first one counts. Directives that only concern shared caches
+// (s-maxage, proxy-revalidate) are left out.
 struct ResponseCacheControl {
   bool noStore = false;
   bool noCache =
@@ -22,18 +22,18 @@ struct ResponseCacheControl {
   bool isPublic = false;
   bool isPrivate = false;  // also when it names fields
   bool immutable = false;
-  std::optional<double> maxAgeS;  // 0 when its value does not parse
+  std::optional<double> maxAgeS;  // 0 if its value cannot be parsed
 };
 ResponseCacheControl ReadResponseCacheControl(std::string_view responseBlock);
 
-// A value that does not parse counts as the one that accepts least.
+// A value that cannot be parsed counts as the most restrictive one.
 struct RequestCacheControl {
   bool noStore = false;
   bool noCache = false;  // also Pragma: no-cache alone
   bool onlyIfCached = false;
   std::optional<double> maxAgeS;
   std::optional<double> minFreshS;
-  std::optional<double> maxStaleS;  // infinite when it stands there without a value
+  std::optional<double> maxStaleS;  // infinite if it has no value
 };
 RequestCacheControl ReadRequestCacheControl(std::string_view requestHeaders);
 

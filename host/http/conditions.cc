@@ -11,7 +11,7 @@
 namespace http {
 namespace {
 
-// What says how the body is written or framed. Content-Location says where it can be found: it stays.
+// Headers that describe the coding or framing of the body. Content-Location does not, so it is kept.
 constexpr std::array<std::string_view, 7> kBodyHeaders = {
     "Content-Encoding", "Content-Language", "Content-Length",   "Content-Range",
     "Content-Type",     "Trailer",          "Transfer-Encoding"};

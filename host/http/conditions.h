@@ -8,8 +8,8 @@
 
 namespace http {
 
-// Whether the request asks for a response only if it is another one than the client has: If-None-Match or
-// If-Modified-Since. Preconditions of other kinds and ranges are not meant.
+// Whether the request wants a response only if the client does not have it: If-None-Match or
+// If-Modified-Since. Other preconditions and ranges do not count.
 bool IsConditional(std::string_view requestHeaders);
 
 // Whether the client has what the response holds, so that a 304 answers its GET. The response has to be one

@@ -17,7 +17,7 @@ std::string_view CanonicalName(std::string_view coding) {
   return older ? coding.substr(2) : coding;
 }
 
-// "0", "0.5", "1.000": at most three decimals, none of them above one. Whether it is one and more than 0.
+// Whether the text is a valid quality above 0: "0", "0.5", "1.000", with at most three decimals.
 bool IsPositiveQuality(std::string_view text) {
   if (text.empty() || text.size() > 5 || (text[0] != '0' && text[0] != '1')) return false;
   if (text.size() > 1 && text[1] != '.') return false;
@@ -26,7 +26,7 @@ bool IsPositiveQuality(std::string_view text) {
   return text[0] == '1' || decimals.find_first_not_of('0') != std::string_view::npos;
 }
 
-// Of "gzip;q=0.5" what stands after the coding: whether it is accepted.
+// Whether a coding is accepted, by what follows it: ";q=0.5" in "gzip;q=0.5".
 bool AllowedByQuality(std::string_view parameters) {
   while (!parameters.empty()) {
     const Directive parameter = ParseDirective(TakeItem(parameters, ';'));
@@ -35,7 +35,7 @@ bool AllowedByQuality(std::string_view parameters) {
   return true;
 }
 
-// What the list says of a coding itself; nothing when it does not name it.
+// What the list says about a coding; nothing if it does not name it.
 std::optional<bool> Listed(std::string_view acceptEncoding, std::string_view coding) {
   while (!acceptEncoding.empty()) {
     std::string_view parameters = TakeItem(acceptEncoding);

@@ -1,4 +1,4 @@
-// Whether a client can read the way in which a response's body is coded: Accept-Encoding. Any thread.
+// Whether a client can decode the body of a response: Accept-Encoding. Any thread.
 #ifndef HOST_HTTP_CONTENT_CODING_H_
 #define HOST_HTTP_CONTENT_CODING_H_
 
@@ -6,9 +6,9 @@
 
 namespace http {
 
-// Whether the request accepts every coding that the response's Content-Encoding names, or an uncoded body
-// when it names none. Without Accept-Encoding anything will do; with an empty one only an uncoded body. A
-// quality that does not parse counts as 0, and the first mention of a coding counts.
+// Whether the request accepts every coding in the response's Content-Encoding, or an uncoded body if there is
+// none. Without Accept-Encoding everything is accepted; with an empty one, only an uncoded body. A quality
+// that cannot be parsed counts as 0. The first mention of a coding counts.
 bool AcceptsCodingOf(std::string_view requestHeaders, std::string_view responseBlock);
 
 }  // namespace http

@@ -21,7 +21,8 @@ bool IsDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Takes the leading digits off `text`; nothing when there are fewer than `least` or more than `most`.
+// Removes the leading digits from `text`. Returns nothing if there are fewer than `least` or more than
+// `most`.
 std::optional<int> TakeNumber(std::string_view& text, size_t least, size_t most) {
   size_t digits = 0;
   while (digits < text.size() && IsDigit(text[digits])) ++digits;
@@ -38,7 +39,7 @@ bool Take(std::string_view& text, std::string_view oneOf) {
   return true;
 }
 
-// Whole days; nothing for a day that no calendar has.
+// Whole days; nothing for a day that does not exist.
 std::optional<double> DateMs(int year, int month, int day) {
   const std::chrono::year_month_day date{std::chrono::year(year),
                                          std::chrono::month(static_cast<unsigned>(month)),
@@ -47,7 +48,7 @@ std::optional<double> DateMs(int year, int month, int day) {
   return static_cast<double>(std::chrono::sys_days(date).time_since_epoch().count()) * 86400e3;
 }
 
-// Takes "hh:mm:ss"; second 60 is a leap second.
+// Parses "hh:mm:ss"; second 60 is a leap second.
 std::optional<double> TakeClockMs(std::string_view& text) {
   const auto hour = TakeNumber(text, 1, 2);
   if (!hour || !Take(text, ":")) return std::nullopt;
@@ -58,7 +59,7 @@ std::optional<double> TakeClockMs(std::string_view& text) {
   return ((*hour * 60.0 + *minute) * 60.0 + *second) * 1e3;
 }
 
-// Takes ".123": digits beyond what a double holds make no difference.
+// Parses ".123". Digits beyond the precision of a double are ignored.
 double TakeFractionMs(std::string_view& text) {
   double ms = 0;
   if (!Take(text, ".,")) return ms;
@@ -69,7 +70,7 @@ double TakeFractionMs(std::string_view& text) {
   return ms;
 }
 
-// What is left after the time: nothing, "Z", "+01:00", "+0100" or "+01".
+// Parses what follows the time: nothing, "Z", "+01:00", "+0100" or "+01".
 std::optional<double> ZoneMs(std::string_view text) {
   if (text.empty() || text == "Z" || text == "z") return 0;
   const double sign = text.front() == '-' ? -1 : 1;
@@ -83,7 +84,7 @@ std::optional<double> ZoneMs(std::string_view text) {
   return sign * (*hour * 60.0 + *minute) * 60e3;
 }
 
-// "Nov" and "November" give 11; 0 when it names no month.
+// "Nov" and "November" give 11; other words give 0.
 int MonthNumber(std::string_view word) {
   for (size_t month = 0; month < kMonths.size(); ++month) {
     if (net::EqualsIgnoringCase(word.substr(0, 3), kMonths[month])) return static_cast<int>(month) + 1;
@@ -91,7 +92,7 @@ int MonthNumber(std::string_view word) {
   return 0;
 }
 
-// Of two digits, as browsers read them.
+// Years of two digits, as browsers interpret them.
 int FullYear(int year, size_t digits) {
   if (digits > 2) return year;
   return year < 70 ? year + 2000 : year + 1900;
@@ -116,8 +117,8 @@ std::optional<double> ParseIsoDate(std::string_view text) {
   return *date + *clock + fraction - *zone;
 }
 
-// The words come in any order: the one with colons is the time, the one of letters that names a month is the
-// month, and of the numbers the day comes before the year in every form.
+// The words come in any order. The word with colons is the time, and the name of a month is the month. In
+// every form, the day precedes the year.
 std::optional<double> ParseHttpDate(std::string_view text) {
   constexpr std::string_view kBetween = " \t,-";
   std::optional<double> clock;

@@ -1,4 +1,4 @@
-// Dates as recordings and HTTP headers write them, in milliseconds since 1970 UTC. Any thread.
+// Dates in recordings and in HTTP headers, in milliseconds since 1970 UTC. Any thread.
 #ifndef HOST_HTTP_DATES_H_
 #define HOST_HTTP_DATES_H_
 
@@ -16,7 +16,7 @@ std::optional<double> ParseIsoDate(std::string_view text);
 // 08:49:37 GMT", no zone). GMT is assumed. Nothing for anything else ("0", "-1", "never").
 std::optional<double> ParseHttpDate(std::string_view text);
 
-// The date in the first header of that name, if it is one.
+// The date in the first header with that name, if it is a date.
 std::optional<double> FindDateHeader(std::string_view block, std::string_view name);
 
 // "Sun, 06 Nov 1994 08:49:37 GMT": the second that the time is in. Times before 1970 and after 9999 become

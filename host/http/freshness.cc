@@ -11,9 +11,9 @@
 namespace http {
 namespace {
 
-// Statuses that may be stored, and guessed about, when the headers say nothing. A 304 renews what is stored.
+// Statuses that may be stored, for a heuristic time, even if no header says so. A 304 renews a response.
 constexpr std::array kHeuristicStatuses = {200, 203, 204, 206, 300, 301, 304, 308, 404, 405, 410, 414, 501};
-// Others whose rules are known, so that "must-understand" lets them be stored.
+// Others whose rules are implemented, so that "must-understand" permits storing them.
 constexpr std::array kUnderstoodStatuses = {302, 303, 307};
 constexpr double kHeuristicShare = 0.1;  // of the time since the last modification
 
@@ -22,7 +22,7 @@ bool IsOneOf(const std::array<int, kSize>& statuses, int status) {
   return std::find(statuses.begin(), statuses.end(), status) != statuses.end();
 }
 
-// Of a list the first number counts.
+// The first number of a list counts.
 double AgeHeaderMs(std::string_view responseBlock) {
   std::string_view list = FindHeader(responseBlock, "Age").value_or("");
   return list.empty() ? 0 : ParseSeconds(TakeItem(list)).value_or(0) * 1e3;

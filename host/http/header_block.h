@@ -20,11 +20,11 @@ struct HeaderLines {
 };
 HeaderLines HeaderLinesOf(std::string_view block);
 
-// The first line of a response's block without its NUL; empty for a request's.
+// The first line of a response's block without its NUL; empty for a request.
 std::string_view StatusLine(std::string_view block);
 
-// Calls onHeader(name, value) for each header in the order of the lines, both without the blanks around them.
-// Lines without a colon or without a name are passed over.
+// Calls onHeader(name, value) for each header in the order of the lines, without the blanks around them.
+// Lines without a colon or a name are skipped.
 template <typename OnHeader>
 void ForEachHeader(std::string_view block, const OnHeader& onHeader) {
   auto [text, lineEnd] = HeaderLinesOf(block);
@@ -32,11 +32,11 @@ void ForEachHeader(std::string_view block, const OnHeader& onHeader) {
   while (net::TakeHeader(text, lineEnd, name, value)) onHeader(name, value);
 }
 
-// The value of the first header of that name, which may be empty; nothing when there is none.
+// The value of the first header with that name, which may be empty; nothing if there is none.
 std::optional<std::string_view> FindHeader(std::string_view block, std::string_view name);
 
-// The values of all headers of that name, joined with ", ": one list, for headers that are lists. Nothing
-// when there is none.
+// The values of all headers with that name, joined with ", ", for headers that are lists. Nothing if there
+// is none.
 std::optional<std::string> CombinedHeader(std::string_view block, std::string_view name);
 
 bool HasHeader(std::string_view block, std::string_view name);

@@ -14,7 +14,7 @@ namespace http {
 // list.
 std::string_view TakeItem(std::string_view& list, char separator = ',');
 
-// Calls onItem(item) for each item that is not empty.
+// Calls onItem(item) for every item that is not empty.
 template <typename OnItem>
 void ForEachItem(std::string_view list, const OnItem& onItem) {
   while (!list.empty()) {
@@ -41,8 +41,8 @@ void ForEachDirective(std::string_view list, const OnDirective& onDirective) {
   });
 }
 
-// What the ETag header holds. A tag without quotes, which some servers send, is taken as it stands and equals
-// no tag with quotes.
+// The value of an ETag header. A tag without quotes, which some servers send, is kept as it is and does not
+// equal any tag with quotes.
 struct EntityTag {
   bool weak = false;
   std::string_view opaque;  // with its quotes

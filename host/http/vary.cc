@@ -9,7 +9,7 @@
 namespace http {
 namespace {
 
-// All items of the header with one comma after each; nothing when there is no such header.
+// All items of the header, each followed by a comma; nothing if there is no such header.
 std::optional<std::string> NormalizedHeader(std::string_view headers, std::string_view name) {
   const std::optional<std::string> combined = CombinedHeader(headers, name);
   if (!combined) return std::nullopt;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "live/journal/page_lines.h"
+#include "plugin/version.h"
 
 namespace live {
 namespace {

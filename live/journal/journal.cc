@@ -15,13 +15,15 @@ constexpr size_t kMaxOpenPages = 1000;  // and some that are not any more
 
 }  // namespace
 
-Journal::Journal(const JournalSettings& settings, host::Executor& executor, WallClock wallClock,
+Journal::Journal(host::Executor& executor, WallClock wallClock,
                  std::function<void(const std::string& line)> line, Tell tell)
     : executor_(executor),
       wallClock_(std::move(wallClock)),
       line_(std::move(line)),
       tell_(std::move(tell)),
-      flushTimer_(executor) {
+      flushTimer_(executor) {}
+
+void Journal::Open(const JournalSettings& settings) {
   if (!settings.jsonPath.empty()) json_.emplace(settings.jsonPath, GrowingFile::Existing::Kept);
   if (!settings.harPath.empty()) har_.emplace(settings.harPath, settings.har, tell_);
 }

@@ -27,11 +27,12 @@ class Journal {
  public:
   using Tell = std::function<void(const std::string& message)>;
 
-  // `line` gets each page load's line, `tell` what goes wrong with the files, once. Throws
-  // std::runtime_error with one line when one of them cannot be written at all. The executor must live
+  // `line` gets each page load's line, `tell` what goes wrong with the files, once. The executor must live
   // longer.
-  Journal(const JournalSettings& settings, host::Executor& executor, WallClock wallClock,
-          std::function<void(const std::string& line)> line, Tell tell);
+  Journal(host::Executor& executor, WallClock wallClock, std::function<void(const std::string& line)> line,
+          Tell tell);
+  // Begins to write the files. Throws std::runtime_error with one line when one of them cannot be written.
+  void Open(const JournalSettings& settings);
 
   // For the engine, which must not outlive the journal.
   EngineObserver Observer();

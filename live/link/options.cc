@@ -11,6 +11,7 @@
 
 #include "live/link/addresses.h"
 #include "live/link/tun.h"
+#include "plugin/version.h"
 #include "replay/model/network_profiles.h"
 
 namespace live_link {

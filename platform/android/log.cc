@@ -21,7 +21,7 @@ void android_log::SetSink(Sink sink) {
 }
 
 extern "C" int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fmt, ...) {
-  // A line of the log holds no more than this; what is longer is cut, as on the device.
+  // The maximum length of a line. Longer lines are cut, as on the device.
   constexpr size_t kMaxLine = 4096;
   char line[kMaxLine];
   va_list args;

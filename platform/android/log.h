@@ -1,4 +1,4 @@
-// Android's log: printf-style lines, handed to a sink that the host may replace. Any thread.
+// Android's log: printf-style lines, passed to a sink that the host may replace. Any thread.
 #ifndef ANDROID_LOG_H_
 #define ANDROID_LOG_H_
 
@@ -27,14 +27,14 @@ int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fm
     __attribute__((format(printf, 4, 5)));
 }
 
-// Not in the real header: where this stand-in's lines go.
+// Not in the real header: the destination of this stub's lines.
 namespace android_log {
 
-// Called on the thread that logs, by several threads at once where several log; `tag` may be null, `text`
-// lives for the call.
+// Called on the thread that logs, and by several threads at once if several log. `tag` may be null. `text` is
+// valid during the call.
 using Sink = void (*)(int bufferId, int priority, const char* tag, const char* text);
 
-// Replaces the sink; null restores the first one, which writes lines of priority 5 and 6 to standard error.
+// Replaces the sink. Null restores the default, which writes lines of priority 5 and 6 to standard error.
 void SetSink(Sink sink);
 
 }  // namespace android_log

@@ -1,4 +1,4 @@
-// Lock annotations that clang's -Wthread-safety checks; they vanish under other compilers.
+// Lock annotations that clang's -Wthread-safety checks; other compilers ignore them.
 #ifndef BASE_THREAD_ANNOTATIONS_H_
 #define BASE_THREAD_ANNOTATIONS_H_
 

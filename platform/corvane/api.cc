@@ -1,4 +1,4 @@
-// The Corvane functions that the plugin imports, each one handed to the Api that is set.
+// The Corvane functions that the plugin imports. Each calls the Api that is set.
 #include <atomic>
 #include <chrono>
 
@@ -16,7 +16,7 @@ std::atomic<Api*> g_api = &g_defaultApi;
 
 Api::~Api() = default;
 
-// 32-bit FNV-1a, with 0 left out: the hash is also the fetch cookie, and a null cookie means none.
+// 32-bit FNV-1a, but never 0: the hash is also the fetch cookie, and a null cookie is invalid.
 uint32_t Api::Hash(const char* url) {
   uint32_t hash = 2166136261U;
   for (; *url != '\0'; ++url) hash = (hash ^ static_cast<unsigned char>(*url)) * 16777619U;
@@ -96,7 +96,7 @@ base::Time CorvaneGetSystemTime() {
   return g_api.load()->SystemTime();
 }
 
-// Saturates: a clock that jumps must not turn an old time into a young one.
+// Saturates, so that a clock that jumps does not make an old time look recent.
 int CorvaneGetTimeDeltaInMs(const base::Time& from, const base::Time& to) {
   int64_t microseconds = 0;
   if (__builtin_sub_overflow(to.ToInternalValue(), from.ToInternalValue(), &microseconds)) {

@@ -1,5 +1,5 @@
-// Where a running host plugs into the stand-in's Corvane functions: libcorvane.so answers them from the Api
-// that is set here. A program that defines the functions itself (they are plain symbols) needs none of this.
+// The interface between a running host and the stub's Corvane functions: libcorvane.so forwards them to the
+// Api that is set here. A program that defines the functions itself (plain symbols) does not need it.
 #ifndef CORVANE_API_H_
 #define CORVANE_API_H_
 
@@ -7,9 +7,9 @@
 
 namespace corvane {
 
-// Answers the plugin's calls. The base class is a host that is up, refuses every fetch, logs nothing and
-// keeps no command. Each function is called on the thread that the function of the same name in
-// plugin/corvane.h names.
+// Answers the plugin's calls. The base class behaves like a running host that refuses every fetch, logs
+// nothing and discards commands. Each function is called on the thread that plugin/corvane.h names for the
+// function of the same name.
 class Api {
  public:
   virtual ~Api();
@@ -24,11 +24,11 @@ class Api {
   virtual int VerboseLevel();
   virtual bool VerboseEnabled();
   virtual CorvaneCmd* CmdCreate(CorvaneCmdType type, CorvaneActionType action, unsigned int value);
-  // Takes the command over: the host frees it with FreeCommand once it has been handled.
+  // Takes ownership of the command. The host frees it with FreeCommand after it was handled.
   virtual void CommitDelayed(CorvaneCmd* cmd, unsigned int delay);
 };
 
-// Sets the answers of this process; null restores the base class. Not while the plugin is running.
+// Sets the Api of this process; null restores the base class. Must not be called while the plugin runs.
 void SetApi(Api* api);
 
 }  // namespace corvane

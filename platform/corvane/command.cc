@@ -7,7 +7,7 @@
 namespace corvane {
 namespace {
 
-// What stands behind the pointer of a record made here. Deques, because parameters and texts must not move.
+// The full object behind a record made here. It uses deques because parameters and texts must not move.
 struct OwnedCommand : CorvaneCmd {
   OwnedCommand() : CorvaneCmd{} {}
 

@@ -8,7 +8,7 @@
 
 namespace corvane {
 
-// Frees a record that was made here, with its texts. Null is fine.
+// Frees a record that was made here, and its texts. The record may be null.
 void FreeCommand(CorvaneCmd* cmd);
 
 // Owns a command record. One thread at a time.
@@ -16,8 +16,8 @@ class Command {
  public:
   explicit Command(kiv::CommandId id);
 
-  // Set one parameter; the ones before it that nobody sets read as 0 or null. A text is copied, and null
-  // stays null.
+  // Set one parameter. Parameters before it that are not set are read as 0 or null. Texts are copied and
+  // may be null.
   Command& Set(kiv::NumberParam param, uint32_t number);
   Command& Set(kiv::TextParam param, const char* text);
   template <typename Object>
@@ -28,11 +28,11 @@ class Command {
   Command& Lend(kiv::TextParam param, const char* text) {
     return SetValue(param.position, reinterpret_cast<uintptr_t>(text));
   }
-  // Leaves a place in the record's array that points nowhere.
+  // Adds a null pointer to the record's array of parameters.
   Command& Omit(size_t position);
 
   CorvaneCmd* Get() const { return record_.get(); }
-  // Hands the record to the caller, who frees it with FreeCommand.
+  // Transfers the record to the caller, who must free it with FreeCommand.
   CorvaneCmd* Release() { return record_.release(); }
 
  private:
@@ -44,7 +44,7 @@ class Command {
   std::unique_ptr<CorvaneCmd, Free> record_;
 };
 
-// Append one parameter to a record that was made here, as the plugin does. A text is copied, null stays null.
+// Append one parameter to a record that was made here, as the plugin does. Texts are copied and may be null.
 void AppendNumber(CorvaneCmd* cmd, uint32_t number);
 void AppendText(CorvaneCmd* cmd, const char* text);
 

@@ -7,8 +7,8 @@
 
 extern "C" {
 
-// Copies the value of `key`, cut to 91 bytes and NUL-terminated, to `value` (PROPERTY_VALUE_MAX bytes); an
-// unset or empty property gives `default_value`, or the empty text when that is null. Returns the length.
+// Copies the value of `key`, cut to 91 bytes and NUL-terminated, to `value` (PROPERTY_VALUE_MAX bytes). If
+// it is unset or empty, copies `default_value`, or the empty text if that is null. Returns the length.
 int property_get(const char* key, char* value, const char* default_value);
 
 // Sets the property for the whole process; an empty or null value unsets it. Returns 0, or -1 for a value of

@@ -24,10 +24,10 @@ int DefaultPort(std::string_view scheme) {
   return kNoPort;
 }
 
-// The number after the colon; an empty one is as good as none.
+// The number after the colon. An empty number counts as none.
 int ParsePort(std::string_view text) {
   if (text.empty()) return kNoPort;
-  if (text.front() < '0' || text.front() > '9') return kBadPort;  // from_chars would take a minus sign
+  if (text.front() < '0' || text.front() > '9') return kBadPort;  // from_chars would accept a minus sign
   int port = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), port);
   const bool whole = error == std::errc() && stop == text.data() + text.size();
@@ -72,7 +72,7 @@ GURL::GURL(const std::string& url) {
   const int defaultPort = DefaultPort(scheme);
   std::string_view rest = text.substr(colon + 1);
   if (!rest.starts_with("//")) {
-    if (defaultPort == kNoPort) spec_ = url;  // data:, about: and their kind have no host
+    if (defaultPort == kNoPort) spec_ = url;  // data:, about: and similar URLs have no host
     return;
   }
   std::string_view authority = rest.substr(2);

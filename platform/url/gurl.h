@@ -13,18 +13,18 @@ class GURL {
   ~GURL();
   GURL& operator=(const GURL&);
 
-  // The text that it was made from; empty when invalid.
+  // The text that the URL was made from; empty if it is invalid.
   const std::string& spec() const;
-  // True for an absolute URL with a scheme, and with a host where the scheme asks for one.
+  // True for an absolute URL with a scheme, and with a host if the scheme requires one.
   bool is_valid() const;
 
-  // What a reference found at this URL stands for ("/a", "../b?c", "//server/d", "https://..."); invalid when
-  // this URL has no host. The fragment goes.
+  // Resolves a reference relative to this URL ("/a", "../b?c", "//server/d", "https://..."), and removes the
+  // fragment. The result is invalid if this URL has no host.
   GURL Resolve(const std::string& reference) const;
 
-  // Lower-case host without user, port or path ("[::1]" with its brackets); empty when there is none.
+  // The host in lower case, without user, port and path ("[::1]" with brackets); empty if there is none.
   const std::string& host() const;
-  // The port written, else the scheme's default (http and ws 80, https and wss 443), else -1.
+  // The port in the URL, else the scheme's default (http and ws 80, https and wss 443), else -1.
   int EffectiveIntPort() const;
 
  private:

@@ -6,11 +6,13 @@
 #include "host/connection_group.h"
 #include "host/link_policy.h"
 #include "replay/model/content.h"
+#include "url/gurl.h"
 
 namespace replay {
 namespace {
 
 constexpr size_t kMaxStreams = 100;
+constexpr int64_t kSegment = 1460;
 
 int64_t ToUs(double ms) {
   return static_cast<int64_t>(ms * 1000);
@@ -26,16 +28,29 @@ const std::string& NotFoundBlock() {
   return block;
 }
 
+// The following take null for a response that nobody recorded.
+int64_t BytesOf(const Request* recorded) {
+  if (recorded == nullptr) return static_cast<int64_t>(NotFoundBlock().size());
+  return recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
+}
+
+int64_t RecordedReceiveUs(const Request* recorded) {
+  return recorded != nullptr ? ToUs(recorded->receiveMs) : 0;
+}
+
 }  // namespace
 
 NetworkModel::NetworkModel(host::VirtualClock& clock, const NetworkProfile& profile,
-                           const RecordedNetwork& recorded, const host::HostSettings& settings, Server server)
+                           const NetworkCosts& costs, const RecordedNetwork& recorded,
+                           const host::HostSettings& settings, Server server)
     : clock_(clock),
       profile_(profile),
+      costs_(costs),
       recorded_(recorded),
       settings_(settings),
       server_(std::move(server)),
-      link_(clock, profile.downMbit.value_or(0) / 8, settings) {}
+      link_(clock, profile.downMbit.value_or(0) / 8, settings),
+      tasks_(clock) {}
 
 NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
   const std::string key = host::ConnectionGroup(url);
@@ -44,6 +59,7 @@ NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
   if (!isNew) return group;
   if (const auto known = recorded_.find(key); known != recorded_.end()) group.recorded = known->second;
   const double rttMs = profile_.rttMs.value_or(group.recorded.rttMs);
+  group.host = GURL(url).host();
   group.rttUs = ToUs(rttMs);
   group.connectUs =
       ToUs(profile_.rttMs ? rttMs * ConnectRoundTrips(group.recorded) : group.recorded.connectMs);
@@ -62,7 +78,7 @@ host::TransferId NetworkModel::Start(const host::TransferRequest& request, host:
   transfer.report.started = clock_.Now();
   group.waiting[Index(request.urgency)].push_back(id);
   // In a task of its own: no client hears anything from inside Start.
-  clock_.PostDelayed(0, [this, &group] {
+  tasks_.Post([this, &group] {
     Dispatch(group);
     OpenPlanned();  // somebody may wait for a set-up that was for nobody
   });
@@ -76,7 +92,7 @@ void NetworkModel::SetUrgency(host::TransferId id, host::Urgency urgency) {
   if (!transfer.active) {
     std::erase(transfer.group->waiting[Index(transfer.request.urgency)], id);
     transfer.group->waiting[Index(urgency)].push_back(id);
-    clock_.PostDelayed(0, [this, &group = *transfer.group] { Dispatch(group); });
+    tasks_.Post([this, &group = *transfer.group] { Dispatch(group); });
   }
   transfer.request.urgency = urgency;
   link_.SetUrgency(id, urgency);
@@ -85,7 +101,7 @@ void NetworkModel::SetUrgency(host::TransferId id, host::Urgency urgency) {
 void NetworkModel::SetReading(host::TransferId id, bool reading) {
   const auto found = transfers_.find(id);
   if (found == transfers_.end() || std::exchange(found->second.reading, reading) == reading) return;
-  if (reading && found->second.received) clock_.PostDelayed(0, [this, id] { Complete(id); });
+  if (reading && found->second.received) tasks_.Post([this, id] { Complete(id); });
 }
 
 host::TransferReport NetworkModel::Cancel(host::TransferId id) {
@@ -95,7 +111,8 @@ host::TransferReport NetworkModel::Cancel(host::TransferId id) {
   Group& group = *transfer.group;
   host::TransferReport report = transfer.report;
   report.ended = clock_.Now();
-  const int64_t came = link_.Remove(id);
+  const int64_t came = transfer.receivedBytes + link_.Remove(id);
+  if (transfer.receiving) --transfer.flow->receiving;
   if (transfer.received) {
     report.bodyBytes = transfer.recorded != nullptr ? transfer.recorded->bodyBytes : 0;
   } else if (transfer.recorded != nullptr) {
@@ -143,7 +160,7 @@ void NetworkModel::OpenPlanned() {
 void NetworkModel::OpenConnections(const std::string& url) {
   Group& group = GroupOf(url);
   const size_t count = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
-  group.idle.resize(count, {.connectUs = clock_.NowUs(), .fresh = false});
+  while (group.idle.size() < count) group.idle.push_back(NewConnection(clock_.NowUs(), false));
 }
 
 size_t NetworkModel::UnusedConnections() const {
@@ -158,6 +175,7 @@ size_t NetworkModel::UnusedConnections() const {
 void NetworkModel::Reset(uint64_t contentVersion) {
   contentVersion_ = contentVersion;
   planned_.clear();
+  knownNames_.clear();
   groups_.clear();
   transfers_.clear();
   connections_ = 0;
@@ -182,6 +200,7 @@ void NetworkModel::Dispatch(Group& group) {
     }
     Send(group, id, connection);
   }
+  HurrySetUps(group);
   const size_t waiting = browser.size() + preloads.size();
   if (Multiplexed(group)) {
     if (waiting > 0 && group.idle.empty() && group.connecting == 0) OpenConnection(group);
@@ -194,16 +213,51 @@ void NetworkModel::Dispatch(Group& group) {
   if (!browser.empty()) HurryBlocking(group);
 }
 
-// Whoever waits first when it is open gets the connection, not necessarily who had it opened.
+NetworkModel::Connection NetworkModel::NewConnection(int64_t connectUs, bool fresh) {
+  return {.connectUs = connectUs, .fresh = fresh, .flow = std::make_shared<Flow>()};
+}
+
+// How long a set-up has to wait for the address.
+int64_t NetworkModel::LookUp(Group& group) {
+  if (!costs_.nameLookups || !profile_.rttMs) return 0;
+  const auto [name, isNew] = knownNames_.try_emplace(group.host, clock_.NowUs() + group.rttUs);
+  return std::max<int64_t>(name->second - clock_.NowUs(), 0);
+}
+
 void NetworkModel::OpenConnection(Group& group) {
   ++group.connecting;
   ++connections_;
-  clock_.PostDelayed(group.connectUs, [this, &group, connectUs = clock_.NowUs()] {
-    --group.connecting;
-    group.idle.push_back({.connectUs = connectUs});
-    Dispatch(group);
-    OpenPlanned();
+  tasks_.Post([this, &group, connectUs = clock_.NowUs()] { ReceiveCertificates(group, connectUs); },
+              LookUp(group) + group.connectUs);
+}
+
+void NetworkModel::ReceiveCertificates(Group& group, int64_t connectUs) {
+  if (!costs_.certificates || !HasModelledBytes() || !group.recorded.secure) return Opened(group, connectUs);
+  const uint64_t id = ++lastId_;
+  group.settingUp.push_back(id);
+  const int64_t bytes = group.hasSession ? kResumedBytes : kCertificateBytes;
+  link_.Add(id, bytes, host::Urgency::Preload, [this, &group, connectUs, id] {
+    std::erase(group.settingUp, id);
+    group.hasSession = true;
+    Opened(group, connectUs);
   });
+  HurrySetUps(group);
+}
+
+// A set-up that no request of the page waits for yields like a preload.
+void NetworkModel::HurrySetUps(Group& group) {
+  const size_t wanted = group.waiting[Index(host::Urgency::Browser)].size();
+  for (size_t index = 0; index < std::min(wanted, group.settingUp.size()); ++index) {
+    link_.SetUrgency(group.settingUp[index], host::Urgency::Browser);
+  }
+}
+
+// Whoever waits first when it is open gets the connection, not necessarily who had it opened.
+void NetworkModel::Opened(Group& group, int64_t connectUs) {
+  --group.connecting;
+  group.idle.push_back(NewConnection(connectUs, true));
+  Dispatch(group);
+  OpenPlanned();
 }
 
 void NetworkModel::Send(Group& group, host::TransferId id, Connection connection) {
@@ -211,6 +265,7 @@ void NetworkModel::Send(Group& group, host::TransferId id, Connection connection
   host::TransferReport& report = transfer.report;
   report.sent = clock_.Now();
   report.connect = report.sent;
+  transfer.flow = connection.flow;
   if (connection.fresh) {
     report.connect = std::max(base::Time::FromInternalValue(connection.connectUs), report.started);
   }
@@ -220,7 +275,7 @@ void NetworkModel::Send(Group& group, host::TransferId id, Connection connection
   double serverMs = 0;
   if (transfer.recorded != nullptr)
     serverMs = std::max(0.0, transfer.recorded->waitMs - group.recorded.rttMs);
-  clock_.PostDelayed(group.rttUs + ToUs(serverMs), [this, id] { Respond(id); });
+  tasks_.Post([this, id] { Respond(id); }, group.rttUs + ToUs(serverMs));
 }
 
 void NetworkModel::HurryBlocking(Group& group) {
@@ -245,26 +300,54 @@ void NetworkModel::Respond(host::TransferId id) {
 }
 
 void NetworkModel::Receive(host::TransferId id) {
-  const Transfer& transfer = transfers_.at(id);
-  ReceiveBytes(id, transfer.recorded, transfer.request.urgency, [this, id] { Complete(id); });
-}
-
-void NetworkModel::ReceiveBytes(uint64_t id, const Request* recorded, host::Urgency urgency,
-                                std::function<void()> done) {
-  if (!profile_.downMbit) {  // as recorded
-    clock_.PostDelayed(recorded != nullptr ? ToUs(recorded->receiveMs) : 0, std::move(done));
+  Transfer& transfer = transfers_.at(id);
+  if (!profile_.downMbit) {
+    tasks_.Post([this, id] { Complete(id); }, RecordedReceiveUs(transfer.recorded));
     return;
   }
-  int64_t bytes = static_cast<int64_t>(NotFoundBlock().size());
-  if (recorded != nullptr)
-    bytes = recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
-  link_.Add(id, bytes, urgency, std::move(done));
+  transfer.receiving = true;
+  ++transfer.flow->receiving;
+  tasks_.Post([this, id] { ReceiveWindow(id); });  // once those that begin now are counted
+}
+
+// As much as the connection's window allows in one round trip. The window grows by what has been
+// acknowledged, and the streams of a connection share it.
+void NetworkModel::ReceiveWindow(host::TransferId id) {
+  const auto found = transfers_.find(id);
+  if (found == transfers_.end()) return;  // cancelled
+  Transfer& transfer = found->second;
+  int64_t bytes = BytesOf(transfer.recorded) - transfer.receivedBytes;
+  if (costs_.slowStart && HasModelledBytes()) {
+    const int64_t window = kInitialWindow + transfer.flow->delivered;
+    const auto linkHolds =
+        static_cast<int64_t>(*profile_.downMbit / 8 * static_cast<double>(transfer.group->rttUs));
+    const auto streams = static_cast<int64_t>(transfer.flow->receiving);
+    if (window < linkHolds) bytes = std::min(bytes, std::max(window / streams, kSegment));
+  }
+  link_.Add(id, bytes, transfer.request.urgency, [this, id, bytes, begunUs = clock_.NowUs()] {
+    const auto place = transfers_.find(id);
+    if (place == transfers_.end()) return;  // cancelled by somebody whose bytes were in at the same time
+    Transfer& came = place->second;
+    came.receivedBytes += bytes;
+    came.flow->delivered += bytes;
+    if (came.receivedBytes == BytesOf(came.recorded)) {
+      came.receiving = false;
+      --came.flow->receiving;
+      return Complete(id);
+    }
+    tasks_.Post([this, id] { ReceiveWindow(id); },
+                std::max<int64_t>(begunUs + came.group->rttUs - clock_.NowUs(), 0));
+  });
 }
 
 uint64_t NetworkModel::ReceiveAlone(const Request& recorded, host::Urgency urgency,
                                     std::function<void()> done) {
   const uint64_t id = ++lastId_;
-  ReceiveBytes(id, &recorded, urgency, std::move(done));
+  if (profile_.downMbit) {
+    link_.Add(id, BytesOf(&recorded), urgency, std::move(done));
+  } else {
+    tasks_.Post(std::move(done), RecordedReceiveUs(&recorded));
+  }
   return id;
 }
 
@@ -279,11 +362,15 @@ void NetworkModel::Complete(host::TransferId id) {
   if (const Request* const recorded = transfer.recorded; recorded != nullptr) {
     transfer.report.bodyBytes = recorded->bodyBytes;
     const uint64_t seed = ContentSeed(recorded->url, contentVersion_);
+    int64_t at = 0;
     GenerateContent(seed, recorded->bodyBytes, [&](std::string_view piece) {
+      at += static_cast<int64_t>(piece.size());
+      if (at <= transfer.deliveredBytes) return true;
+      transfer.deliveredBytes = at;
       client.OnBody(piece.data(), static_cast<int32_t>(piece.size()));
-      return transfers_.contains(id);  // unless that cancelled it
+      return transfers_.contains(id) && transfer.reading;  // unless that cancelled or paused it
     });
-    if (!transfers_.contains(id)) return;
+    if (!transfers_.contains(id) || transfer.deliveredBytes < recorded->bodyBytes) return;
   }
   const host::TransferReport report = transfer.report;
   Leave(*transfer.group, id, true);
@@ -292,12 +379,13 @@ void NetworkModel::Complete(host::TransferId id) {
 }
 
 void NetworkModel::Leave(Group& group, host::TransferId id, bool connectionIsGood) {
+  const std::shared_ptr<Flow> flow = transfers_.at(id).flow;
   --group.busy;
   std::erase(group.active, id);
   if (!Multiplexed(group) && connectionIsGood) {
-    group.idle.push_back({.connectUs = clock_.NowUs(), .fresh = false});
+    group.idle.push_back({.connectUs = clock_.NowUs(), .fresh = false, .flow = flow});
   }
-  clock_.PostDelayed(0, [this, &group] { Dispatch(group); });
+  tasks_.Post([this, &group] { Dispatch(group); });
 }
 
 }  // namespace replay

@@ -7,12 +7,15 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "host/settings.h"
+#include "host/task_scope.h"
 #include "host/transport.h"
 #include "host/virtual_clock.h"
+#include "replay/model/network_costs.h"
 #include "replay/model/recorded_network.h"
 #include "replay/model/replay_options.h"
 #include "replay/model/shared_link.h"
@@ -26,8 +29,8 @@ class NetworkModel final : public host::Transport {
   // answered with 404). The record must outlive the model.
   using Server = std::function<const Request*(const host::TransferRequest&)>;
 
-  NetworkModel(host::VirtualClock& clock, const NetworkProfile& profile, const RecordedNetwork& recorded,
-               const host::HostSettings& settings, Server server);
+  NetworkModel(host::VirtualClock& clock, const NetworkProfile& profile, const NetworkCosts& costs,
+               const RecordedNetwork& recorded, const host::HostSettings& settings, Server server);
 
   host::TransferId Start(const host::TransferRequest& request, host::TransferClient& client) override;
   void SetUrgency(host::TransferId id, host::Urgency urgency) override;
@@ -52,12 +55,21 @@ class NetworkModel final : public host::Transport {
   void Reset(uint64_t contentVersion);
 
  private:
+  // What a connection has carried.
+  struct Flow {
+    int64_t delivered = 0;  // bytes
+    size_t receiving = 0;   // transfers whose response is coming
+  };
   struct Connection {
     int64_t connectUs;  // its set-up began
     bool fresh = true;  // has carried nothing yet
+    std::shared_ptr<Flow> flow;
   };
   struct Group {
     RecordedGroup recorded;
+    std::string host;
+    bool hasSession = false;          // a TLS session that can be resumed
+    std::vector<uint64_t> settingUp;  // on the link: the certificates of connections
     int64_t rttUs = 0;
     int64_t connectUs = 0;
     size_t connecting = 0;
@@ -75,24 +87,36 @@ class NetworkModel final : public host::Transport {
     host::TransferReport report;
     bool active = false;
     bool reading = true;
-    bool received = false;  // waits for its client to read
+    bool received = false;       // waits for its client to read
+    std::shared_ptr<Flow> flow;  // once active
+    bool receiving = false;      // counted there
+    int64_t receivedBytes = 0;   // in windows that are complete, the header block among them
+    int64_t deliveredBytes = 0;  // of the body, to the client
   };
 
   Group& GroupOf(const std::string& url);
   bool Multiplexed(const Group& group) const;
+  // Whether the times that bytes take are the model's throughout, not the recording's.
+  bool HasModelledBytes() const { return profile_.rttMs && profile_.downMbit; }
   void Dispatch(Group& group);
+  static Connection NewConnection(int64_t connectUs, bool fresh);
+  int64_t LookUp(Group& group);
   void OpenConnection(Group& group);
+  void ReceiveCertificates(Group& group, int64_t connectUs);
+  void HurrySetUps(Group& group);
+  void Opened(Group& group, int64_t connectUs);
   void OpenPlanned();
   void Send(Group& group, host::TransferId id, Connection connection);
   void HurryBlocking(Group& group);
   void Respond(host::TransferId id);
   void Receive(host::TransferId id);
-  void ReceiveBytes(uint64_t id, const Request* recorded, host::Urgency urgency, std::function<void()> done);
+  void ReceiveWindow(host::TransferId id);
   void Complete(host::TransferId id);
   void Leave(Group& group, host::TransferId id, bool connectionIsGood);
 
   host::VirtualClock& clock_;
   const NetworkProfile profile_;
+  const NetworkCosts costs_;
   const RecordedNetwork& recorded_;
   const host::HostSettings settings_;
   const Server server_;
@@ -103,11 +127,13 @@ class NetworkModel final : public host::Transport {
   };
 
   std::map<std::string, Group> groups_;
+  std::map<std::string, int64_t> knownNames_;       // host names, and from when on
   std::deque<Planned> planned_;                     // by Preconnect
   std::map<host::TransferId, Transfer> transfers_;  // under way
   host::TransferId lastId_ = 0;
   uint64_t contentVersion_ = 0;
   size_t connections_ = 0;
+  host::TaskScope tasks_;
 };
 
 }  // namespace replay

@@ -11,10 +11,6 @@
 
 namespace replay {
 
-// Recorders stamp events and the ends of requests with clocks that differ a little: a request that ended
-// later than this after an event cannot have been waited for.
-inline constexpr double kEventSlackMs = 50;
-
 PageEvents PlanEvents(const Page& page, const PagePlan& plan, const BeaconList& list);
 
 // Fills in the times of a load, the request that its load event came after, and which rows are beacons, from

@@ -21,7 +21,7 @@ double FirstByteMs(const Request& request) {
 // A request that was still under way after the load event cannot have held it up.
 bool BlocksLoad(const Page& page, const Request& request) {
   if (page.onLoadMs < 0) return true;
-  return request.startMs < page.onLoadMs && request.endMs <= page.onLoadMs + kLoadSlackMs;
+  return request.startMs < page.onLoadMs && request.endMs <= page.onLoadMs + kEventSlackMs;
 }
 
 // The latest request of each URL so far, and the redirects that lead to each.

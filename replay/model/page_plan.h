@@ -14,9 +14,9 @@ namespace replay {
 
 inline constexpr size_t kPageStart = static_cast<size_t>(-1);
 
-// Recorders note a request's end and the load event a little apart: up to so much later, it still belongs
-// before the event.
-inline constexpr double kLoadSlackMs = 50;
+// Recorders note the ends of requests and the page's events with clocks that differ a little: up to so much
+// later than an event, an end still belongs before it.
+inline constexpr double kEventSlackMs = 50;
 
 struct PlannedRequest {
   size_t parent = kPageStart;  // index of the request that initiates this one

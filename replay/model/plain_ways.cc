@@ -24,7 +24,7 @@ class PlainBrowser {
  public:
   PlainBrowser(const VisitSetup& setup, DiskCache& diskCache)
       : setup_(setup),
-        network_(clock_, setup.options.profile, setup.recordedNetwork, setup.settings,
+        network_(clock_, setup.options.profile, setup.options.costs, setup.recordedNetwork, setup.settings,
                  [&setup](const host::TransferRequest& request) { return FindRecorded(setup, request); }),
         diskCache_(diskCache),
         load_(clock_, setup.plan, [this](size_t index) { Ask(index); }) {}

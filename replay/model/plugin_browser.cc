@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "android/log.h"
+#include "host/http/conditions.h"
 #include "replay/model/content.h"
 #include "replay/model/page_load.h"
 
@@ -77,6 +78,7 @@ class PluginBrowser::Client final : public host::LoadClient {
       fetched_ = FindRecorded(*browser_.setup_, {.url = Wanted().url, .method = "GET"});
       isSame_ = fetched_ != nullptr && headers.raw_headers() == fetched_->responseHeaders;
       if (fetched_ != nullptr) seed_ = ContentSeed(fetched_->url, browser_.contentVersion_);
+      isConfirmed_ = headers.response_code() == 304;
     }
     browser_.load_->FirstByte(index_);
   }
@@ -117,6 +119,8 @@ class PluginBrowser::Client final : public host::LoadClient {
   // What a preload brought must be what its fetch was answered with.
   void CheckBody(const host::LoadInfo& info) const {
     if (info.source == host::LoadSource::Network) return;
+    // A request that asks whether a stored copy is still good gets no other one when it is.
+    if (isConfirmed_ && body_.empty() && http::IsConditional(Wanted().requestHeaders)) return;
     const bool same =
         isSame_ && static_cast<int64_t>(body_.size()) == fetched_->bodyBytes && IsContent(seed_, body_);
     if (!same) {
@@ -128,13 +132,14 @@ class PluginBrowser::Client final : public host::LoadClient {
   const size_t index_;
   const Request* fetched_ = nullptr;  // what answered the preload
   bool isSame_ = false;               // the header block is
+  bool isConfirmed_ = false;          // answered with 304
   uint64_t seed_ = 0;
   std::string body_;
 };
 
 PluginBrowser::PluginBrowser(const host::PluginFunctions& plugin, const RecordedNetwork& recordedNetwork,
                              const ReplayOptions& options, const host::HostSettings& settings)
-    : network_(clock_, options.profile, recordedNetwork, settings,
+    : network_(clock_, options.profile, options.costs, recordedNetwork, settings,
                [this](const host::TransferRequest& request) { return FindRecorded(*setup_, request); }),
       corvane_(plugin, clock_, network_, settings),
       stack_(corvane_, clock_, network_),

@@ -8,12 +8,14 @@
 #include <string>
 
 #include "replay/model/beacons.h"
+#include "replay/model/network_costs.h"
 #include "replay/model/network_profiles.h"
 
 namespace replay {
 
 struct ReplayOptions {
   NetworkProfile profile;
+  NetworkCosts costs;
   int socketsPerGroup = 6;
   uint32_t visits = 3;  // loads made of a recording that holds a single load of each page
   double revisitAfterMs = 3600e3;

@@ -17,7 +17,11 @@ constexpr double kRest = 1e-3;
 }  // namespace
 
 SharedLink::SharedLink(host::VirtualClock& clock, double bytesPerUs, const host::HostSettings& settings)
-    : clock_(clock), bytesPerUs_(bytesPerUs), settings_(settings), settledUs_(clock.NowUs()) {}
+    : clock_(clock),
+      bytesPerUs_(bytesPerUs),
+      settings_(settings),
+      settledUs_(clock.NowUs()),
+      wakeUp_(clock) {}
 
 double SharedLink::RateOf(host::Urgency urgency) const {
   const size_t browser = classes_[static_cast<size_t>(host::Urgency::Browser)].ends.size();
@@ -45,9 +49,8 @@ void SharedLink::Settle() {
   }
 }
 
-// Wakes up when the next transfer is complete; an earlier wake-up that was scheduled no longer counts.
+// Wakes up when the next transfer is complete, and not before.
 void SharedLink::Schedule() {
-  const uint64_t number = ++schedule_;
   double waitUs = -1;
   for (const host::Urgency urgency : kUrgencies) {
     const Class& flows = ClassOf(urgency);
@@ -56,10 +59,8 @@ void SharedLink::Schedule() {
     const double neededUs = std::max(0.0, flows.ends.begin()->first - flows.progress) / rate;
     if (waitUs < 0 || neededUs < waitUs) waitUs = neededUs;
   }
-  if (waitUs < 0) return;
-  clock_.PostDelayed(static_cast<int64_t>(std::ceil(waitUs)), [this, number] {
-    if (number == schedule_) Finish();
-  });
+  if (waitUs < 0) return wakeUp_.Stop();
+  wakeUp_.Start(static_cast<int64_t>(std::ceil(waitUs)), [this] { Finish(); });
 }
 
 void SharedLink::Finish() {

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "host/settings.h"
+#include "host/task_scope.h"
 #include "host/transport.h"
 #include "host/virtual_clock.h"
 
@@ -20,8 +21,8 @@ class SharedLink {
  public:
   SharedLink(host::VirtualClock& clock, double bytesPerUs, const host::HostSettings& settings);
 
-  // Begins to transfer; `done` is called in a task of its own when the last byte is in. The id is the
-  // caller's.
+  // Begins to transfer; `done` is called in a task of its own when the last byte is in, and never once the
+  // link is gone. The id is the caller's.
   void Add(uint64_t id, int64_t bytes, host::Urgency urgency, std::function<void()> done);
   // Without effect on an id that is not being transferred.
   void SetUrgency(uint64_t id, host::Urgency urgency);
@@ -55,7 +56,7 @@ class SharedLink {
   std::array<Class, 2> classes_;
   std::map<uint64_t, Flow> flows_;
   int64_t settledUs_ = 0;
-  uint64_t schedule_ = 0;  // the number of the wake-up that counts
+  host::Timer wakeUp_;
 };
 
 }  // namespace replay

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "host/http/header_block.h"
+#include "plugin/version.h"
 
 namespace replay {
 namespace {

@@ -26,6 +26,12 @@ std::string_view KnownProfileName(const std::string& name) {
   return profile != nullptr ? profile->name : "custom";
 }
 
+// Enough to notice that another list was used.
+std::string BeaconsText(const BeaconList& beacons) {
+  return std::to_string(beacons.hosts.size()) + " hosts, " + std::to_string(beacons.words.size()) +
+         " words, " + std::to_string(beacons.paths.size()) + " paths";
+}
+
 ReplayOptions SettingsOf(const Json& settings) {
   ReplayOptions options;
   options.profile.name = KnownProfileName(settings.at("profile").get<std::string>());
@@ -36,6 +42,9 @@ ReplayOptions SettingsOf(const Json& settings) {
   options.revisitAfterMs = settings.at("revisit_after_ms").get<double>();
   options.join = settings.at("join").get<bool>();
   options.preconnect = settings.at("preconnect").get<bool>();
+  options.costs.certificates = settings.at("certificates").get<bool>();
+  options.costs.nameLookups = settings.at("dns").get<bool>();
+  options.costs.slowStart = settings.at("slow_start").get<bool>();
   options.properties = settings.at("properties").get<std::map<std::string, std::string>>();
   return options;
 }
@@ -51,6 +60,10 @@ std::string SettingsJson(const ReplayOptions& options) {
                          {"revisit_after_ms", options.revisitAfterMs},
                          {"join", options.join},
                          {"preconnect", options.preconnect},
+                         {"certificates", options.costs.certificates},
+                         {"dns", options.costs.nameLookups},
+                         {"slow_start", options.costs.slowStart},
+                         {"beacons", BeaconsText(options.beacons)},
                          {"properties", options.properties}};
   return settings.dump();
 }

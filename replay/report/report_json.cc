@@ -125,7 +125,8 @@ std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
   AddCounts(line, summary);
   AddMedians(line, summary.repeats);
   AddFigures(line, summary);
-  line["merge"] = {{"settings", Json::parse(SettingsJson(options))}, {"figures", summary}};
+  line["merge"]["settings"] = Json::parse(SettingsJson(options));
+  line["merge"]["figures"] = nlohmann::json(summary);
   return Line(line);
 }
 

@@ -306,6 +306,9 @@ std::string ConditionsText(const ReplayOptions& options) {
                       DurationText(options.revisitAfterMs));
   text += options.join ? ", joining" : ", not joining";
   if (!options.preconnect) text += ", no preconnects";
+  if (!options.costs.certificates) text += ", no certificates";
+  if (!options.costs.nameLookups) text += ", no name lookups";
+  if (!options.costs.slowStart) text += ", no slow start";
   for (const auto& [name, value] : options.properties)
     text += fmt::format(", {}={}", name, PrintableText(value));
   return text;

@@ -1,4 +1,4 @@
-// base::StringPiece: text that somebody else owns.
+// base::StringPiece: a view of text that somebody else owns.
 #ifndef BASE_STRINGS_STRING_PIECE_H_
 #define BASE_STRINGS_STRING_PIECE_H_
 

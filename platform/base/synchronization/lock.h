@@ -1,4 +1,4 @@
-// base::Lock and its scoped holder, annotated so that clang checks who holds what. Any thread.
+// base::Lock and its scoped holder, annotated so that clang can check who holds a lock. Any thread.
 #ifndef BASE_SYNCHRONIZATION_LOCK_H_
 #define BASE_SYNCHRONIZATION_LOCK_H_
 
@@ -7,7 +7,7 @@
 
 namespace base {
 
-// A lock that is not recursive. Prefer AutoLock to the bare calls.
+// A lock that is not recursive. Prefer AutoLock to direct calls.
 class LOCKABLE Lock {
  public:
   Lock() = default;

@@ -15,7 +15,7 @@ class LockImpl {
 
   // Blocks until the calling thread owns the lock. The owner must not call it again before Unlock().
   void Lock();
-  // Only by the owner.
+  // Only the owner may call it.
   void Unlock();
 
  private:

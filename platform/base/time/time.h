@@ -12,7 +12,7 @@ class Time {
   // The null time, microsecond 0.
   constexpr Time() = default;
 
-  // From and to the count of microseconds.
+  // Convert from and to a count of microseconds.
   static constexpr Time FromInternalValue(int64_t microseconds) { return Time(microseconds); }
   constexpr int64_t ToInternalValue() const { return microseconds_; }
 

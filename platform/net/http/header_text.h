@@ -1,5 +1,5 @@
-// What request and response headers share: lines of a name and a value, names without regard to case, values
-// without blanks around them.
+// What request and response headers have in common: lines with a name and a value. Names are compared without
+// regard to case, and blanks around values are removed.
 #ifndef NET_HTTP_HEADER_TEXT_H_
 #define NET_HTTP_HEADER_TEXT_H_
 
@@ -9,7 +9,7 @@
 
 namespace net {
 
-// ASCII only, whatever the locale.
+// Only ASCII letters, independent of the locale.
 constexpr char ToLowerAscii(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -25,13 +25,13 @@ inline base::StringPiece TrimBlanks(base::StringPiece text) {
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// What ends each line of a request's header text, and of a response's raw block.
+// The ends of lines in a request's header text and in a response's raw block.
 inline constexpr base::StringPiece kRequestLineEnd("\r\n", 2);
 inline constexpr base::StringPiece kResponseLineEnd("\0", 1);
 
-// Takes lines off `block`, up to and with the first one that is a header: that has a colon and a name before
-// it. Writes both of its sides without the blanks around them. The last line may lack its end. False, with
-// nothing written and the block used up, when there is no header left.
+// Removes lines from `block` up to and including the first one that is a header, which has a name and a
+// colon. Sets `name` and `value` without the blanks around them. The last line need not have a line end. If
+// no header is left, removes everything, sets nothing and returns false.
 inline bool TakeHeader(base::StringPiece& block, base::StringPiece lineEnd, base::StringPiece& name,
                        base::StringPiece& value) {
   while (!block.empty()) {

@@ -19,15 +19,15 @@ class HttpRequestHeaders {
   HttpRequestHeaders(const HttpRequestHeaders&);
   HttpRequestHeaders& operator=(const HttpRequestHeaders&);
 
-  // Replaces the value of the header of that name where it stands (keeping the spelling of the name that is
-  // there), or appends the header.
+  // Replaces the value of the header with that name, keeping its position and the spelling of its name, or
+  // appends the header.
   void SetHeader(base::StringPiece name, base::StringPiece value);
 
-  // Sets every header of a block of CRLF-separated lines. Blanks around values are dropped; lines without a
-  // colon or without a name are ignored.
+  // Sets every header of a block of lines separated by CRLF. Removes blanks around values, and ignores lines
+  // without a colon or a name.
   void AddHeadersFromString(base::StringPiece block);
 
-  // Writes the value of the header to `out`; false, leaving `out` alone, when there is no such header.
+  // Copies the value of the header to `out`. Returns false and leaves `out` unchanged if there is none.
   bool GetHeader(base::StringPiece name, std::string* out) const;
 
   // "Name: value" CRLF for each header ("Name:" CRLF for an empty value), then one empty CRLF line.

@@ -1,4 +1,4 @@
-// The description of one request, as the network stack takes it.
+// The description of a request for the network stack.
 #ifndef NET_HTTP_HTTP_REQUEST_INFO_H_
 #define NET_HTTP_HTTP_REQUEST_INFO_H_
 

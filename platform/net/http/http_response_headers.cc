@@ -8,7 +8,7 @@
 namespace net {
 namespace {
 
-// Decimal digits and nothing else; from_chars alone would take a minus sign.
+// Only decimal digits; from_chars alone would accept a minus sign.
 template <typename Number>
 std::optional<Number> PlainNumber(base::StringPiece text) {
   Number value = 0;

@@ -1,4 +1,4 @@
-// The headers of a response, held as the raw block that came in.
+// The headers of a response, stored as the raw block that was received.
 #ifndef NET_HTTP_HTTP_RESPONSE_HEADERS_H_
 #define NET_HTTP_HTTP_RESPONSE_HEADERS_H_
 
@@ -9,19 +9,19 @@ namespace net {
 
 class HttpResponseHeaders {
  public:
-  // `raw`: the status line and the header lines, each ended by a NUL byte, and one more NUL at the end. Any
-  // bytes are taken; what does not parse is simply not found.
+  // `raw` is the status line and the header lines, each followed by a NUL byte, and one more NUL. It may have
+  // any bytes; what cannot be parsed is not found.
   explicit HttpResponseHeaders(const std::string& raw);
   ~HttpResponseHeaders();
 
-  // The block byte for byte.
+  // Returns the unchanged block.
   const std::string& raw_headers() const;
 
-  // The status code; -1 when the first line is no status line.
+  // Returns the status code, or -1 if the first line is not a status line.
   int response_code() const;
 
-  // The declared body length in bytes; -1 when there is none or it is no plain non-negative decimal number
-  // that fits (a sign, a blank inside, a list). The first Content-Length line decides.
+  // Returns the declared body length in bytes, or -1 if there is none or it is not a plain decimal number
+  // that fits (it has a sign, a blank or a comma). The first Content-Length line decides.
   int64_t GetContentLength() const;
 
  private:

@@ -1,4 +1,4 @@
-// The browser's bundle of what a request runs with (cookies, cache, sockets). Opaque to the plugin.
+// The browser's state that a request uses (cookies, cache, sockets). Opaque to the plugin.
 #ifndef NET_URL_REQUEST_URL_REQUEST_CONTEXT_H_
 #define NET_URL_REQUEST_URL_REQUEST_CONTEXT_H_
 
@@ -11,7 +11,7 @@ class URLRequestContext {
  public:
   virtual ~URLRequestContext() = default;
 
-  // The value of the Cookie header that a request for the URL would carry now; empty for none.
+  // Returns the value of the Cookie header that a request for the URL would have now; empty for none.
   virtual std::string CookiesFor(const std::string& /*url*/) { return {}; }
 };
 

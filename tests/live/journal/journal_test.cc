@@ -94,9 +94,13 @@ TEST(PageLines, SayWhatBecameOfAPage) {
 class JournalTest : public testing::Test {
  protected:
   std::unique_ptr<Journal> Open(const HarLimits& limits = {}) {
+    auto journal = Make();
+    journal->Open({.jsonPath = jsonPath, .harPath = harPath, .har = limits});
+    return journal;
+  }
+  std::unique_ptr<Journal> Make() {
     return std::make_unique<Journal>(
-        JournalSettings{.jsonPath = jsonPath, .harPath = harPath, .har = limits}, clock,
-        [this] { return kWallUs + clock.NowUs() + setBackUs; },
+        clock, [this] { return kWallUs + clock.NowUs() + setBackUs; },
         [this](const std::string& line) { lines.push_back(line); },
         [this](const std::string& message) { told.push_back(message); });
   }
@@ -339,7 +343,7 @@ TEST_F(JournalTest, RefusesFilesThatItWouldSpoil) {
   for (const auto& row : cases) {
     std::string error;
     try {
-      const Journal journal(row.settings, clock, [] { return kStartUs; }, {}, {});
+      Make()->Open(row.settings);
     } catch (const std::runtime_error& caught) {
       error = caught.what();
     }

@@ -76,6 +76,8 @@ Request Recorded(const std::string& url, int64_t total = 1000) {
   return request;
 }
 
+constexpr NetworkCosts kNoCosts = {.certificates = false, .nameLookups = false, .slowStart = false};
+
 // 100 ms and one byte per microsecond, recorded with a round trip of 20 ms, so that the server's own time is
 // 40 ms. Everything is said in milliseconds.
 struct Network {
@@ -93,10 +95,10 @@ struct Network {
   };
 
   explicit Network(std::vector<Request> requests, NetworkProfile profile = {"test", 100, 8},
-                   host::HostSettings settings = {})
+                   host::HostSettings settings = {}, NetworkCosts costs = kNoCosts)
       : page{.requests = std::move(requests)},
         recorded(MeasureNetwork({.pages = {page}})),
-        model(clock, profile, recorded, settings, [this](const host::TransferRequest& asked) {
+        model(clock, profile, costs, recorded, settings, [this](const host::TransferRequest& asked) {
           const auto same = [&asked](const Request& row) { return row.url == asked.url; };
           const auto found = std::find_if(page.requests.begin(), page.requests.end(), same);
           return found == page.requests.end() ? nullptr : &*found;
@@ -222,6 +224,123 @@ TEST(NetworkModel, ACancelledTransferIsSilentAndCostsAnHttp1Connection) {
     EXPECT_EQ(isDone ? network.clients[0].report.bodyBytes : came, std::max<int64_t>(row.came - headers, 0));
     EXPECT_EQ(isDone, row.came == 100'000) << row.cancelMs;
   }
+}
+
+// Once more the times of a new connection, with each cost by itself.
+TEST(NetworkModel, WhatARealNetworkCostsBesides) {
+  constexpr NetworkCosts kCertificates = {.nameLookups = false, .slowStart = false};
+  constexpr NetworkCosts kLookups = {.certificates = false, .slowStart = false};
+  constexpr NetworkCosts kSlowStart = {.certificates = false, .nameLookups = false};
+  const NetworkProfile modelled = {"", 100, 8}, recorded = {"", {}, {}};
+  const struct {
+    const char* why;
+    NetworkCosts costs;
+    NetworkProfile profile;
+    std::string scheme;
+    int64_t bytes;
+    Protocol protocol;
+    std::vector<std::pair<int64_t, std::string>> transfers;  // when, and to which host
+    Times times;
+  } rows[] = {
+      // 4000 bytes take four milliseconds; two together take eight, and a later connection has a session.
+      {"certificates",
+       kCertificates,
+       modelled,
+       "https",
+       1000,
+       Protocol::Http1,
+       {{0, "a"}, {0, "a"}, {500, "a"}},
+       {"0 208 348 350", "0 208 348 350", "500 500 640 641"}},
+      {"one connection, one set-up",
+       kCertificates,
+       modelled,
+       "https",
+       1000,
+       Protocol::Http2,
+       {{0, "a"}, {0, "a"}},
+       {"0 204 344 346", "204 204 344 346"}},
+      {"without TLS none",
+       kCertificates,
+       modelled,
+       "http",
+       1000,
+       Protocol::Http1,
+       {{0, "a"}},
+       {"0 100 240 241"}},
+      {"as recorded", {}, recorded, "https", 1000, Protocol::Http1, {{0, "a"}}, {"0 20 80 92"}},
+      // One lookup for all connections to a name, whoever waits for it.
+      {"lookups",
+       kLookups,
+       modelled,
+       "http",
+       1000,
+       Protocol::Http1,
+       {{0, "a"}, {50, "a"}, {200, "b"}, {900, "a"}},
+       {"0 200 340 342", "50 200 340 342", "200 400 540 541", "900 900 1040 1041"}},
+      // 100 kB fit the link in a round trip. Windows of 14.6, 29.2, 58.4 and then all of it; the next
+      // response finds the window wide.
+      {"slow start",
+       kSlowStart,
+       modelled,
+       "http",
+       150'000,
+       Protocol::Http1,
+       {{0, "a"}, {1000, "a"}},
+       {"0 100 240 587", "1000 1000 1140 1290"}},
+      {"within the first window",
+       kSlowStart,
+       modelled,
+       "http",
+       14'600,
+       Protocol::Http1,
+       {{0, "a"}},
+       {"0 100 240 254"}},
+      {"two streams share it",
+       kSlowStart,
+       modelled,
+       "http",
+       14'600,
+       Protocol::Http2,
+       {{0, "a"}, {0, "a"}},
+       {"0 100 240 354", "100 100 240 354"}},
+  };
+  for (const auto& row : rows) {
+    Request a = Recorded(row.scheme + "://a.test/", row.bytes);
+    a.protocol = row.protocol;
+    Request b = a;
+    b.url[b.url.find('a', 5)] = 'b';
+    Network network({a, b}, row.profile, {}, row.costs);
+    for (const auto& [atMs, host] : row.transfers) network.Start(atMs, row.scheme + "://" + host + ".test/");
+    EXPECT_EQ(network.Run(), row.times) << row.why;
+  }
+}
+
+TEST(NetworkModel, ConnectionsThatNobodyWaitsForYieldAndAreFewAtATime) {
+  std::vector<Request> requests;
+  for (const char host : {'a', 'b', 'c', 'd'}) {
+    requests.push_back(Recorded(std::string("https://") + host + ".test/", 100'000));
+  }
+  constexpr NetworkCosts kCertificates = {.nameLookups = false, .slowStart = false};
+  // From 344 on, a's bytes have the link: a preload's share of it is one fifth.
+  for (const bool wanted : {false, true}) {
+    Network network(requests, {"", 100, 8}, {.preloadShare = 0.25, .maxPreconnects = 1}, kCertificates);
+    network.Start(0, requests[0].url);
+    network.At(150, [&] { network.model.Preconnect(requests[1].url, 1); });
+    if (wanted) network.Start(160, requests[1].url);
+    const Times times = network.Run();
+    EXPECT_EQ(network.model.UnusedConnections(), wanted ? 0u : 1u);
+    EXPECT_EQ(times[0], wanted ? "0 204 344 448" : "0 204 344 448") << "4000 bytes of b come in between";
+    EXPECT_TRUE(!wanted || times[1].starts_with("160 358")) << times[1];  // at half of the link
+  }
+  Network network(requests, {"", 100, 8}, {.maxPreconnects = 2}, kNoCosts);
+  std::string opened;
+  for (size_t host = 0; host < 4; ++host) network.model.Preconnect(requests[host].url, host == 0 ? 2 : 1);
+  for (const int64_t atMs : {1, 201, 401}) {
+    network.At(atMs, [&] { opened += std::to_string(network.model.UnusedConnections()) + " "; });
+  }
+  network.Start(601, requests[0].url);
+  EXPECT_EQ(network.Run(), Times{"601 601 741 841"});
+  EXPECT_EQ(opened, "2 4 5 ") << "two at a time";
 }
 
 TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {

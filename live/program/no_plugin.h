@@ -1,0 +1,14 @@
+// What stands in for a plugin that cannot be loaded: pages load, and nothing is preloaded. Any thread.
+#ifndef LIVE_PROGRAM_NO_PLUGIN_H_
+#define LIVE_PROGRAM_NO_PLUGIN_H_
+
+#include "host/plugin_functions.h"
+
+namespace live {
+
+// Functions that handle nothing and hold nothing.
+host::PluginFunctions NoPlugin();
+
+}  // namespace live
+
+#endif  // LIVE_PROGRAM_NO_PLUGIN_H_

@@ -1,0 +1,303 @@
+#include "live/program/options.h"
+
+#include <arpa/inet.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "host/property_values.h"
+#include "live/program/hosts_file.h"
+#include "net/http/header_text.h"
+#include "plugin/properties.h"
+#include "plugin/version.h"
+#include "url/gurl.h"
+
+namespace live {
+namespace {
+
+constexpr const char* kDescription =
+    R"(A proxy for a browser on this machine that preloads what pages are going to need, through the preloading plugin.
+
+It prints the address that it listens on, and then one line for each page load. Without a command it runs until it is
+interrupted (Ctrl-C).)";
+
+constexpr const char* kExamples = R"(Examples:
+  kiv_proxy                                  listen on 127.0.0.1:8080
+  kiv_proxy --listen 127.0.0.1:0 --har today.har
+  kiv_proxy ca --ca-dir own-ca               make an authority, for a profile of its own
+  kiv_proxy --intercept --ca-dir own-ca      with https
+  kiv_proxy forget shop.example              forget what its pages have taught
+Exit status: 0, 1 after a fault, 2 after bad options.)";
+
+// Few, so that what the page asks for itself is never far behind.
+constexpr const char* kPreloadLimit = "4";
+
+// The values as given.
+struct Texts {
+  std::string listen = "127.0.0.1:8080";
+  std::string preload = "on", preconnect = "on";
+  std::string hostsFile, connectPort, passwordFile, logLevel, site;
+  std::vector<std::string> properties;
+};
+
+[[noreturn]] void Refuse(const std::string& what) {
+  throw std::runtime_error(what);
+}
+
+bool IsAddress(const std::string& text, int family, unsigned char* address) {
+  return inet_pton(family, text.c_str(), address) == 1;
+}
+
+bool IsLoopback(const std::string& address) {
+  unsigned char bytes[sizeof(in6_addr)] = {};
+  if (IsAddress(address, AF_INET, bytes)) return bytes[0] == 127;
+  return IsAddress(address, AF_INET6, bytes) && std::count(bytes, bytes + 15, 0) == 15 && bytes[15] == 1;
+}
+
+bool IsAnyAddress(const std::string& address) {
+  unsigned char bytes[sizeof(in6_addr)] = {};
+  return IsAddress(address, AF_INET, bytes) || IsAddress(address, AF_INET6, bytes);
+}
+
+// Whether there is a number from `least` on that fills the text.
+bool IsNumber(std::string_view text, uint16_t least, uint16_t& number) {
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end && number >= least;
+}
+
+// "127.0.0.1:8080", "[::1]:8080", "localhost:8080".
+void ReadListen(const std::string& text, ProxyOptions& options) {
+  const size_t colon = text.rfind(':');
+  std::string address = text.substr(0, std::min(colon, text.size()));
+  const bool isBracketed = address.starts_with('[') && address.ends_with(']');
+  if (isBracketed) address = address.substr(1, address.size() - 2);
+  if (address == "localhost") address = "127.0.0.1";
+  const std::string_view port =
+      colon == std::string::npos ? std::string_view() : std::string_view(text).substr(colon + 1);
+  if (!IsNumber(port, 0, options.port) || !IsAnyAddress(address) ||
+      isBracketed != (address.find(':') != std::string::npos)) {
+    Refuse("--listen must be an address and a port, such as 127.0.0.1:8080 or [::1]:0, got '" + text + "'");
+  }
+  options.address = address;
+}
+
+bool OnOrOff(const char* option, const std::string& text) {
+  if (text != "on" && text != "off") {
+    Refuse(std::string(option) + " must be on or off, got '" + text + "'");
+  }
+  return text == "on";
+}
+
+std::string ReadPassword(const std::string& path) {
+  std::ifstream file(path);
+  std::string password;
+  struct stat found {};
+  if (!std::getline(file, password) || stat(path.c_str(), &found) != 0) {
+    Refuse("--password-file: " + path + ": no password can be read from its first line");
+  }
+  if (password.ends_with('\r')) password.pop_back();
+  if (password.empty()) Refuse("--password-file: " + path + ": its first line is empty");
+  if ((found.st_mode & 077) != 0) {
+    Refuse("--password-file: " + path + ": others can read it; chmod 600 it first");
+  }
+  return password;
+}
+
+void ReadAccess(const Texts& texts, ProxyOptions& options) {
+  ReadListen(texts.listen, options);
+  if (!options.listenAnywhere) {
+    if (!IsLoopback(options.address)) {
+      Refuse("--listen: " + options.address +
+             " can be reached from other machines; add --listen-anywhere and --password-file, or listen on "
+             "127.0.0.1");
+    }
+    if (!texts.passwordFile.empty()) Refuse("--password-file is for --listen-anywhere only");
+    return;
+  }
+  if (texts.passwordFile.empty()) Refuse("--listen-anywhere needs a --password-file");
+  options.password = ReadPassword(texts.passwordFile);
+}
+
+std::string DefaultStatePath() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
+  const char* const state = std::getenv("XDG_STATE_HOME");
+  if (state != nullptr && *state == '/') return std::string(state) + "/kiv_proxy/pages.db";
+  const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
+  if (home == nullptr || *home == '\0') {
+    const passwd* const user = getpwuid(getuid());  // NOLINT(concurrency-mt-unsafe)
+    home = user != nullptr ? user->pw_dir : nullptr;
+  }
+  if (home == nullptr) Refuse("--state: there is no home folder; say where the page database should be");
+  return std::string(home) + "/.local/state/kiv_proxy/pages.db";
+}
+
+void ReadProperties(const Texts& texts, ProxyOptions& options) {
+  options.properties[kiv::property::kPreloadLimit.name] = kPreloadLimit;
+  for (const std::string& text : texts.properties) {
+    try {
+      const auto [name, value] = host::ParsePropertySetting(text);
+      options.properties[name] = value;
+    } catch (const std::runtime_error& error) {
+      Refuse(std::string("--prop: ") + error.what());
+    }
+  }
+}
+
+int ReadLogLevel(const std::string& text) {
+  if (text.size() != 1 || text[0] < '0' || text[0] > '9') {
+    Refuse("--log must be a whole number from 0 to 9, got '" + text + "'");
+  }
+  return text[0] - '0';
+}
+
+// "shop.test", or the URL of one of its pages.
+std::string ReadSite(const std::string& text) {
+  std::string host = text.find("://") != std::string::npos ? GURL(text).host() : text;
+  std::transform(host.begin(), host.end(), host.begin(), net::ToLowerAscii);
+  if (host.empty() || host.find_first_of("/:@? ") != std::string::npos) {
+    Refuse("SITE must be a host name or a URL, got '" + text + "'");
+  }
+  return host;
+}
+
+void CheckReadable(const char* option, const std::string& path) {
+  if (path.empty() || (std::filesystem::is_regular_file(path) && access(path.c_str(), R_OK) == 0)) return;
+  Refuse(std::string(option) + ": " + path + ": cannot be read");
+}
+
+void ReadHosts(const Texts& texts, ProxyOptions& options) {
+  uint16_t port = 0;
+  if (!texts.connectPort.empty()) {
+    if (texts.hostsFile.empty()) Refuse("--connect-port is for the names of --hosts only");
+    if (!IsNumber(texts.connectPort, 1, port)) {
+      Refuse("--connect-port must be a whole number from 1 to 65535, got '" + texts.connectPort + "'");
+    }
+  }
+  if (texts.hostsFile.empty()) return;
+  try {
+    options.connectTo = ReadHostsFile(texts.hostsFile, texts.connectPort);
+  } catch (const std::runtime_error& error) {
+    Refuse(std::string("--hosts: ") + error.what());
+  }
+}
+
+void ReadCa(const ProxyOptions& options) {
+  const bool isNeeded = options.intercept || options.task == Task::MakeCa;
+  if (isNeeded && options.caFolder.empty()) {
+    Refuse(std::string(options.intercept ? "--intercept" : "ca") +
+           " needs a --ca-dir, the folder of the certificate authority");
+  }
+  if (!isNeeded && !options.caFolder.empty()) Refuse("--ca-dir is for --intercept and the command ca only");
+  for (const std::string& host : options.onlyHosts) {
+    if (host.empty() || host.find_first_of("/@? ") != std::string::npos) {
+      Refuse("--only must be followed by host names, got '" + host + "'");
+    }
+  }
+}
+
+void ReadTexts(const Texts& texts, ProxyOptions& options) {
+  ReadAccess(texts, options);
+  options.preload = OnOrOff("--preload", texts.preload);
+  options.preconnect = OnOrOff("--preconnect", texts.preconnect);
+  ReadProperties(texts, options);
+  if (!texts.logLevel.empty()) options.logLevel = ReadLogLevel(texts.logLevel);
+  ReadHosts(texts, options);
+  ReadCa(options);
+  CheckReadable("--upstream-ca", options.upstreamCa);
+  if (options.harPath == "-") Refuse("--har must be a file, because its end is written again and again");
+  if (!options.harPath.empty() && options.harPath == options.jsonPath) {
+    Refuse("--har: --json goes to '" + options.jsonPath + "' already");
+  }
+  if (options.statePath.empty()) options.statePath = DefaultStatePath();
+  if (!texts.site.empty()) options.forgetHost = ReadSite(texts.site);
+}
+
+}  // namespace
+
+std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& arguments, std::ostream& out) {
+  ProxyOptions options;
+  Texts texts;
+  CLI::App app(kDescription, "kiv_proxy");
+  app.footer(kExamples);
+  app.set_version_flag("--version", "kiv_proxy " KIV_VERSION);
+  app.get_formatter()->column_width(36);
+  const auto text = [](CLI::App& where, const char* name, std::string& value, const char* what,
+                       const char* unit) {
+    return where.add_option(name, value, what)->type_name(unit)->group("Options");
+  };
+  text(app, "--listen", texts.listen, "where browsers connect to; port 0 is any free one", "ADDRESS:PORT")
+      ->capture_default_str();
+  app.add_flag("--listen-anywhere", options.listenAnywhere,
+               "accept an address that other machines can reach; needs --password-file")
+      ->group("Options");
+  text(app, "--password-file", texts.passwordFile, "its first line is what browsers have to send", "FILE");
+  app.add_flag("--intercept", options.intercept,
+               "preload over https too, with certificates of an authority that the browser has to trust")
+      ->group("Options");
+  const char* const caFolder = "the authority's folder; one is made in it when it is missing";
+  text(app, "--ca-dir", options.caFolder, caFolder, "FOLDER");
+  text(app, "--state", options.statePath,
+       "the page database [kiv_proxy/pages.db in $XDG_STATE_HOME or ~/.local/state]", "FILE");
+  text(app, "--preload", texts.preload, "off: answers come from the cache and the servers only", "on|off")
+      ->capture_default_str();
+  text(app, "--preconnect", texts.preconnect, "open connections that pages are going to need", "on|off")
+      ->capture_default_str();
+  app.add_option("--prop", texts.properties, "set a system property; may be repeated")
+      ->type_name("NAME=VALUE")
+      ->allow_extra_args(false)
+      ->group("Options");
+  text(app, "--plugin", options.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
+  text(app, "--hosts", texts.hostsFile, "where names lead, in the form of /etc/hosts", "FILE");
+  text(app, "--connect-port", texts.connectPort, "the port that all names of --hosts lead to", "PORT");
+  text(app, "--upstream-ca", options.upstreamCa, "certificates to trust instead of the system's (PEM)",
+       "FILE");
+  text(app, "--json", options.jsonPath, "append a JSON object for each page load; - is standard output",
+       "FILE");
+  text(app, "--har", options.harPath, "record what goes through, for kiv_replay; a new file", "FILE");
+  app.add_flag("--mark", options.mark, "say in a Server-Timing header where each response came from")
+      ->group("Options");
+  text(app, "--log", texts.logLevel,
+       "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines", "LEVEL");
+
+  CLI::App& forget = *app.add_subcommand("forget", "Forget the pages of a site, or all of them");
+  forget.add_option("SITE", texts.site, "a host name, with the names below it, or a URL")->type_name("");
+  text(forget, "--state", options.statePath, "the page database", "FILE");
+  CLI::App& ca =
+      *app.add_subcommand("ca", "Make a certificate authority, and say how a browser is to trust it");
+  text(ca, "--ca-dir", options.caFolder, caFolder, "FOLDER");
+  ca.add_option("--only", options.onlyHosts,
+                "the only host names, with those below them, that it may certify")
+      ->type_name("HOST ...")
+      ->group("Options");
+  app.require_subcommand(0, 1);
+
+  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
+  try {
+    app.parse(std::move(reversed));
+  } catch (const CLI::CallForHelp&) {
+    out << app.help();
+    return std::nullopt;
+  } catch (const CLI::CallForVersion& version) {
+    out << version.what() << '\n';
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    std::string what = error.what();
+    std::replace(what.begin(), what.end(), '\n', ' ');
+    Refuse(what + " (see --help)");
+  }
+  if (forget.parsed()) options.task = Task::Forget;
+  if (ca.parsed()) options.task = Task::MakeCa;
+  ReadTexts(texts, options);
+  return options;
+}
+
+}  // namespace live
