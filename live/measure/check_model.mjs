@@ -80,7 +80,7 @@ function main() {
   const predictions = positionals.map((file) => ({
     page: JSON.parse(readFileSync(file, 'utf8')).log.pages[0].title,
     replay: JSON.parse(execFileSync(values.replay, ['--rtt', values.rtt, '--down', values.down, '--json', '-', file],
-      {encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore']})),
+      {encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore']}).split('\n')[0]),  // the line of the recording
   }));
   console.log(comparisonText(compare(predictions, records)));
 }

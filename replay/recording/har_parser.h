@@ -25,7 +25,7 @@ struct HarEntry {
   std::string_view resourceType;  // the recorder's own word, "_resourceType"
   std::string_view initiatorUrl;
   std::string_view priority;  // when it was asked for: "_initialPriority", else "_priority"
-  bool fromCache = false;  // the recorder says that the browser's own cache answered
+  bool fromCache = false;     // the recorder says that the browser's own cache answered
   std::optional<double> timeMs;
   std::optional<double> queuedMs, blockedMs, dnsMs, connectMs, sslMs, sendMs, waitMs, receiveMs;
 

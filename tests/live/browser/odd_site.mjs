@@ -225,11 +225,15 @@ async function handle(request, response, scheme) {
     const hasLength = whole !== undefined && status !== 204 && status !== 304;
     response.writeHead(status, {...headers, ...(hasLength && {'Content-Length': whole.length})});
     if (request.method === 'HEAD') return response.end();
-    for (const part of whole === undefined ? parts : [whole]) {
+    const all = whole === undefined ? [...parts] : [whole];
+    // A last part that is written before the end lets the next request of the connection in, and node then sends the
+    // head of its response before its early hints.
+    const last = all.pop();
+    for (const part of all) {
       response.write(part);
       await pause(5);
     }
-    response.end();
+    response.end(last);
   };
   switch (url.pathname) {
     case '/echo': return send(200, plain, `${request.method} ${body}`);

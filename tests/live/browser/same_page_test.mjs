@@ -46,7 +46,7 @@ async function browse(folder, server, certificates, way) {
   const keys = [certificates?.spki, existsSync(keyFile) ? readFileSync(keyFile, 'utf8').trim() : undefined].filter(Boolean);
   const browser = new Browser('chromium', join(folder, `profile-${way}-${secure}`), [
     ...(keys.length > 0 ? [`--ignore-certificate-errors-spki-list=${keys.join(',')}`] : []),
-    ...(proxy ? [`--proxy-server=${proxy.address}`, '--proxy-bypass-list=<-loopback>'] : [`--host-resolver-rules=MAP *.test 127.0.0.1`]),
+    ...(proxy ? [`--proxy-server=${proxy.address}`, '--proxy-bypass-list=<-loopback>'] : [`--host-resolver-rules=MAP *.test 127.0.0.1:${server.port}`]),
   ]);
   try {
     const session = await browser.openPage();
@@ -67,7 +67,7 @@ async function browse(folder, server, certificates, way) {
       await Promise.race([loaded, pause(3000)]); // a page out of the back-forward cache fires no such event
       return look();
     };
-    const address = (name) => `${secure ? 'https' : 'http'}://odd.test:${server.port}/page/${name}`;
+    const address = (name) => `${secure ? 'https' : 'http'}://odd.test/page/${name}`;
     const saw = {};
     for (const visit of [1, 2]) {
       for (const name of Object.keys(CASES)) saw[`${name}, visit ${visit}`] = await act('Page.navigate', {url: address(name)});
@@ -92,7 +92,7 @@ describe('pages see the same through the proxy', {skip: missing()}, () => {
   after(() => rmSync(folder, {recursive: true, force: true}));
 
   for (const scheme of ['http', 'https']) {
-    test(scheme, {timeout: 120_000}, async () => {
+    test(scheme, {timeout: 400_000}, async () => {
       const certificates = scheme === 'https' ? makeCertificates(join(folder, 'server-ca'), HOSTS) : undefined;
       const server = await serveOddSite(certificates);
       try {

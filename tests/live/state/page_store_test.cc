@@ -81,15 +81,13 @@ TEST_F(PageStoreTest, KnowsInTheNextRunWhatThisOneHasLearnt) {
   host::KnownPage learnt;
   {
     Session run(path);
+    constexpr char kBlock[] = "HTTP/1.1 200 OK\0Content-Length: 7\0Content-Type: text/html\0";
     host::PageVisit visit(kPage, run.settings);
     visit.ResourceSeen({.url = "https://cdn.test/a.css",
                         .kind = host::ResourceKind::Stylesheet,
                         .headers = "Accept: text/css\r\nReferer: https://shop.test/\r\nCookie: a=secret\r\n"},
                        4000);
-    visit.ResponseSeen("https://cdn.test/a.css",
-                       net::HttpResponseHeaders(std::string("HTTP/1.1 200 OK\0Content-Length: 7\0"
-                                                            "Content-Type: text/html\0\0",
-                                                            67)),
+    visit.ResponseSeen("https://cdn.test/a.css", net::HttpResponseHeaders(std::string(kBlock, sizeof kBlock)),
                        9000);
     visit.FirstPaint();
     visit.LoadEvent();
