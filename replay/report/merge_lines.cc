@@ -104,7 +104,9 @@ void LineMerger::AddLine(const std::string& line) {
     }
     settings_ = SettingsOf(parts.at("settings"));
     settingsText_ = settings;
-    report.summary = parts.at("figures").get<Summary>();
+    Json figures = parts.at("figures");
+    figures["name"] = report.summary.name;
+    report.summary = figures.get<Summary>();
   }
   const std::string key = report.summary.name + '\0' + line;
   if (reportsByLine_.contains(key)) ++repeated_;

@@ -126,7 +126,9 @@ std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
   AddMedians(line, summary.repeats);
   AddFigures(line, summary);
   line["merge"]["settings"] = Json::parse(SettingsJson(options));
-  line["merge"]["figures"] = nlohmann::json(summary);
+  nlohmann::json figures = summary;
+  figures.erase("name");  // it is in the line already
+  line["merge"]["figures"] = figures;
   return Line(line);
 }
 
