@@ -47,6 +47,7 @@ struct Texts {
   std::string revisitAfter = "1h";
   std::string join = "on";
   std::string preconnect = "on";
+  std::string parents = "best";
   std::string certificates = "on", dns = "on", slowStart = "on";
   std::string log;
   std::string jobs;
@@ -171,6 +172,13 @@ bool OnOrOff(const char* option, const std::string& text) {
   return text == "on";
 }
 
+std::optional<ParentRule> Parents(const std::string& text) {
+  if (text == "best") return std::nullopt;
+  if (text == "recorded") return ParentRule::Recorded;
+  if (text == "inferred") return ParentRule::Inferred;
+  Refuse("--parents", fmt::format("'{}' is none of best, recorded and inferred", text));
+}
+
 ReplayOptions Replay(const Texts& texts) {
   ReplayOptions options;
   options.profile = Profile(texts);
@@ -179,6 +187,7 @@ ReplayOptions Replay(const Texts& texts) {
   options.revisitAfterMs = Duration("--revisit-after", texts.revisitAfter);
   options.join = OnOrOff("--join", texts.join);
   options.preconnect = OnOrOff("--preconnect", texts.preconnect);
+  options.parents = Parents(texts.parents);
   options.costs.certificates = OnOrOff("--certificates", texts.certificates);
   options.costs.nameLookups = OnOrOff("--dns", texts.dns);
   options.costs.slowStart = OnOrOff("--slow-start", texts.slowStart);
@@ -246,6 +255,12 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
        "on|off")
       ->capture_default_str();
   text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
+      ->capture_default_str();
+  text(
+      "--parents", texts.parents,
+      "what late requests wait for: as recorded, inferred from what ended just before, or whichever predicts "
+      "another load of the page better",
+      "best|recorded|inferred")
       ->capture_default_str();
   text("--certificates", texts.certificates, "on: a TLS set-up brings certificates over the link", "on|off")
       ->capture_default_str();

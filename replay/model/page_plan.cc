@@ -1,6 +1,7 @@
 #include "replay/model/page_plan.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <string>
 #include <string_view>
@@ -73,15 +74,46 @@ PlannedRequest Plan(const Page& page, size_t index, const Seen& seen) {
   return planned;
 }
 
+// Requests whose responses may have had the browser ask for more, by their ends.
+using Ends = std::multimap<double, size_t>;
+
+bool MayAskForMore(const Request& request) {
+  using Kind = host::ResourceKind;
+  return !IsRedirect(request) && (request.kind == Kind::Script || request.kind == Kind::Stylesheet ||
+                                  request.kind == Kind::Data || request.kind == Kind::Document);
+}
+
+void InferParent(const Page& page, size_t index, const Ends& ends, PlannedRequest& planned) {
+  constexpr int64_t kMomentUs = 100'000;
+  const bool isLate = planned.parent != kPageStart && index > page.document && !planned.fromFirstByte &&
+                      planned.thinkUs > kMomentUs && !IsRedirect(page.requests[planned.parent]);
+  if (!isLate) return;
+  const double startMs = page.requests[index].startMs;
+  const auto after = ends.upper_bound(startMs);
+  if (after == ends.begin()) return;
+  const auto& [endMs, last] = *std::prev(after);
+  const int64_t thinkUs = ToUs(startMs - endMs);
+  if (thinkUs > kMomentUs) return;
+  planned.parent = last;
+  planned.thinkUs = thinkUs;
+}
+
 }  // namespace
 
-PagePlan MakePlan(const Page& page) {
+double ReleaseMs(const PlannedRequest& planned, const Request& parent) {
+  return planned.fromFirstByte ? FirstByteMs(parent) : parent.endMs;
+}
+
+PagePlan MakePlan(const Page& page, ParentRule rule) {
   PagePlan plan = {.document = page.document};
   Seen seen;
+  Ends ends;
   double lastEndMs = 0;
   for (size_t index = 0; index < page.requests.size(); ++index) {
     const Request& request = page.requests[index];
     PlannedRequest planned = Plan(page, index, seen);
+    if (rule == ParentRule::Inferred) InferParent(page, index, ends, planned);
+    if (index >= page.document && MayAskForMore(request)) ends.emplace(request.endMs, index);
     planned.blocksLoad = index <= page.document || BlocksLoad(page, request);
     if (planned.blocksLoad) lastEndMs = std::max(lastEndMs, request.endMs);
     plan.requests.push_back(planned);

@@ -1,5 +1,5 @@
 // When the browser asks for each request of a page: what it waits for, and how long it then thinks. Made from
-// the recording alone, so it is the same for every way of running the page.
+// the recording alone, so it is the same for every way of running the page. Any thread.
 #ifndef REPLAY_MODEL_PAGE_PLAN_H_
 #define REPLAY_MODEL_PAGE_PLAN_H_
 
@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "replay/model/parent_rule.h"
 #include "replay/model/results.h"
 #include "replay/recording/recording.h"
 
@@ -19,11 +20,14 @@ inline constexpr size_t kPageStart = static_cast<size_t>(-1);
 inline constexpr double kEventSlackMs = 50;
 
 struct PlannedRequest {
-  size_t parent = kPageStart;  // index of the request that initiates this one
+  size_t parent = kPageStart;  // index of the request that this one waits for
   bool fromFirstByte = false;  // the parent streams: its first byte counts, not its last
   int64_t thinkUs = 0;         // from there to the request
   bool blocksLoad = false;     // the page's load event waits for it
 };
+
+// When its parent, as recorded, lets a request's think time begin.
+double ReleaseMs(const PlannedRequest& planned, const Request& parent);
 
 // What one of the page's events waits for, beside the document's first byte.
 struct AwaitedEvent {
@@ -48,7 +52,7 @@ struct PagePlan {
   PageEvents events;                     // filled in by PlanEvents
 };
 
-PagePlan MakePlan(const Page& page);
+PagePlan MakePlan(const Page& page, ParentRule rule = ParentRule::Recorded);
 
 }  // namespace replay
 

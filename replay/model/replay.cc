@@ -9,6 +9,7 @@
 #include "cutils/properties.h"
 #include "replay/model/page_events.h"
 #include "replay/model/page_plan.h"
+#include "replay/model/parent_choice.h"
 #include "replay/model/plain_ways.h"
 #include "replay/model/plugin_browser.h"
 #include "replay/model/recorded_network.h"
@@ -62,6 +63,8 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
   RequestIndex recordingIndex;
   for (const Page& page : recording.pages) AddToIndex(page, recordingIndex);
 
+  result.parents = ChooseParents(recording, options.parents);
+
   PluginBrowser browser(plugin, recordedNetwork, options, settings);
   std::map<std::string, uint32_t> visitsOf;
   std::map<std::string, int64_t> leftUs;
@@ -70,7 +73,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
   for (size_t load = 0; load < loads; ++load) {
     const size_t index = load % recording.pages.size();
     const Page& page = recording.pages[index];
-    PagePlan plan = MakePlan(page);
+    PagePlan plan = MakePlan(page, result.parents.rules.at(UrlOf(page)));
     plan.events = PlanEvents(page, plan, options.beacons);
     RequestIndex pageIndex;
     AddToIndex(page, pageIndex);

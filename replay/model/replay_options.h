@@ -10,6 +10,7 @@
 #include "replay/model/beacons.h"
 #include "replay/model/network_costs.h"
 #include "replay/model/network_profiles.h"
+#include "replay/model/parent_rule.h"
 
 namespace replay {
 
@@ -21,6 +22,7 @@ struct ReplayOptions {
   double revisitAfterMs = 3600e3;
   bool join = true;
   bool preconnect = true;
+  std::optional<ParentRule> parents;  // nothing: chosen for each page
   BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/not_served.h"
+#include "replay/model/parent_rule.h"
 #include "replay/model/ways.h"
 #include "replay/recording/recording.h"
 
@@ -103,6 +104,7 @@ struct RecordingResult {
   std::string name;
   std::map<std::string, size_t> skipped;  // rows of the recording that were not replayed, by reason
   std::vector<Visit> visits;
+  ParentChoice parents;
   std::vector<std::string> logLines;  // the plugin's log, when asked for, each line ready to print
 };
 

@@ -42,6 +42,7 @@ ReplayOptions SettingsOf(const Json& settings) {
   options.revisitAfterMs = settings.at("revisit_after_ms").get<double>();
   options.join = settings.at("join").get<bool>();
   options.preconnect = settings.at("preconnect").get<bool>();
+  if (!settings.at("parents").is_null()) options.parents = settings.at("parents").get<ParentRule>();
   options.costs.certificates = settings.at("certificates").get<bool>();
   options.costs.nameLookups = settings.at("dns").get<bool>();
   options.costs.slowStart = settings.at("slow_start").get<bool>();
@@ -52,19 +53,21 @@ ReplayOptions SettingsOf(const Json& settings) {
 }  // namespace
 
 std::string SettingsJson(const ReplayOptions& options) {
-  const Json settings = {{"profile", options.profile.name},
-                         {"rtt_ms", OrNull(options.profile.rttMs)},
-                         {"down_mbit", OrNull(options.profile.downMbit)},
-                         {"sockets", options.socketsPerGroup},
-                         {"visits", options.visits},
-                         {"revisit_after_ms", options.revisitAfterMs},
-                         {"join", options.join},
-                         {"preconnect", options.preconnect},
-                         {"certificates", options.costs.certificates},
-                         {"dns", options.costs.nameLookups},
-                         {"slow_start", options.costs.slowStart},
-                         {"beacons", BeaconsText(options.beacons)},
-                         {"properties", options.properties}};
+  const Json settings = {
+      {"profile", options.profile.name},
+      {"rtt_ms", OrNull(options.profile.rttMs)},
+      {"down_mbit", OrNull(options.profile.downMbit)},
+      {"sockets", options.socketsPerGroup},
+      {"visits", options.visits},
+      {"revisit_after_ms", options.revisitAfterMs},
+      {"join", options.join},
+      {"preconnect", options.preconnect},
+      {"certificates", options.costs.certificates},
+      {"dns", options.costs.nameLookups},
+      {"slow_start", options.costs.slowStart},
+      {"parents", options.parents ? Json(static_cast<int>(*options.parents)) : Json(nullptr)},
+      {"beacons", BeaconsText(options.beacons)},
+      {"properties", options.properties}};
   return settings.dump();
 }
 

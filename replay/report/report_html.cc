@@ -3,18 +3,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
-#include <unordered_map>
+#include <map>
+#include <vector>
 
 #include "replay/report/figure_text.h"
 #include "replay/report/printable_text.h"
 #include "replay/report/report_page.h"
 #include "replay/report/report_text.h"
+#include "replay/report/report_waterfall.h"
 
 namespace replay {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 std::string Escaped(const std::string& text) {
   std::string html;
@@ -38,154 +37,6 @@ std::string Escaped(const std::string& text) {
   }
   return html;
 }
-
-// JSON that may stand in a script element: no tag or comment can begin or end in it.
-std::string Embedded(const Json& json) {
-  std::string text;
-  for (const char character : json.dump(-1, ' ', false, Json::error_handler_t::replace)) {
-    if (character == '<') {
-      text += "\\u003c";
-    } else {
-      text += character;
-    }
-  }
-  return text;
-}
-
-// -- The data of the waterfalls. report.js reads these arrays by position. --
-
-const char* KindText(host::ResourceKind kind) {
-  switch (kind) {
-    case host::ResourceKind::Document:
-      return "html";
-    case host::ResourceKind::Stylesheet:
-      return "css";
-    case host::ResourceKind::Script:
-      return "js";
-    case host::ResourceKind::Font:
-      return "font";
-    case host::ResourceKind::Image:
-      return "img";
-    case host::ResourceKind::Media:
-      return "media";
-    case host::ResourceKind::Data:
-      return "data";
-    case host::ResourceKind::Other:
-      break;
-  }
-  return "";
-}
-
-// [wanted, connect, sent, first byte, end]
-Json Times(const RequestRow& row) {
-  return {row.wantedUs, row.connectUs, row.sentUs, row.firstByteUs, row.endUs};
-}
-
-// [ordered, launched, connect, sent, first byte, end]
-Json Times(const PreloadRow& row) {
-  return {row.orderedUs, row.launchedUs, row.connectUs, row.sentUs, row.firstByteUs, row.endUs};
-}
-
-// One line of a waterfall: a request of the page in both ways, a preload that nobody asked for, or a request
-// and the preload that answered it.
-struct Line {
-  const Request* request = nullptr;
-  const RequestRow* off = nullptr;
-  const RequestRow* plugin = nullptr;
-  const PreloadRow* preload = nullptr;
-  int64_t atUs = 0;  // lines are in this order
-};
-
-// A preload belongs to the request that took it, else to the first one for its URL that has none.
-void PlacePreloads(const std::vector<PreloadRow>& preloads, std::vector<Line>& lines) {
-  const size_t requests = lines.size();
-  std::unordered_map<std::string, std::vector<size_t>> byUrl;
-  for (size_t index = 0; index < requests; ++index) {
-    if (lines[index].plugin != nullptr) byUrl[lines[index].request->url].push_back(index);
-  }
-  for (const PreloadRow& preload : preloads) {
-    Line* place = nullptr;
-    for (const size_t index : byUrl[preload.url]) {
-      Line& line = lines[index];
-      if (line.preload != nullptr) continue;
-      const bool took = line.plugin->source == Source::Served || line.plugin->source == Source::Joined;
-      if (place == nullptr || took) place = &line;
-      if (took) break;
-    }
-    if (place != nullptr) {
-      place->preload = &preload;
-    } else {
-      lines.push_back({.preload = &preload, .atUs = preload.launchedUs});
-    }
-  }
-}
-
-std::vector<Line> Lines(const Page& page, const Visit& visit) {
-  std::vector<Line> byRequest(page.requests.size());
-  for (const RequestRow& row : Of(visit, Way::Off).requests) byRequest.at(row.request).off = &row;
-  for (const RequestRow& row : Of(visit, Way::Plugin).requests) byRequest.at(row.request).plugin = &row;
-  std::vector<Line> lines;
-  for (size_t index = 0; index < byRequest.size(); ++index) {
-    Line& line = byRequest[index];
-    if (line.off == nullptr && line.plugin == nullptr) continue;
-    line.request = &page.requests[index];
-    line.atUs = line.off != nullptr ? line.off->wantedUs : line.plugin->wantedUs;
-    lines.push_back(line);
-  }
-  PlacePreloads(Of(visit, Way::Plugin).preloads, lines);
-  std::stable_sort(lines.begin(), lines.end(),
-                   [](const Line& left, const Line& right) { return left.atUs < right.atUs; });
-  return lines;
-}
-
-// URLs of a recording by number: its visits ask for the same ones again and again.
-class UrlNumbers {
- public:
-  size_t Of(const std::string& url) {
-    const auto [found, added] = numbers_.try_emplace(url, urls_.size());
-    if (added) urls_.push_back(PrintableText(url));
-    return found->second;
-  }
-  const Json& Urls() const { return urls_; }
-
- private:
-  std::unordered_map<std::string, size_t> numbers_;
-  Json urls_ = Json::array();
-};
-
-// [url, kind, off times or null, plugin times or null, source or null, why, preload times or null, bytes,
-// fate]
-Json LineData(const Line& line, UrlNumbers& urls) {
-  const std::string& url = line.request != nullptr ? line.request->url : line.preload->url;
-  const host::ResourceKind kind = line.request != nullptr ? line.request->kind : line.preload->kind;
-  Json data = Json::array();
-  data.push_back(urls.Of(url));
-  data.push_back(KindText(kind));
-  data.push_back(line.off != nullptr ? Times(*line.off) : Json(nullptr));
-  data.push_back(line.plugin != nullptr ? Times(*line.plugin) : Json(nullptr));
-  data.push_back(line.plugin != nullptr ? Json(SourceText(line.plugin->source)) : Json(nullptr));
-  const bool hasReason = line.plugin != nullptr && line.plugin->why != host::NotServed::None;
-  data.push_back(hasReason ? host::WordsFor(line.plugin->why).text : "");
-  if (line.preload == nullptr) return data;
-  data.push_back(Times(*line.preload));
-  data.push_back(line.preload->bytes);
-  data.push_back(FateText(line.preload->fate));
-  return data;
-}
-
-Json VisitData(const Page& page, const Visit& visit, UrlNumbers& urls) {
-  Json lines = Json::array();
-  for (const Line& line : Lines(page, visit)) lines.push_back(LineData(line, urls));
-  Json ways = Json::array();
-  for (const Way way : kWays) {
-    if (!visit.repeat && !IsRunOnFirstVisits(way)) continue;
-    const LoadTimes& times = Of(visit, way).times;
-    ways.push_back({WordsFor(way).key, times.firstPaintUs, times.contentLoadedUs, times.pageLoadUs});
-  }
-  return {{"page", urls.Of(visit.pageUrl)}, {"ways", ways}, {"lines", lines}};
-}
-
-// -- The static parts --
 
 std::string Seconds(double microseconds) {
   if (microseconds < 999.5e3) return MillisecondsText(microseconds) + "&nbsp;ms";
@@ -237,10 +88,9 @@ std::string Bullet(const std::vector<VisitFigures>& visits) {
   if (!closed) return "";
   const double most = std::max({off, plugin, 1.0});
   return fmt::format(
-      R"(<span class="bullet" role="img" aria-label="gap closed {}" title="band: from {} to off; mark: plugin">)"
-      R"(<i class="gap" style="left:{:.2f}%;width:{:.2f}%"></i><i class="mark" style="left:{:.2f}%"></i></span>)",
-      PercentText(closed), WordsFor(kBound).key, bound / most * 100, (off - bound) / most * 100,
-      plugin / most * 100);
+      R"(<svg class="bullet" viewBox="0 0 100 12" preserveAspectRatio="none" role="img" aria-label="band: from {} to off; mark: plugin">)"
+      R"(<rect class="gap" x="{:.2f}" y="4" width="{:.2f}" height="4"/><rect class="mark" x="{:.2f}" y="0" width="3" height="12"/></svg>)",
+      WordsFor(kBound).key, bound / most * 100, (off - bound) / most * 100, plugin / most * 97);
 }
 
 std::string GainCell(const std::vector<VisitFigures>& visits, Metric metric) {
@@ -252,7 +102,7 @@ std::string GainCell(const std::vector<VisitFigures>& visits, Metric metric) {
 std::string FigureCells(const Summary& summary) {
   const std::vector<VisitFigures>& visits = summary.repeats;
   if (visits.empty()) {
-    return fmt::format(R"(<td colspan="{}" class="muted left">no repeat visit</td>)", kWays.size() + 9);
+    return fmt::format(R"(<td colspan="{}" class="muted left">no repeat visit</td>)", kRowWays.size() + 9);
   }
   const Totals totals = TotalsOf(visits);
   const Figures paint = Medians(visits, &LoadTimes::firstPaintUs);
@@ -260,7 +110,7 @@ std::string FigureCells(const Summary& summary) {
   std::string html;
   for (const Way way : {Way::Off, Way::Plugin}) html += "<td>" + MillisecondsText(At(paint, way)) + "</td>";
   html += GainCell(visits, &LoadTimes::firstPaintUs);
-  for (const Way way : kWays) html += "<td>" + MillisecondsText(At(load, way)) + "</td>";
+  for (const Way way : kRowWays) html += "<td>" + MillisecondsText(At(load, way)) + "</td>";
   html += GainCell(visits, &LoadTimes::pageLoadUs);
   html +=
       fmt::format("<td>{}</td><td>{}</td><td>{}</td>", Typeset(PercentText(GapClosedOverall(visits, kBound))),
@@ -276,21 +126,29 @@ std::string VisitsText(const Summary& summary) {
   return fmt::format("{}&nbsp;{}", summary.repeats.size(), summary.repeats.size() == 1 ? "copy" : "copies");
 }
 
+// A heading by which the script lets the rows be sorted.
+std::string SortHeading(const std::string& text, const char* attributes = "") {
+  return fmt::format(R"(<th scope="col" data-sort{}>{}</th>)", attributes, text);
+}
+
 std::string RecordingsTable(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections) {
   std::string html = fmt::format(
-      R"(<div class="scroll" tabindex="0" role="region" aria-label="Recordings"><table class="figures"><caption>Medians over the repeat visits of a recording, ms; gains are per visit. The gap is from off to {}.</caption><thead><tr>)"
-      R"(<th rowspan="2" scope="col" class="left">Recording</th><th rowspan="2" scope="col">Visits</th>)"
-      R"(<th colspan="3" scope="colgroup" class="group">First paint</th><th colspan="{}" scope="colgroup" class="group">Load event</th>)"
-      R"(<th rowspan="2" scope="col">Gap closed</th><th rowspan="2" scope="col"><span class="hidden">Gap as a picture</span></th>)"
-      R"(<th rowspan="2" scope="col">Unused bytes</th><th rowspan="2" scope="col">Slower</th><th rowspan="2" scope="col">Later paint</th></tr><tr>)"
-      R"(<th scope="col">off</th><th scope="col">plugin</th><th scope="col">gain</th>)",
-      WordsFor(kBound).key, kWays.size() + 1);
-  for (const Way way : kWays) html += fmt::format(R"(<th scope="col">{}</th>)", WordsFor(way).key);
-  html += R"(<th scope="col">gain</th></tr></thead><tbody>)";
+      R"(<div class="scroll" tabindex="0" role="region" aria-label="Recordings"><table class="figures recordings"><caption>Medians over the repeat visits of a recording, ms; gains are per visit. The gap is from off to {}. Unused is of the preloaded bytes.</caption><thead><tr>)"
+      R"(<td></td><td></td><th colspan="3" scope="colgroup" class="group">First paint</th><th colspan="{}" scope="colgroup" class="group">Load event</th>)"
+      R"(<td></td><th colspan="2" scope="colgroup" class="group">More than 1%</th></tr><tr>)",
+      WordsFor(kBound).key, kRowWays.size() + 3);
+  html += SortHeading("Recording", R"( class="left")") + SortHeading("Visits");
+  for (const char* name : {"off", "plugin", "gain"}) html += SortHeading(name);
+  for (const Way way : kRowWays) html += SortHeading(WordsFor(way).key);
+  html += SortHeading("gain") + SortHeading("gap closed");
+  html += R"(<th scope="col"><span class="hidden">Gap as a picture</span></th>)";
+  for (const char* name : {"unused", "slower", "later paint"}) html += SortHeading(name);
+  html += "</tr></thead><tbody>";
   for (size_t index = 0; index < summaries.size(); ++index) {
-    html += fmt::format(R"(<tr><th scope="row"><a href="#r{}">{}</a></th><td>{}</td>{}</tr>)",
-                        sections[index].number, Escaped(summaries[index].name), VisitsText(summaries[index]),
-                        FigureCells(summaries[index]));
+    html += fmt::format(
+        R"(<tr data-section="r{0}"><th scope="row"><a href="#r{0}">{1}</a></th><td>{2}</td>{3}</tr>)",
+        sections[index].number, Escaped(summaries[index].name), VisitsText(summaries[index]),
+        FigureCells(summaries[index]));
   }
   return html + "</tbody></table></div>\n";
 }
@@ -346,8 +204,8 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, const char* name
   if (visits.empty()) return "";
   const Totals totals = TotalsOf(visits);
   std::string html = fmt::format(
-      R"(<table class="figures narrow"><caption>{} {}</caption><thead><tr><th rowspan="2" class="left" scope="col">Event</th>)"
-      R"(<th colspan="4" scope="colgroup" class="group">Gain of the plugin per visit, ms</th><th colspan="{}" scope="colgroup" class="group">Gain over all visits</th></tr><tr>)"
+      R"(<div class="scroll" tabindex="0" role="region" aria-label="Gains"><table class="figures narrow"><caption>{} {}</caption><thead><tr><td></td>)"
+      R"(<th colspan="4" scope="colgroup" class="group">Gain of the plugin per visit, ms</th><th colspan="{}" scope="colgroup" class="group">Gain over all visits</th></tr><tr><th class="left" scope="col">Event</th>)"
       R"(<th scope="col">median</th><th scope="col">p5</th><th scope="col">p95</th><th scope="col">total</th>)",
       visits.size(), name, kWays.size() - 1);
   for (const Way way : kWays) {
@@ -370,7 +228,7 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, const char* name
     }
     html += "</tr>";
   }
-  html += "</tbody></table>\n";
+  html += "</tbody></table></div>\n";
   return html;
 }
 
@@ -389,8 +247,8 @@ std::string ReasonsTable(const Summary& summary) {
   for (const auto& [why, count] : ByFrequency(summary.fetchedReasons)) {
     const double share = ShareOf(count, sum).value();
     html += fmt::format(
-        R"(<tr><th scope="row">{}</th><td>{}</td><td><i class="share" style="width:{:.1f}%"></i>{}</td></tr>)",
-        host::WordsFor(why).text, count, share * 60, PercentText(share));
+        R"(<tr><th scope="row">{}</th><td>{}</td><td><svg class="share" viewBox="0 0 100 1" preserveAspectRatio="none" aria-hidden="true"><rect width="{:.1f}" height="1"/></svg>{}</td></tr>)",
+        host::WordsFor(why).text, count, share * 100, PercentText(share));
   }
   return html + "</tbody></table>\n";
 }
@@ -409,8 +267,7 @@ std::string SkippedTable(const Summary& summary) {
 // The line that is seen while a visit is closed.
 std::string VisitSummary(const Visit& visit) {
   const std::string nth = fmt::format("{} {}", visit.copy ? "copy, visit" : "visit", visit.number);
-  std::string html = fmt::format(R"(<span class="page">{}</span><span class="nth">{}</span>)",
-                                 Escaped(visit.pageUrl), visit.repeat ? nth : "first visit");
+  std::string html = fmt::format(R"(<span class="nth">{}</span>)", visit.repeat ? nth : "first visit");
   for (const auto& [name, metric] :
        {std::pair("first paint", &LoadTimes::firstPaintUs), std::pair("load", &LoadTimes::pageLoadUs)}) {
     const auto off = static_cast<double>(Of(visit, Way::Off).times.*metric);
@@ -467,6 +324,66 @@ std::string VisitFacts(const Visit& visit) {
       PaintNote(visit.paintSource));
 }
 
+// For the filter: what sort of visit it is, and what the plugin did to it.
+std::string VisitTags(const Visit& visit) {
+  if (!visit.repeat) return "first";
+  std::string tags = visit.copy ? "copy" : "real";
+  const auto isLater = [&visit](Metric metric) {
+    return IsLater(static_cast<double>(Of(visit, Way::Plugin).times.*metric),
+                   static_cast<double>(Of(visit, Way::Off).times.*metric));
+  };
+  if (isLater(&LoadTimes::pageLoadUs)) tags += " slower";
+  if (isLater(&LoadTimes::firstPaintUs)) tags += " later";
+  if (EndedByBeacon(Of(visit, Way::Off))) tags += " beacon";
+  return tags;
+}
+
+std::string VisitHtml(size_t number, size_t index, const Recording& recording, const Visit& visit) {
+  const Page& page = recording.pages.at(visit.page);
+  return fmt::format(
+      R"(<details class="visit{}" id="r{}v{}" data-visit="{}" data-tags="{}"><summary>{}</summary>{}{}<div class="waterfall"></div></details>)",
+      visit.repeat ? "" : " first", number, index, index, VisitTags(visit), VisitSummary(visit),
+      VisitTable(page, visit), VisitFacts(visit));
+}
+
+// The visits of a page follow each other, under its address; pages are in the order of their first visits.
+std::string VisitsByPage(size_t number, const Recording& recording, const RecordingResult& result) {
+  std::vector<std::string> pages;
+  std::map<std::string, std::string> visits;
+  for (size_t index = 0; index < result.visits.size(); ++index) {
+    const Visit& visit = result.visits[index];
+    std::string& html = visits[visit.pageUrl];
+    if (html.empty()) pages.push_back(visit.pageUrl);
+    html += VisitHtml(number, index, recording, visit) + "\n";
+  }
+  std::string html;
+  for (const std::string& page : pages) {
+    html += fmt::format("<div class=\"page\"><h3>{}</h3>\n{}</div>\n", Escaped(page), visits[page]);
+  }
+  return html;
+}
+
+// A hexadecimal hash in the form that a Content-Security-Policy wants it.
+std::string PolicyHash(std::string_view sha256) {
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string bits;
+  for (const char digit : sha256)
+    bits += fmt::format("{:04b}", digit <= '9' ? digit - '0' : digit - 'a' + 10);
+  while (bits.size() % 6 != 0) bits += "00";
+  std::string text = "'sha256-";
+  for (size_t at = 0; at < bits.size(); at += 6) text += kDigits[std::stoul(bits.substr(at, 6), nullptr, 2)];
+  return text + "='";
+}
+
+// Nothing runs or is loaded but the style and the script of the report itself, whatever a recording holds.
+std::string Policy() {
+  return fmt::format(
+      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src {}; script-src "
+      "{}; "
+      "img-src data:; base-uri 'none'; form-action 'none'\">\n",
+      PolicyHash(kPageStyleSha256), PolicyHash(kPageScriptSha256));
+}
+
 }  // namespace
 
 HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result) {
@@ -475,20 +392,9 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
   html += fmt::format("<p class=\"muted\">{} visits, {} of them repeat visits, {} requests{}{}</p>\n",
                       summary.visits, summary.repeats.size(), summary.requests,
                       recording.browser.empty() ? "" : ", recorded with ", Escaped(recording.browser));
-  UrlNumbers urls;
-  Json visits = Json::array();
-  for (size_t index = 0; index < result.visits.size(); ++index) {
-    const Visit& visit = result.visits[index];
-    visits.push_back(VisitData(recording.pages.at(visit.page), visit, urls));
-    html += fmt::format(
-        R"(<details class="visit{}" id="r{}v{}"><summary>{}</summary>{}{}<div class="waterfall"></div></details>)",
-        visit.repeat ? "" : " first", number, index, VisitSummary(visit),
-        VisitTable(recording.pages.at(visit.page), visit), VisitFacts(visit));
-    html += '\n';
-  }
+  html += VisitsByPage(number, recording, result);
   html += R"(<div class="tables">)" + ReasonsTable(summary) + SkippedTable(summary) + "</div>\n";
-  html += R"(<script type="application/json">)" + Embedded({{"urls", urls.Urls()}, {"visits", visits}}) +
-          "</script>\n";
+  html += R"(<script type="application/json">)" + WaterfallData(recording, result) + "</script>\n";
   return {.number = number, .text = html + "</section>\n"};
 }
 
@@ -505,16 +411,18 @@ std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<
                        const ReplayOptions& options) {
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
-  std::string html = std::string(kPageBegin) + "<style>\n" + kPageStyle + "</style>\n</head>\n<body>\n";
+  std::string html =
+      std::string(kPageBegin) + Policy() + "<style>" + kPageStyle + "</style>\n</head>\n<body>\n";
   html += "<header><h1>Page load with and without the plugin</h1><p class=\"muted\">" +
           Escaped(ConditionsText(options)) + "</p></header>\n<main>\n";
   html += Headlines(total) + RecordingsTable(summaries, sections);
   html += R"(<div class="tables">)" + GroupTables(total);
   if (summaries.size() > 1) html += ReasonsTable(total) + SkippedTable(total);
   html += "</div>\n";
-  html += kPageLegend;
+  html += kPageFilter;
   for (const HtmlSection& section : sections) html += section.text;
-  return html + "</main>\n<script>\n" + kPageScript + "</script>\n</body>\n</html>\n";
+  html += kPageLegend;
+  return html + "</main>\n<script>" + kPageScript + "</script>\n</body>\n</html>\n";
 }
 
 }  // namespace replay

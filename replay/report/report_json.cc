@@ -107,6 +107,13 @@ void AddFigures(Json& line, const Summary& summary) {
   line["commands"] = summary.commands;
   line["unanswered_commands"] = summary.unansweredCommands;
   line["warnings"] = summary.warnings;
+  Json& parents = line["parents"] = {{"recorded_pages", summary.recordedPages},
+                                     {"inferred_pages", summary.inferredPages}};
+  const auto prediction = PredictionOf(summary.startErrors);
+  parents["compared_requests"] = prediction ? prediction->requests : 0;
+  parents["inferred_closer"] = prediction ? prediction->inferredCloser : 0;
+  parents["recorded_error_ms"] = prediction ? Json(std::round(prediction->recordedMs)) : Json(nullptr);
+  parents["inferred_error_ms"] = prediction ? Json(std::round(prediction->inferredMs)) : Json(nullptr);
   line["skipped"] = Json(summary.skipped);
   Json& reasons = line["reasons"] = Json::object();
   for (const auto& [why, count] : summary.reasons) reasons[host::WordsFor(why).key] = count;

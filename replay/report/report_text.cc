@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 
 #include "replay/report/figure_text.h"
 #include "replay/report/printable_text.h"
@@ -119,9 +118,6 @@ Row Heading(std::initializer_list<const char*> names) {
 }
 
 // --- A row per recording: medians, which may be compared within one.
-
-// What a terminal has room for; the table of gains has all ways.
-constexpr std::array kRowWays = {Way::Off, Way::Plugin, kBound, Way::Oracle};
 
 void AddGain(Row& row, const std::vector<VisitFigures>& visits, Metric metric) {
   const std::optional<Gains> gains = GainsOf(visits, metric);
@@ -275,6 +271,20 @@ std::string Reasons(const Summary& total, bool colour) {
   return "\n" + Print(rows, colour);
 }
 
+std::string Parents(const Summary& total) {
+  std::string text =
+      fmt::format("\nLate requests wait for an inferred parent on {} pages, for the recorded one on {}",
+                  total.inferredPages, total.recordedPages);
+  const auto prediction = PredictionOf(total.startErrors);
+  if (!prediction) return text + ".\n";
+  text += fmt::format(
+      ":\nby it another load's starts are predicted with a median error of {:.0f} ms (recorded: {:.0f} ms), "
+      "closer for "
+      "{} of {}.\n",
+      prediction->inferredMs, prediction->recordedMs, prediction->inferredCloser, prediction->requests);
+  return text;
+}
+
 std::string Skipped(const Summary& total, bool colour) {
   if (total.skipped.empty()) return "";
   std::vector<Row> rows = {Heading({"rows not replayed", "rows"})};
@@ -293,7 +303,7 @@ std::string TextReport(const std::vector<Summary>& summaries, const ReplayOption
   for (const Summary& summary : summaries) AddTo(total, summary);
   return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
          ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) + Groups(total, colour) +
-         Reasons(total, colour) + Skipped(total, colour);
+         Reasons(total, colour) + Parents(total) + Skipped(total, colour);
 }
 
 std::string ConditionsText(const ReplayOptions& options) {

@@ -77,6 +77,10 @@ Summary Summarize(const RecordingResult& result) {
   Summary summary;
   summary.name = result.name;
   summary.skipped = result.skipped;
+  for (const auto& [url, rule] : result.parents.rules) {
+    ++(rule == ParentRule::Inferred ? summary.inferredPages : summary.recordedPages);
+  }
+  summary.startErrors = result.parents.errors;
   summary.visits = result.visits.size();
   for (const Visit& visit : result.visits) {
     const std::vector<RequestRow>& rows = Of(visit, Way::Plugin).requests;
@@ -105,6 +109,24 @@ void AddTo(Summary& total, const Summary& other) {
   total.unansweredCommands += other.unansweredCommands;
   total.warnings += other.warnings;
   for (const auto& [reason, count] : other.skipped) total.skipped[reason] += count;
+  total.recordedPages += other.recordedPages;
+  total.inferredPages += other.inferredPages;
+  const auto append = [](std::vector<double>& all, const std::vector<double>& more) {
+    all.insert(all.end(), more.begin(), more.end());
+  };
+  append(total.startErrors.recordedMs, other.startErrors.recordedMs);
+  append(total.startErrors.inferredMs, other.startErrors.inferredMs);
+}
+
+std::optional<Prediction> PredictionOf(const StartErrors& errors) {
+  if (errors.recordedMs.empty()) return std::nullopt;
+  Prediction prediction = {.requests = errors.recordedMs.size(),
+                           .recordedMs = Median(errors.recordedMs),
+                           .inferredMs = Median(errors.inferredMs)};
+  for (size_t at = 0; at < prediction.requests; ++at) {
+    if (errors.inferredMs[at] < errors.recordedMs[at]) ++prediction.inferredCloser;
+  }
+  return prediction;
 }
 
 int64_t GainUs(const VisitFigures& visit, Metric metric, Way way) {

@@ -47,12 +47,26 @@ struct Summary {
   uint64_t unansweredCommands = 0;
   uint64_t warnings = 0;
   std::map<std::string, size_t> skipped;
+  // Pages by what their late requests are taken to wait for, and how well the rules predict.
+  uint64_t recordedPages = 0;
+  uint64_t inferredPages = 0;
+  StartErrors startErrors;
 };
 
 Summary Summarize(const RecordingResult& result);
 
 // Adds every figure of `other` to `total`, whose name stays.
 void AddTo(Summary& total, const Summary& other);
+
+// How far off another load's starts the two rules are, over the requests about which they differ: medians,
+// and how often the inferred parent is closer. Nothing when there are none to compare.
+struct Prediction {
+  size_t requests = 0;
+  size_t inferredCloser = 0;
+  double recordedMs = 0;
+  double inferredMs = 0;
+};
+std::optional<Prediction> PredictionOf(const StartErrors& errors);
 
 // --- One time over several repeat visits.
 
@@ -105,6 +119,9 @@ std::optional<double> GapClosedPerVisit(const std::vector<VisitFigures>& visits,
 
 // What "gap closed" is measured against.
 inline constexpr Way kBound = Way::Reachable;
+
+// The ways that a table with a row per recording has room for; the tables of gains have all.
+inline constexpr std::array kRowWays = {Way::Off, Way::Plugin, kBound, Way::Oracle};
 
 // --- Repeat visits together.
 

@@ -14,8 +14,10 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LoadTimes, firstPaintUs, contentLoadedUs, pag
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(VisitFigures, page, number, copy, paintSource, times, endedByBeacon,
                                    served, joined, fetched, fromDiskCache, preloads, unusedPreloads,
                                    preloadedBytes, unusedBytes, connections, unusedConnections)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StartErrors, recordedMs, inferredMs)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, repeats, reasons, fetchedReasons,
-                                   commands, unansweredCommands, warnings, skipped)
+                                   commands, unansweredCommands, warnings, skipped, recordedPages,
+                                   inferredPages, startErrors)
 
 }  // namespace replay
 

@@ -119,6 +119,7 @@ TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
       {{"--preconnect", "1", "a.har"}, {"--preconnect", "'1'"}},
       {{"--certificates", "no", "a.har"}, {"--certificates", "'no'"}},
       {{"--dns", "", "a.har"}, {"--dns"}},
+      {{"--parents", "all", "a.har"}, {"--parents", "'all'", "inferred"}},
       {{"--slow-start", "ON", "a.har"}, {"--slow-start", "'ON'"}},
       {{"--log", "loud", "a.har"}, {"--log", "'loud'"}},
       {{"--prop", "net.cv.kiv.on", "a.har"}, {"--prop", "name=value"}},

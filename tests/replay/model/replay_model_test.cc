@@ -11,6 +11,7 @@
 
 #include "replay/model/network_model.h"
 #include "replay/model/page_plan.h"
+#include "replay/model/parent_choice.h"
 #include "replay/model/recorded_network.h"
 #include "replay/model/shared_link.h"
 
@@ -411,7 +412,7 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
   for (const auto& page : pages) {
     Page recorded{.onLoadMs = page.onLoadMs, .document = page.document};
     for (const Row& expected : page.rows) recorded.requests.push_back(expected.request);
-    const PagePlan plan = MakePlan(recorded);
+    const PagePlan plan = MakePlan(recorded, ParentRule::Recorded);
     ASSERT_EQ(plan.requests.size(), page.rows.size());
     for (size_t index = 0; index < page.rows.size(); ++index) {
       const Row& expected = page.rows[index];
@@ -423,6 +424,51 @@ TEST(PagePlan, ARequestFollowsWhatInitiatedIt) {
     }
     EXPECT_EQ(plan.restUs, page.restMs * 1000) << "page " << &page - pages;
   }
+}
+
+// Two loads of a page, the second with everything later. The script asks for the picture, whatever the
+// recording says; the late one waits for a timer of the document's.
+TEST(PagePlan, ALateRequestWaitsForWhatEndedJustBefore) {
+  using Kind = host::ResourceKind;
+  const auto row = [](const char* url, double start, double end, Kind kind = Kind::Image) {
+    return Request{.url = std::string("http://a.test/") + url,
+                   .startMs = start,
+                   .receiveMs = 10,
+                   .endMs = end,
+                   .status = 200,
+                   .kind = kind};
+  };
+  const Page first = {.requests = {row("", 0, 100, Kind::Document), row("script", 120, 500, Kind::Script),
+                                   row("image", 130, 590), row("picture", 590, 700), row("gap", 601, 650),
+                                   row("timer", 1100, 1200)}};
+  Page second = first;
+  second.requests[1].endMs = 900;
+  second.requests[2].endMs = 910;
+  second.requests[3].startMs = 990;
+  second.requests[4].startMs = 1001;
+  const PagePlan plan = MakePlan(first, ParentRule::Inferred);
+  const std::pair<size_t, int64_t> expected[] = {{kPageStart, 0}, {0, 20'000},  {0, 30'000},
+                                                 {1, 90'000},     {0, 501'000}, {0, 1'000'000}};
+  for (size_t index = 0; index < 6; ++index) {
+    EXPECT_EQ(plan.requests[index].parent, expected[index].first) << index;
+    EXPECT_EQ(plan.requests[index].thinkUs, expected[index].second) << index;
+  }
+
+  // The picture alone is told apart: the recorded parent is 400 ms off, the inferred one not at all.
+  const StartErrors errors = CompareRules({&first, &second});
+  EXPECT_EQ(errors.recordedMs, std::vector<double>(2, 400));
+  EXPECT_EQ(errors.inferredMs, std::vector<double>(2, 0));
+  const auto ruleOf = [](const Page& a, const Page& b, std::optional<ParentRule> rule) {
+    return ChooseParents({.pages = {a, b}}, rule).rules.at("http://a.test/");
+  };
+  EXPECT_EQ(ruleOf(first, second, {}), ParentRule::Inferred);
+  EXPECT_EQ(ruleOf(first, second, ParentRule::Recorded), ParentRule::Recorded);
+  // Here the picture comes when it came, though the script is later.
+  second.requests[3].startMs = 590;
+  second.requests[1].endMs = 580;
+  EXPECT_EQ(ruleOf(first, second, {}), ParentRule::Recorded);
+  EXPECT_EQ(ruleOf(first, first, {}), ParentRule::Recorded) << "equally good: as recorded";
+  EXPECT_EQ(ChooseParents({.pages = {first}}, {}).rules.at("http://a.test/"), ParentRule::Inferred);
 }
 
 }  // namespace

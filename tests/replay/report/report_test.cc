@@ -320,6 +320,8 @@ TEST(HtmlReport, HoldsEverythingItselfWhateverTheUrls) {
        {"url(", "@import", "<iframe", "<link rel=\"style", "href=\"http", "fetch(", "import("}) {
     EXPECT_EQ(CountOf(html, reference), 0U) << reference;
   }
+  EXPECT_EQ(CountOf(html, " style="), 0U) << "the policy allows no style of a single element";
+  EXPECT_EQ(CountOf(html, "default-src 'none'; style-src 'sha256-"), 1U);
   EXPECT_NE(html.find("<a href=\"#r3\">&lt;/script&gt;&lt;b&gt;&amp;&quot;.har</a>"), std::string::npos);
   EXPECT_NE(html.find("<th scope=\"row\">not known yet</th>"), std::string::npos)
       << "reasons are there without script";
@@ -333,11 +335,11 @@ TEST(HtmlReport, HoldsEverythingItselfWhateverTheUrls) {
   EXPECT_EQ(lines.size(), 41U) << "every request once, and the preload that nobody asked for";
   size_t preloads = 0, unasked = 0, served = 0;
   for (const json& line : lines) {
-    if (line.size() > 6) ++preloads;
-    if (line[3].is_null()) ++unasked;
-    if (line[4] != "served") continue;
+    if (!line[5].is_null()) ++preloads;
+    if (line[0].is_null()) ++unasked;
+    if (line[3] != "served") continue;
     ++served;
-    EXPECT_EQ(line.at(8), "served") << "the bar of a served request shows its own preload";
+    EXPECT_EQ(line.at(5).at(9), "served") << "the bar of a served request shows its own preload";
   }
   EXPECT_EQ(preloads, replayed.result.visits[2].ways[1].preloads.size());
   EXPECT_EQ(unasked, 1U);

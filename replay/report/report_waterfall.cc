@@ -1,0 +1,228 @@
+#include "replay/report/report_waterfall.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <unordered_map>
+#include <vector>
+
+#include "replay/report/printable_text.h"
+
+namespace replay {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const char* KindText(host::ResourceKind kind) {
+  switch (kind) {
+    case host::ResourceKind::Document:
+      return "html";
+    case host::ResourceKind::Stylesheet:
+      return "css";
+    case host::ResourceKind::Script:
+      return "js";
+    case host::ResourceKind::Font:
+      return "font";
+    case host::ResourceKind::Image:
+      return "img";
+    case host::ResourceKind::Media:
+      return "media";
+    case host::ResourceKind::Data:
+      return "data";
+    case host::ResourceKind::Other:
+      break;
+  }
+  return "";
+}
+
+const char* ProtocolText(Protocol protocol) {
+  switch (protocol) {
+    case Protocol::Http2:
+      return "HTTP/2";
+    case Protocol::Http3:
+      return "HTTP/3";
+    case Protocol::Http1:
+      break;
+  }
+  return "HTTP/1.1";
+}
+
+const char* PaintText(PaintSource source) {
+  switch (source) {
+    case PaintSource::ContentLoaded:
+      return "DOMContentLoaded";
+    case PaintSource::Load:
+      return "the load event";
+    case PaintSource::Recorded:
+      break;
+  }
+  return "";
+}
+
+// One line of a waterfall: a request of the page in both ways, a preload that nobody asked for, or a request
+// and the preload that answered it.
+struct Line {
+  const Request* request = nullptr;
+  PerWay<const RequestRow*> rows{};
+  const PreloadRow* preload = nullptr;
+  int64_t atUs = 0;  // lines are in this order
+
+  const RequestRow* Plugin() const { return rows[Index(Way::Plugin)]; }
+};
+
+// A preload belongs to the request that took it, else to the first one for its URL that has none.
+void PlacePreloads(const std::vector<PreloadRow>& preloads, std::vector<Line>& lines) {
+  const size_t requests = lines.size();
+  std::unordered_map<std::string, std::vector<size_t>> byUrl;
+  for (size_t index = 0; index < requests; ++index) {
+    if (lines[index].Plugin() != nullptr) byUrl[lines[index].request->url].push_back(index);
+  }
+  for (const PreloadRow& preload : preloads) {
+    Line* place = nullptr;
+    for (const size_t index : byUrl[preload.url]) {
+      Line& line = lines[index];
+      if (line.preload != nullptr) continue;
+      const bool took = line.Plugin()->source == Source::Served || line.Plugin()->source == Source::Joined;
+      if (place == nullptr || took) place = &line;
+      if (took) break;
+    }
+    if (place != nullptr) {
+      place->preload = &preload;
+    } else {
+      lines.push_back({.preload = &preload, .atUs = preload.launchedUs});
+    }
+  }
+}
+
+std::vector<Line> Lines(const Page& page, const Visit& visit) {
+  std::vector<Line> byRequest(page.requests.size());
+  for (const Way way : kWays) {
+    for (const RequestRow& row : Of(visit, way).requests) byRequest.at(row.request).rows[Index(way)] = &row;
+  }
+  std::vector<Line> lines;
+  for (size_t index = 0; index < byRequest.size(); ++index) {
+    Line& line = byRequest[index];
+    const RequestRow* const off = line.rows[Index(Way::Off)];
+    if (off == nullptr && line.Plugin() == nullptr) continue;
+    line.request = &page.requests[index];
+    line.atUs = off != nullptr ? off->wantedUs : line.Plugin()->wantedUs;
+    lines.push_back(line);
+  }
+  PlacePreloads(Of(visit, Way::Plugin).preloads, lines);
+  std::stable_sort(lines.begin(), lines.end(),
+                   [](const Line& left, const Line& right) { return left.atUs < right.atUs; });
+  return lines;
+}
+
+// URLs of a recording by number: its visits ask for the same ones again and again.
+class UrlNumbers {
+ public:
+  int64_t Of(const std::string& url) {
+    if (url.empty()) return -1;
+    const auto [found, added] = numbers_.try_emplace(url, static_cast<int64_t>(urls_.size()));
+    if (added) urls_.push_back(PrintableText(url));
+    return found->second;
+  }
+  const Json& Urls() const { return urls_; }
+
+ private:
+  std::unordered_map<std::string, int64_t> numbers_;
+  Json urls_ = Json::array();
+};
+
+Json RequestData(const Request& request, bool beacon, UrlNumbers& urls) {
+  return {urls.Of(request.url),
+          KindText(request.kind),
+          request.method,
+          request.status,
+          ProtocolText(request.protocol),
+          request.bodyBytes,
+          urls.Of(request.initiatorUrl.empty() ? request.referer : request.initiatorUrl),
+          beacon ? 1 : 0};
+}
+
+Json PageData(const Page& page, const std::vector<RequestRow>& rows, UrlNumbers& urls) {
+  std::vector<bool> beacons(page.requests.size());
+  for (const RequestRow& row : rows) beacons.at(row.request) = row.beacon;
+  Json requests = Json::array();
+  for (size_t index = 0; index < page.requests.size(); ++index) {
+    requests.push_back(RequestData(page.requests[index], beacons[index], urls));
+  }
+  return requests;
+}
+
+Json Times(const RequestRow* row) {
+  if (row == nullptr) return nullptr;
+  return {row->wantedUs, row->connectUs, row->sentUs, row->firstByteUs, row->endUs};
+}
+
+Json PreloadData(const PreloadRow* row, UrlNumbers& urls) {
+  if (row == nullptr) return nullptr;
+  return {urls.Of(row->url), KindText(row->kind), row->orderedUs, row->launchedUs, row->connectUs,
+          row->sentUs,       row->firstByteUs,    row->endUs,     row->bytes,      FateText(row->fate)};
+}
+
+Json LineData(const Line& line, const Page& page, UrlNumbers& urls) {
+  const RequestRow* const plugin = line.Plugin();
+  Json data = Json::array();
+  data.push_back(line.request != nullptr ? Json(line.request - page.requests.data()) : Json(nullptr));
+  data.push_back(Times(line.rows[Index(Way::Off)]));
+  data.push_back(Times(plugin));
+  data.push_back(plugin != nullptr ? SourceText(plugin->source) : "");
+  const bool hasReason = plugin != nullptr && plugin->why != host::NotServed::None;
+  data.push_back(hasReason ? host::WordsFor(plugin->why).text : "");
+  data.push_back(PreloadData(line.preload, urls));
+  Json others = Json::array();
+  for (const Way way : kWays) {
+    const RequestRow* const row = line.rows[Index(way)];
+    if (IsRunOnFirstVisits(way) || row == nullptr) continue;
+    others.push_back({SourceText(row->source), row->wantedUs, row->endUs});
+  }
+  data.push_back(others);
+  return data;
+}
+
+Json VisitData(const Page& page, const Visit& visit, UrlNumbers& urls) {
+  Json ways = Json::array();
+  for (const Way way : kWays) {
+    if (!visit.repeat && !IsRunOnFirstVisits(way)) continue;
+    const WayResult& result = Of(visit, way);
+    const LoadTimes& times = result.times;
+    ways.push_back(
+        {WordsFor(way).key, times.firstPaintUs, times.contentLoadedUs, times.pageLoadUs, result.lastRequest});
+  }
+  Json lines = Json::array();
+  for (const Line& line : Lines(page, visit)) lines.push_back(LineData(line, page, urls));
+  return {{"page", urls.Of(visit.pageUrl)},
+          {"load", visit.page},
+          {"paint", PaintText(visit.paintSource)},
+          {"ways", ways},
+          {"lines", lines}};
+}
+
+std::string Embedded(const Json& json) {
+  std::string text;
+  for (const char character : json.dump(-1, ' ', false, Json::error_handler_t::replace)) {
+    if (character == '<') {
+      text += "\\u003c";
+    } else {
+      text += character;
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string WaterfallData(const Recording& recording, const RecordingResult& result) {
+  UrlNumbers urls;
+  std::vector<Json> pages(recording.pages.size(), Json::array());
+  Json visits = Json::array();
+  for (const Visit& visit : result.visits) {
+    const Page& page = recording.pages.at(visit.page);
+    if (pages[visit.page].empty()) pages[visit.page] = PageData(page, Of(visit, Way::Off).requests, urls);
+    visits.push_back(VisitData(page, visit, urls));
+  }
+  return Embedded({{"urls", urls.Urls()}, {"pages", pages}, {"visits", visits}});
+}
+
+}  // namespace replay
