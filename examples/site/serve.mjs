@@ -76,6 +76,7 @@ export async function serveSite(options, listenPort = (port) => port) {
   return {
     pages: site.pages.map(start),
     resolverRules: resolverRules(hosts, options),
+    httpsPorts: schemes.includes('https') ? [...new Set([...site.origins.keys()].map((origin) => httpsPort(Number(origin.split(':')[1] ?? 80))))] : [],
     ca: certificates?.caPath,
     spki: certificates?.spki,
     ports,

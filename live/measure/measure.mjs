@@ -5,7 +5,7 @@ import {join} from 'node:path';
 import {setTimeout as pause} from 'node:timers/promises';
 import {pathToFileURL} from 'node:url';
 import {parseArgs} from 'node:util';
-import {Browser} from './browser.mjs';
+import {Browser, proxyFlags} from './browser.mjs';
 import {harOf} from './har.mjs';
 import {loadPage} from './page_load.mjs';
 import {Proxy} from './proxy.mjs';
@@ -58,15 +58,20 @@ class Measurement {
       if (state !== undefined && existsSync(state + suffix)) cpSync(state + suffix, file + suffix);
     }
     const secure = this.served.ca === undefined ? [] : ['--intercept', '--ca-dir', this.path('ca'), '--upstream-ca', this.served.ca];
-    return Proxy.start(this.options.proxy, ['--state', file, '--hosts', this.hosts, '--mark', ...secure, ...WAYS[way].proxy]);
+    return Proxy.start(this.options.proxy, ['--state', file, '--hosts', this.hosts, '--mark', ...this.tunnelPorts(), ...secure, ...WAYS[way].proxy]);
   }
 
   browser(profile, proxy) {
     const keys = [this.served.spki, this.proxyKey()].filter((key) => key !== undefined);
     const flags = keys.length > 0 ? [`--ignore-certificate-errors-spki-list=${keys.join(',')}`] : [];
     flags.push(...(proxy === undefined ? [`--host-resolver-rules=${this.served.resolverRules}`]
-      : [`--proxy-server=${proxy.address}`, '--proxy-bypass-list=<-loopback>']));
+      : proxyFlags(proxy.address)));
     return new Browser(this.options.browser, profile, flags);
+  }
+
+  // Of the pages' resources, which have ports of their own.
+  tunnelPorts() {
+    return this.served.httpsPorts.flatMap((port) => ['--tunnel-port', String(port)]);
   }
 
   proxyKey() {

@@ -45,7 +45,7 @@ struct Texts {
   std::string listen = "127.0.0.1:8080";
   std::string preload = "on", preconnect = "on";
   std::string hostsFile, connectPort, passwordFile, logLevel, site;
-  std::vector<std::string> properties;
+  std::vector<std::string> properties, tunnelPorts;
 };
 
 [[noreturn]] void Refuse(const std::string& what) {
@@ -182,6 +182,12 @@ void ReadHosts(const Texts& texts, ProxyOptions& options) {
       Refuse("--connect-port must be a whole number from 1 to 65535, got '" + texts.connectPort + "'");
     }
   }
+  for (const std::string& text : texts.tunnelPorts) {
+    if (!IsNumber(text, 1, port)) {
+      Refuse("--tunnel-port must be a whole number from 1 to 65535, got '" + text + "'");
+    }
+    options.tunnelPorts.push_back(port);
+  }
   if (texts.hostsFile.empty()) return;
   try {
     options.connectTo = ReadHostsFile(texts.hostsFile, texts.connectPort);
@@ -258,6 +264,10 @@ std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& ar
   text(app, "--plugin", options.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
   text(app, "--hosts", texts.hostsFile, "where names lead, in the form of /etc/hosts", "FILE");
   text(app, "--connect-port", texts.connectPort, "the port that all names of --hosts lead to", "PORT");
+  app.add_option("--tunnel-port", texts.tunnelPorts, "a port that https may use besides 443; may be repeated")
+      ->type_name("PORT")
+      ->allow_extra_args(false)
+      ->group("Options");
   text(app, "--upstream-ca", options.upstreamCa, "certificates to trust instead of the system's (PEM)",
        "FILE");
   text(app, "--json", options.jsonPath, "append a JSON object for each page load; - is standard output",

@@ -30,6 +30,7 @@ struct ProxyOptions {
   // Towards the servers.
   std::string upstreamCa;              // a PEM file; empty for the system's certificates
   std::vector<std::string> connectTo;  // as UpstreamSettings::connectTo
+  std::vector<uint16_t> tunnelPorts;   // that tunnels may lead to besides 443 and 80
 
   // Preloading.
   bool preload = true;

@@ -88,6 +88,8 @@ FrontSettings FrontSettingsOf(const ProxyOptions& options) {
   settings.listenAnywhere = options.listenAnywhere;
   settings.password = options.password;
   settings.connectTo = options.connectTo;
+  settings.tunnelPorts.insert(settings.tunnelPorts.end(), options.tunnelPorts.begin(),
+                              options.tunnelPorts.end());
   settings.upstreamCaFile = options.upstreamCa;
   if (options.intercept) settings.authority = std::make_shared<Authority>(OpenAuthority(options.caFolder));
   return settings;

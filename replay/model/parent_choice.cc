@@ -75,9 +75,9 @@ ParentChoice ChooseParents(const Recording& recording, std::optional<ParentRule>
   for (const auto& [url, loads] : loadsOf) {
     const StartErrors errors = CompareRules(loads);
     ParentRule& chosen = choice.rules[url];
-    chosen = rule.value_or(ParentRule::Inferred);
+    chosen = rule.value_or(ParentRule::Recorded);
     if (errors.recordedMs.empty()) continue;
-    if (!rule && Middle(errors.recordedMs) <= Middle(errors.inferredMs)) chosen = ParentRule::Recorded;
+    if (!rule && Middle(errors.inferredMs) < Middle(errors.recordedMs)) chosen = ParentRule::Inferred;
     choice.errors.recordedMs.insert(choice.errors.recordedMs.end(), errors.recordedMs.begin(),
                                     errors.recordedMs.end());
     choice.errors.inferredMs.insert(choice.errors.inferredMs.end(), errors.inferredMs.begin(),

@@ -14,8 +14,8 @@ namespace replay {
 // From each load to the next one of the same page, and back.
 StartErrors CompareRules(const std::vector<const Page*>& loads);
 
-// `rule`: for all pages; nothing to choose for each page the one with the smaller median error. Pages whose
-// loads do not tell have their parents inferred, which predicts better on most pages that do.
+// `rule`: for all pages; nothing to choose for each page the one with the smaller median error. Where the
+// loads of a page do not tell, the recording is believed: over the pages that tell, inferring is no better.
 ParentChoice ChooseParents(const Recording& recording, std::optional<ParentRule> rule);
 
 }  // namespace replay

@@ -74,6 +74,17 @@ TEST(CommandLine, ProfilesAndDurations) {
   }
 }
 
+TEST(CommandLine, AListOfBeaconsReplacesTheOwnOne) {
+  const std::string path = FileWith("beacons", "mine.test\n");
+  const CommandLine line = Parsed({"--beacons", path});
+  EXPECT_TRUE(IsListed(line.replay.beacons, "https://a.mine.test/x"));
+  EXPECT_FALSE(IsListed(line.replay.beacons, "https://www.google-analytics.com/collect"));
+  EXPECT_EQ(line.settingsPaths, std::vector<std::string>{path}) << "no output may replace it";
+  EXPECT_TRUE(Parsed({"--visits", "3"}).visitsGiven);
+  EXPECT_FALSE(Parsed({}).visitsGiven);
+  EXPECT_THROW(Parsed({"--beacons", path + ".missing"}), std::runtime_error);
+}
+
 TEST(CommandLine, PropertiesOfTheFileAndTheLine) {
   const std::string path =
       FileWith("props", "# limits\r\n\n  net.cv.kiv.prlimit=3\r\nnet.cv.kiv.idlesock=0\nnet.cv.kiv.on=1 \n");

@@ -207,7 +207,8 @@ void BrowserConnection::BeginExchange() {
   Progress();
   const HeadRules rules{.secureOrigin = secureOrigin_,
                         .password = secureOrigin_.empty() ? front_.settings.password : std::string(),
-                        .viaName = front_.settings.viaName};
+                        .viaName = front_.settings.viaName,
+                        .tunnelPorts = front_.settings.tunnelPorts};
   auto head = ReadRequestHead(parser_->get().base(), rules);
   if (const auto* const refusal = std::get_if<Refusal>(&head)) return Refuse(*refusal);
   request_ = std::move(std::get<RequestHead>(head));

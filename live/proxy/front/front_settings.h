@@ -29,6 +29,9 @@ struct FrontSettings {
   // Many servers do not compress what is asked for with a Via header, so that it makes pages slower.
   std::string viaName;
 
+  // The ports that CONNECT may lead to: those of https, and of WebSockets over plain http.
+  std::vector<uint16_t> tunnelPorts = {443, 80};
+
   // Where the names of tunnelled connections lead instead of to their own addresses:
   // "NAME:PORT:ADDRESS:PORT", an address of IPv6 in brackets.
   std::vector<std::string> connectTo;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <charconv>
 #include <utility>
-#include <vector>
 
 #include "host/http/connection_headers.h"
 #include "host/http/lists.h"
@@ -108,12 +107,14 @@ std::string HeadersToForward(const ParsedHead& head, const std::string& viaName)
   return lines;
 }
 
-std::optional<Refusal> ReadConnectTarget(const ParsedHead& head, RequestHead& request) {
+std::optional<Refusal> ReadConnectTarget(const ParsedHead& head, const std::vector<uint16_t>& ports,
+                                         RequestHead& request) {
   const auto target = ParseHostPort(View(head.target()), 0);
   if (!target) return Refusal{400, "CONNECT needs a host and a port: \"CONNECT name:443\"."};
   if (request.hasBody) return Refusal{400, "CONNECT has no body."};
-  if (target->port != 443 && target->port != 80) {
-    return Refusal{403, "Tunnels are opened to the ports 443 and 80 alone."};
+  if (std::find(ports.begin(), ports.end(), target->port) == ports.end()) {
+    return Refusal{403, "Tunnels to port " + std::to_string(target->port) +
+                            " are not allowed; kiv_proxy --tunnel-port allows more ports than 443 and 80."};
   }
   request.kind = RequestHead::Kind::Connect;
   request.target = *target;
@@ -204,8 +205,8 @@ std::variant<RequestHead, Refusal> ReadRequestHead(const ParsedHead& head, const
   }
   const bool isConnect = head.method() == beast::http::verb::connect;
   if (isConnect && !rules.secureOrigin.empty()) return Refusal{400, "There is no CONNECT inside a tunnel."};
-  if (const auto refusal =
-          isConnect ? ReadConnectTarget(head, request) : ReadUrl(head, rules.secureOrigin, request)) {
+  if (const auto refusal = isConnect ? ReadConnectTarget(head, rules.tunnelPorts, request)
+                                     : ReadUrl(head, rules.secureOrigin, request)) {
     return *refusal;
   }
   request.headers = HeadersToForward(head, rules.viaName);

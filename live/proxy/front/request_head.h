@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace live {
 
@@ -50,8 +51,9 @@ struct HeadRules {
   // Inside a connection that is intercepted: "https://name" or "https://name:port", which the paths belong
   // to. Empty on the proxy's own port.
   std::string secureOrigin;
-  std::string password;  // to be asked for; empty for none
-  std::string viaName;   // empty for none
+  std::string password;               // to be asked for; empty for none
+  std::string viaName;                // empty for none
+  std::vector<uint16_t> tunnelPorts;  // that CONNECT may lead to
 };
 
 using ParsedHead = boost::beast::http::request_header<boost::beast::http::fields>;

@@ -20,9 +20,8 @@ const notes = [];
 const see = (name, promise) => notes.push(Promise.resolve(promise).then((value) => { seen[name] = value; }, (error) => { seen[name] = error.name; }));
 const tell = async (response) => {
   const bytes = new Uint8Array(await response.arrayBuffer());
-  let hash = 0;
-  for (const byte of bytes) hash = (Math.imul(hash, 31) + byte) | 0;
-  return [response.status, response.type, response.redirected, new URL(response.url || location.href).pathname, response.headers.get('content-type'), response.headers.get('content-range'), bytes.length, hash];
+  const samples = Array.from({length: 60}, (_, i) => bytes[Math.floor(i * bytes.length / 60)]).join(' ');
+  return [response.status, response.type, response.redirected, new URL(response.url || location.href).pathname, response.headers.get('content-type'), response.headers.get('content-range'), bytes.length, samples];
 };
 const get = (url, options) => fetch(url, options).then(tell);
 const finish = () => Promise.all(notes).then(() => { window.seen = seen; });
@@ -74,7 +73,7 @@ export const CASES = {
       return told;
     })());`,
   'cors': `
-    const other = location.protocol + '//other.test' + (location.port ? ':' + location.port : '');
+    const other = location.protocol + '//other.test';
     see('allowed', get(other + '/cors'));
     see('with-credentials', get(other + '/cors?credentials', {credentials: 'include'}));
     see('refused', get(other + '/body/plain'));
@@ -99,7 +98,7 @@ export const CASES = {
     load('style', () => Object.assign(document.createElement('link'), {rel: 'stylesheet', href: '/style.css'}));
     load('image', () => Object.assign(new Image(), {src: '/picture.svg'}));`,
   'policy': `
-    const other = location.protocol + '//other.test' + (location.port ? ':' + location.port : '');
+    const other = location.protocol + '//other.test';
     see('refused', get(other + '/cors'));
     see('own', get('/body/plain'));
     document.addEventListener('securitypolicyviolation', (event) => { seen.violated = event.effectiveDirective; });`,
@@ -272,8 +271,8 @@ function upgrade(request, socket) {
   });
 }
 
-// Listens on ports that the system picks on 127.0.0.1. Returns {port, close}.
-export async function serveOddSite(certificates) {
+// Listens on 127.0.0.1; on a port that the system picks unless one is given. Returns {port, close}.
+export async function serveOddSite(certificates, port = 0) {
   const scheme = certificates === undefined ? 'http' : 'https';
   const onRequest = (request, response) => {
     response.on('error', () => {});
@@ -289,7 +288,7 @@ export async function serveOddSite(certificates) {
     sockets.add(socket);
     socket.once('close', () => sockets.delete(socket));
   });
-  await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+  await new Promise((resolve) => server.listen(port, '127.0.0.1', resolve));
   return {
     port: server.address().port,
     close: () => {

@@ -172,6 +172,8 @@ TEST_F(ProxyOptionsTest, SaysWhatIsWrongAndWhatToDo) {
       {{"--hosts", badAddress}, "--hosts: " + badAddress + ":2: '127.0.0.256' is not an IP address"},
       {{"--hosts", badName}, "--hosts: " + badName + ":1: 'a.test:80' is not a host name"},
       {{"--hosts", noName}, "--hosts: " + noName + ":1: no name follows '::1'"},
+      {{"--tunnel-port", "443", "--tunnel-port", "65536"},
+       "--tunnel-port must be a whole number from 1 to 65535, got '65536'"},
       {{"--connect-port", "8443"}, "--connect-port is for the names of --hosts only"},
       {{"--hosts", password, "--connect-port", "0"},
        "--connect-port must be a whole number from 1 to 65535, got '0'"},

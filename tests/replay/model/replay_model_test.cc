@@ -468,7 +468,7 @@ TEST(PagePlan, ALateRequestWaitsForWhatEndedJustBefore) {
   second.requests[1].endMs = 580;
   EXPECT_EQ(ruleOf(first, second, {}), ParentRule::Recorded);
   EXPECT_EQ(ruleOf(first, first, {}), ParentRule::Recorded) << "equally good: as recorded";
-  EXPECT_EQ(ChooseParents({.pages = {first}}, {}).rules.at("http://a.test/"), ParentRule::Inferred);
+  EXPECT_EQ(ChooseParents({.pages = {first}}, {}).rules.at("http://a.test/"), ParentRule::Recorded);
 }
 
 }  // namespace

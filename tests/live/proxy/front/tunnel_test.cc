@@ -101,7 +101,7 @@ TEST_F(Tunnels, SomeAreRefused) {
     const char* status;
     const char* words;
   } rows[] = {
-      {"server.test:22", "403 Forbidden", "443 and 80 alone"},
+      {"server.test:22", "403 Forbidden", "port 22 are not allowed"},
       {"server.test", "400 Bad Request", "needs a host and a port"},
       {"server.test:443/", "400 Bad Request", "needs a host and a port"},
       {"http://server.test/", "400 Bad Request", "needs a host and a port"},
