@@ -5,16 +5,19 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <system_error>
 
 #include "host/plugin_functions.h"
 #include "replay/child_jobs.h"
@@ -26,13 +29,18 @@
 #include "replay/recording/har_reader.h"
 #include "replay/recording/recording_check.h"
 #include "replay/recording/recording_names.h"
+#include "replay/report/fail_condition.h"
+#include "replay/report/merge_lines.h"
 #include "replay/report/printable_text.h"
 #include "replay/report/recording_report.h"
 #include "replay/report/report_formats.h"
+#include "replay/report/report_json.h"
 #include "replay/report/report_text.h"
 
 namespace replay {
 namespace {
+
+constexpr int kConditionHolds = 3;  // exit status; the others are in ReplayStatus
 
 std::string DefaultPluginPath() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "lib" /
@@ -117,7 +125,7 @@ RecordingReport ReportOf(const ChildOutcome& outcome, const std::string& name) {
 // table back: the first failure is kept, and the output is given up.
 class LineOutputs {
  public:
-  LineOutputs(const CommandLine& line) : options_(line.replay) {
+  explicit LineOutputs(const CommandLine& line) : options_(line.replay) {
     for (const Output& output : line.outputs) {
       if (output.format->lines == nullptr) continue;
       streams_.emplace_back(output.format, std::make_unique<OutputStream>(output.path));
@@ -125,11 +133,17 @@ class LineOutputs {
   }
 
   void Write(const RecordingReport& report) {
-    WriteAll([&](const ReportFormat& format) { return format.lines(report, options_); });
+    WriteAll([&](const ReportFormat& format) {
+      const bool first = format.firstLines != nullptr && !begun_;
+      return (first ? format.firstLines() : "") + format.lines(report, options_);
+    });
+    begun_ = true;
   }
   // What comes after all of them, from those that were replayed; there is at least one.
   void Finish(const std::vector<RecordingReport>& reports) {
-    WriteAll([&](const ReportFormat& format) { return format.lastLines(reports, options_); });
+    WriteAll([&](const ReportFormat& format) {
+      return format.lastLines != nullptr ? format.lastLines(reports, options_) : "";
+    });
   }
   std::exception_ptr Failure() const { return failure_; }
 
@@ -148,6 +162,7 @@ class LineOutputs {
 
   const ReplayOptions& options_;
   std::vector<std::pair<const ReportFormat*, std::unique_ptr<OutputStream>>> streams_;
+  bool begun_ = false;
   std::exception_ptr failure_;
 };
 
@@ -293,7 +308,7 @@ void CheckPlaces(const CommandLine& line, const std::string& pluginPath) {
   }
   if (!IsStandardOutputTaken(line)) outputs.push_back({"standard output", "-", ""});  // by the table
   std::vector<std::string> inputs = line.recordings;
-  inputs.push_back(pluginPath);
+  if (!pluginPath.empty()) inputs.push_back(pluginPath);
   inputs.insert(inputs.end(), line.settingsPaths.begin(), line.settingsPaths.end());
   CheckOutputs(outputs, inputs, line.force);
 }
@@ -328,15 +343,24 @@ void EndBySignal(int number, const std::vector<std::string>& leftOut) {
   raise(number);
 }
 
-int Run(const std::vector<std::string>& arguments) {
-  const auto line = ParseCommandLine(arguments, std::cout);
-  if (!line) return EXIT_SUCCESS;
-  const std::string pluginPath = line->pluginPath.empty() ? DefaultPluginPath() : line->pluginPath;
-  CheckPlaces(*line, pluginPath);
-  const host::LoadedPlugin plugin(pluginPath);
-  LineOutputs lineOutputs(*line);
-  std::vector<RecordingReport> reports = ReplayAll(*line, plugin.Functions(), lineOutputs);
+// The exit status after the conditions, of the recordings that were replayed. Incomplete figures weigh more
+// than what they say.
+int CheckConditions(const CommandLine& line, const std::vector<RecordingReport>& reports, int status) {
+  if (line.failConditions.empty() || reports.empty()) return status;
+  std::vector<Summary> summaries;
+  for (const RecordingReport& report : reports) summaries.push_back(report.summary);
+  const std::string summaryLine = JsonSummaryLine(summaries, line.replay);
+  for (const FailCondition& condition : line.failConditions) {
+    const std::string why = WhyFailed(condition, summaryLine);
+    if (why.empty()) continue;
+    fmt::print(stderr, "kiv_replay: --fail-if {}\n", why);
+    if (status == EXIT_SUCCESS) status = kConditionHolds;
+  }
+  return status;
+}
 
+// Prints the errors, writes what is not written line by line, and returns the exit status.
+int Finish(const CommandLine& line, std::vector<RecordingReport> reports, LineOutputs& lineOutputs) {
   const int status = StatusOf(reports);
   std::vector<std::string> leftOut;
   for (const RecordingReport& report : reports) {
@@ -346,16 +370,55 @@ int Run(const std::vector<std::string>& arguments) {
       PrintErrorAndWarnings(report);
     }
   }
-  if (line->visitsGiven) WarnOfIgnoredVisits(reports);
+  if (line.visitsGiven) WarnOfIgnoredVisits(reports);
   std::erase_if(reports, [](const RecordingReport& report) { return report.status != ReplayStatus::Done; });
   if (!reports.empty()) {
     lineOutputs.Finish(reports);
-    WriteReports(*line, reports, lineOutputs.Failure());  // else the reports of an earlier run stay
+    WriteReports(line, reports, lineOutputs.Failure());  // else the reports of an earlier run stay
   } else if (lineOutputs.Failure() != nullptr) {
     std::rethrow_exception(lineOutputs.Failure());
   }
   if (Interruption() != 0) EndBySignal(Interruption(), leftOut);
-  return status;
+  return CheckConditions(line, reports, status);
+}
+
+int RunReplay(const CommandLine& line) {
+  const std::string pluginPath = line.pluginPath.empty() ? DefaultPluginPath() : line.pluginPath;
+  CheckPlaces(line, pluginPath);
+  const host::LoadedPlugin plugin(pluginPath);
+  LineOutputs lineOutputs(line);
+  std::vector<RecordingReport> reports = ReplayAll(line, plugin.Functions(), lineOutputs);
+  return Finish(line, std::move(reports), lineOutputs);
+}
+
+int RunMerge(CommandLine line) {
+  CheckPlaces(line, "");
+  LineMerger merger;
+  for (const std::string& path : line.recordings) {
+    if (path == "-") {
+      merger.Add(std::cin, "standard input");
+      continue;
+    }
+    std::ifstream file(path);
+    if (!file) throw std::runtime_error(path + ": " + std::generic_category().message(errno));
+    merger.Add(file, path);
+  }
+  if (merger.Repeated() > 0) {
+    fmt::print(stderr, "kiv_replay: warning: {} lines are the same as others; is a file given twice?\n",
+               merger.Repeated());
+  }
+  std::vector<RecordingReport> reports = merger.Reports();
+  if (reports.empty()) throw std::runtime_error("nothing to merge: the files have no lines of recordings");
+  line.replay = merger.Settings().value_or(ReplayOptions());
+  LineOutputs lineOutputs(line);
+  for (const RecordingReport& report : reports) lineOutputs.Write(report);
+  return Finish(line, std::move(reports), lineOutputs);
+}
+
+int Run(const std::vector<std::string>& arguments) {
+  const auto line = ParseCommandLine(arguments, std::cout);
+  if (!line) return EXIT_SUCCESS;
+  return line->merge ? RunMerge(*line) : RunReplay(*line);
 }
 
 }  // namespace

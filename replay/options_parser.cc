@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cmath>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -31,9 +32,11 @@ constexpr const char* kExamples = R"(Examples:
   kiv_replay --profile 3g --html report.html *.har    and the waterfalls of every visit
   kiv_replay --json - *.har | jq .gap_closed          one JSON object per recording
   kiv_replay --prop net.cv.kiv.prlimit=8 --log 4 shop.har
+  kiv_replay --fail-if 'slower_visits > 0' recordings/  for a CI job
+  kiv_replay merge --html all.html results/*.jsonl    one report of what was replayed elsewhere with --json
 
 A report on standard output moves the table and the log to standard error.
-Exit status: 0, 1 after a fault of the plugin or the program, 2 after bad input.)";
+Exit status: 0, 1 after a fault of the plugin or the program, 2 after bad input, 3 when a --fail-if holds.)";
 
 // The values as given; each is read by a function below, so that all errors look alike.
 struct Texts {
@@ -201,6 +204,23 @@ void CheckValue(const std::string& option, const std::string& value) {
   if (value.starts_with("--")) Refuse(option, fmt::format("needs a value, got the option '{}'", value));
 }
 
+// A merge has only outputs to choose: the rest is in the lines.
+void CheckMerge(const CLI::App& app, const std::vector<std::string>& paths) {
+  const std::set<std::string> allowed = {"RECORDING", "--fail-if", "--force"};
+  for (const CLI::Option* option : app.get_options()) {
+    const bool isOutput =
+        std::any_of(ReportFormats().begin(), ReportFormats().end(),
+                    [option](const ReportFormat& format) { return format.option == option->get_name(); });
+    if (option->count() > 0 && !isOutput && !allowed.contains(option->get_name())) {
+      Refuse(option->get_name(), "is of no use to merge: it was chosen when the lines were made");
+    }
+  }
+  for (size_t index = 0; index < paths.size(); ++index) {
+    if (paths[index].empty() || !ReportFormats()[index].needsReplay) continue;
+    Refuse(ReportFormats()[index].option, "cannot be made by merge: JSON lines do not hold the loads");
+  }
+}
+
 }  // namespace
 
 std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& arguments, std::ostream& out) {
@@ -252,14 +272,21 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
        "FILE");
   text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
        "LEVEL");
-  std::vector<std::string> paths(ReportFormats().size());
+  std::vector<std::string> paths(ReportFormats().size()), failConditions;
   for (size_t index = 0; index < paths.size(); ++index) {
     text(ReportFormats()[index].option, paths[index], ReportFormats()[index].what, "FILE");
   }
+  app.add_option("--fail-if", failConditions,
+                 "exit with status 3 when it holds: a key of the JSON summary, compared with a number; may "
+                 "be repeated")
+      ->type_name("CONDITION")
+      ->allow_extra_args(false);
   app.add_flag("--force", line.force, "let a report replace a file that is not one");
   text("--jobs", texts.jobs, "recordings replayed at a time [number of cores]", "N");
 
   std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
+  line.merge = !arguments.empty() && arguments.front() == "merge";
+  if (line.merge) reversed.pop_back();
   try {
     app.parse(std::move(reversed));
   } catch (const CLI::CallForHelp&) {
@@ -277,8 +304,16 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
   }
+  if (line.merge) CheckMerge(app, paths);
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
   if (line.recordings.empty()) Refuse("RECORDING", "name at least one (see --help)");
+  for (const std::string& condition : failConditions) {
+    try {
+      line.failConditions.push_back(ParseFailCondition(condition));
+    } catch (const std::runtime_error& error) {
+      Refuse("--fail-if", error.what());
+    }
+  }
   RecordingsToRead found = FindRecordings(line.recordings);
   line.recordings = std::move(found.recordings);
   line.settingsPaths = std::move(found.lists);

@@ -3,17 +3,10 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "replay/report/summary_json.h"
+
 namespace replay {
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LoadTimes, firstPaintUs, contentLoadedUs, pageLoadUs, loadWithoutBeaconsUs,
-                                   objectIndexUs)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(VisitFigures, page, number, copy, paintSource, times, endedByBeacon,
-                                   served, joined, fetched, fromDiskCache, preloads, unusedPreloads,
-                                   preloadedBytes, unusedBytes, connections, unusedConnections)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StartErrors, recordedMs, inferredMs)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, repeats, reasons, fetchedReasons,
-                                   commands, unansweredCommands, warnings, skipped, recordedPages,
-                                   inferredPages, startErrors)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HtmlSection, number, text)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(HarPart, pages, entries)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RecordingReport, status, error, recordingWarnings, summary, html, har,

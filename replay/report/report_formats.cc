@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "replay/report/report_csv.h"
 #include "replay/report/report_json.h"
 
 namespace replay {
@@ -20,6 +21,11 @@ std::string JsonLines(const RecordingReport& report, const ReplayOptions& option
 
 std::string JsonLastLines(const std::vector<RecordingReport>& reports, const ReplayOptions& options) {
   return JsonSummaryLine(SummariesOf(reports), options) + "\n";
+}
+
+std::string CsvLines(const RecordingReport& report, const ReplayOptions& options) {
+  const bool done = report.status == ReplayStatus::Done;
+  return done ? CsvRow(report.summary, options) : CsvErrorRow(report.summary.name, report.error);
 }
 
 void CollectHtml(size_t index, const Recording& recording, const RecordingResult& result,
@@ -50,6 +56,11 @@ constexpr std::array kFormats = {
                  .signature = "{\"recording\":",
                  .lines = JsonLines,
                  .lastLines = JsonLastLines},
+    ReportFormat{.option = "--csv",
+                 .what = "write the same figures as CSV, a row per recording",
+                 .signature = "recording,profile,",
+                 .firstLines = CsvHeading,
+                 .lines = CsvLines},
     ReportFormat{.option = "--html",
                  .what = "write a report with waterfalls",
                  .signature = "<meta name=\"generator\" content=\"kiv_replay\">",
@@ -58,6 +69,7 @@ constexpr std::array kFormats = {
     ReportFormat{.option = "--har-out",
                  .what = "write the simulated loads with the plugin",
                  .signature = "\"creator\": {\"name\":\"kiv_replay\"",
+                 .needsReplay = true,
                  .collect = CollectHar,
                  .file = HarText},
 };

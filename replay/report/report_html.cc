@@ -398,6 +398,15 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
   return {.number = number, .text = html + "</section>\n"};
 }
 
+HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
+  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(summary.name));
+  html += fmt::format(
+      "<p class=\"muted\">{} visits, {} of them repeat visits, {} requests; merged, without waterfalls</p>\n",
+      summary.visits, summary.repeats.size(), summary.requests);
+  html += R"(<div class="tables">)" + ReasonsTable(summary) + SkippedTable(summary) + "</div>\n";
+  return {.number = number, .text = html + "</section>\n"};
+}
+
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
                        const ReplayOptions& options) {
   Summary total;

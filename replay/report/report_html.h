@@ -18,6 +18,8 @@ struct HtmlSection {
   std::string text;
 };
 HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result);
+// The same without visits and their waterfalls, where only the summary is left of the replay.
+HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary);
 
 // The whole file. `sections` are in the order of `summaries`.
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,

@@ -5,6 +5,9 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "replay/report/merge_lines.h"
+#include "replay/report/summary_json.h"
+
 namespace replay {
 namespace {
 
@@ -129,6 +132,10 @@ std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
   AddCounts(line, summary);
   AddMedians(line, summary.repeats);
   AddFigures(line, summary);
+  line["merge"]["settings"] = Json::parse(SettingsJson(options));
+  nlohmann::json figures = summary;
+  figures.erase("name");  // it is in the line already
+  line["merge"]["figures"] = figures;
   return Line(line);
 }
 

@@ -1,0 +1,24 @@
+// Summaries as JSON with everything in them, as they travel from one process to another: from a child to its
+// parent, and from a run to a later merge.
+#ifndef REPLAY_REPORT_SUMMARY_JSON_H_
+#define REPLAY_REPORT_SUMMARY_JSON_H_
+
+#include <nlohmann/json.hpp>
+
+#include "replay/report/summary.h"
+
+namespace replay {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LoadTimes, firstPaintUs, contentLoadedUs, pageLoadUs, loadWithoutBeaconsUs,
+                                   objectIndexUs)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(VisitFigures, page, number, copy, paintSource, times, endedByBeacon,
+                                   served, joined, fetched, fromDiskCache, preloads, unusedPreloads,
+                                   preloadedBytes, unusedBytes, connections, unusedConnections)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StartErrors, recordedMs, inferredMs)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, repeats, reasons, fetchedReasons,
+                                   commands, unansweredCommands, warnings, skipped, recordedPages,
+                                   inferredPages, startErrors)
+
+}  // namespace replay
+
+#endif  // REPLAY_REPORT_SUMMARY_JSON_H_
