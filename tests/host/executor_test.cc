@@ -14,20 +14,21 @@
 namespace host {
 namespace {
 
-// What both promise. `run` runs everything that is posted.
+// What both promise. `run` runs everything that is posted. The times are far enough apart for a machine that
+// is slow to begin.
 template <typename Run>
 void ExpectTheContract(Executor& executor, const Run& run) {
   std::string ran;
   const auto task = [&ran](const char* name) { return [&ran, name] { ran += name; }; };
-  executor.PostDelayed(2000, task("e"));
+  executor.PostDelayed(200'000, task("e"));
   executor.PostDelayed(0, [&] {
     ran += "a";
     executor.PostDelayed(0, task("c"));
     executor.CancelTask(executor.PostDelayed(0, task("never")));
   });
   executor.PostDelayed(0, task("b"));
-  const TaskId later = executor.PostDelayed(1000, task("never"));
-  executor.PostDelayed(500, [&, later] {
+  const TaskId later = executor.PostDelayed(100'000, task("never"));
+  executor.PostDelayed(50'000, [&, later] {
     ran += "d";
     executor.CancelTask(later);
     executor.CancelTask(later);
@@ -42,11 +43,11 @@ void ExpectTheContract(Executor& executor, const Run& run) {
   TaskScope scope(executor);
   auto timer = std::make_unique<Timer>(executor);
   timer->Start(1, task("never"));
-  timer->Start(3000, [&] {
+  timer->Start(300'000, [&] {
     ran += "f";
     timer.reset();  // from inside its task
   });
-  scope.Post(task("g"), 4000);
+  scope.Post(task("g"), 400'000);
   EXPECT_EQ(ran, "") << "never from inside";
   run();
   EXPECT_EQ(ran, "abcdefg");
@@ -55,15 +56,15 @@ void ExpectTheContract(Executor& executor, const Run& run) {
 TEST(Executors, RunTasksByTimeAndThenByOrder) {
   VirtualClock clock;
   ExpectTheContract(clock, [&] { clock.Run(); });
-  EXPECT_EQ(clock.NowUs(), 4000);
+  EXPECT_EQ(clock.NowUs(), 400'000);
 
   RealTimeExecutor executor;
   const base::Time before = executor.Now();
   ExpectTheContract(executor, [&] {
-    executor.PostDelayed(4000, [&] { executor.Stop(); });
+    executor.PostDelayed(400'000, [&] { executor.Stop(); });
     executor.Run();
   });
-  EXPECT_GE(executor.Now().ToInternalValue() - before.ToInternalValue(), 4000);
+  EXPECT_GE(executor.Now().ToInternalValue() - before.ToInternalValue(), 400'000);
 }
 
 TEST(Executors, VirtualTimeStopsWhereItIsTold) {
