@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <initializer_list>
 
 namespace live {
 namespace {
@@ -15,7 +16,7 @@ struct Network4 {
 };
 
 // Special-purpose networks that are not reachable from outside.
-constexpr std::array<Network4, 12> kPrivate4 = {{{0x00000000, 8},     // this network
+constexpr std::array<Network4, 14> kPrivate4 = {{{0x00000000, 8},     // this network
                                                  {0x0A000000, 8},     // private
                                                  {0x64400000, 10},    // shared by providers
                                                  {0x7F000000, 8},     // loopback
@@ -26,7 +27,9 @@ constexpr std::array<Network4, 12> kPrivate4 = {{{0x00000000, 8},     // this ne
                                                  {0xC6120000, 15},    // measurements
                                                  {0xE0000000, 4},     // multicast
                                                  {0xF0000000, 4},     // reserved
-                                                 {0xC0000200, 24}}};  // documentation
+                                                 {0xC0000200, 24},    // documentation
+                                                 {0xC6336400, 24},    // documentation
+                                                 {0xCB007100, 24}}};  // documentation
 
 bool IsPrivate4(uint32_t address) {
   return std::any_of(kPrivate4.begin(), kPrivate4.end(), [address](const Network4& network) {
@@ -39,11 +42,18 @@ bool IsPrivate6(const in6_addr& address) {
   uint32_t embedded = 0;
   std::memcpy(&embedded, bytes + 12, sizeof embedded);
   if (IN6_IS_ADDR_V4MAPPED(&address) || IN6_IS_ADDR_V4COMPAT(&address)) return IsPrivate4(ntohl(embedded));
-  if (bytes[0] == 0x00 && bytes[1] == 0x64 && bytes[2] == 0xFF && bytes[3] == 0x9B) {  // translated to IPv4
+  const auto startsWith = [bytes](std::initializer_list<uint8_t> prefix) {
+    return std::equal(prefix.begin(), prefix.end(), bytes);
+  };
+  if (startsWith({0x00, 0x64, 0xFF, 0x9B, 0, 0, 0, 0, 0, 0, 0, 0})) {  // translated to IPv4
     return IsPrivate4(ntohl(embedded));
   }
-  if (bytes[0] == 0x20 && bytes[1] == 0x01 && bytes[2] == 0x0D && bytes[3] == 0xB8)
-    return true;                     // documentation
+  if (startsWith({0x20, 0x02})) {  // a tunnel to an address of IPv4
+    std::memcpy(&embedded, bytes + 2, sizeof embedded);
+    return IsPrivate4(ntohl(embedded));
+  }
+  // Tunnels through relays, and documentation.
+  if (startsWith({0x20, 0x01, 0x00, 0x00}) || startsWith({0x20, 0x01, 0x0D, 0xB8})) return true;
   return (bytes[0] & 0xE0) != 0x20;  // public addresses are all of 2000::/3
 }
 

@@ -39,14 +39,21 @@ std::vector<Cookie> CookiesIn(std::string_view requestHeaders) {
   return cookies;
 }
 
+// What cookies are kept by besides the page's site. Browsers send those of http over https as well, and the
+// other way round unless they are secure; here each scheme learns from its own requests alone.
+std::string HostOf(const std::string& url) {
+  return url.substr(0, url.find(':')) + "://" + GURL(url).host();
+}
+
 struct SetCookie {
   Cookie cookie;
   bool removes = false;    // it is over already
   bool everywhere = true;  // on the whole host, as far as its path tells
 };
 
-SetCookie ReadSetCookie(std::string_view value) {
+SetCookie ReadSetCookie(std::string_view value, double nowMs) {
   SetCookie set;
+  std::optional<bool> isOverByAge;  // counts before the date
   bool first = true;
   ForEachPart(value, [&](std::string_view part) {
     if (std::exchange(first, false)) {
@@ -54,11 +61,13 @@ SetCookie ReadSetCookie(std::string_view value) {
       return;
     }
     const auto [name, text] = NameAndValue(part);
-    if (net::EqualsIgnoringCase(name, "max-age")) set.removes = text.starts_with('-') || text == "0";
-    if (net::EqualsIgnoringCase(name, "expires") && http::ParseHttpDate(text).value_or(1) <= 0)
-      set.removes = true;
+    if (net::EqualsIgnoringCase(name, "max-age")) isOverByAge = text.starts_with('-') || text == "0";
+    if (net::EqualsIgnoringCase(name, "expires")) {
+      set.removes = http::ParseHttpDate(text).value_or(nowMs + 1) <= nowMs;
+    }
     if (net::EqualsIgnoringCase(name, "path")) set.everywhere = text == "/" || !text.starts_with('/');
   });
+  set.removes = isOverByAge.value_or(set.removes);
   return set;
 }
 
@@ -66,7 +75,7 @@ SetCookie ReadSetCookie(std::string_view value) {
 
 void CookieView::Sent(const std::string& site, const std::string& url, std::string_view requestHeaders) {
   std::set<std::string>& names = urls_.Use({site, url});
-  Host& host = hosts_.Use({site, GURL(url).host()});
+  Host& host = hosts_.Use({site, HostOf(url)});
   names.clear();
   for (const Cookie& cookie : CookiesIn(requestHeaders)) {
     names.insert(cookie.first);
@@ -83,11 +92,12 @@ void CookieView::Sent(const std::string& site, const std::string& url, std::stri
   hosts_.DropExcess();
 }
 
-void CookieView::Answered(const std::string& site, const std::string& url, const std::string& responseBlock) {
+void CookieView::Answered(const std::string& site, const std::string& url, const std::string& responseBlock,
+                          double nowMs) {
   http::ForEachHeader(responseBlock, [&](std::string_view name, std::string_view value) {
     if (!net::EqualsIgnoringCase(name, "Set-Cookie")) return;
-    const SetCookie set = ReadSetCookie(value);
-    Host& host = hosts_.Use({site, GURL(url).host()});
+    const SetCookie set = ReadSetCookie(value, nowMs);
+    Host& host = hosts_.Use({site, HostOf(url)});
     const auto known = std::find_if(host.cookies.begin(), host.cookies.end(),
                                     [&set](const Cookie& other) { return other.first == set.cookie.first; });
     if (set.removes) {
@@ -105,7 +115,7 @@ void CookieView::Answered(const std::string& site, const std::string& url, const
 
 std::optional<std::string> CookieView::For(const std::string& site, const std::string& url,
                                            bool carriedCookies) const {
-  const Host* const host = hosts_.Peek({site, GURL(url).host()});
+  const Host* const host = hosts_.Peek({site, HostOf(url)});
   const std::set<std::string>* const names = urls_.Peek({site, url});
   if (host == nullptr || (names == nullptr && host->cookies.empty())) {
     if (carriedCookies) return std::nullopt;

@@ -25,8 +25,9 @@ class CookieView {
 
   // The browser has sent these request headers to the URL, for a page of the site.
   void Sent(const std::string& site, const std::string& url, std::string_view requestHeaders);
-  // The server has answered.
-  void Answered(const std::string& site, const std::string& url, const std::string& responseBlock);
+  // The server has answered; `nowMs` counts from 1970.
+  void Answered(const std::string& site, const std::string& url, const std::string& responseBlock,
+                double nowMs);
 
   // The value of the Cookie header; empty for none. Nothing when it cannot be told: neither the URL nor,
   // since the program began, its host has been asked for, and `carriedCookies` (as an earlier run remembers
@@ -42,7 +43,7 @@ class CookieView {
   };
   using Key = std::pair<std::string, std::string>;
 
-  host::RecencyMap<Key, Host> hosts_;  // by site and host name
+  host::RecencyMap<Key, Host> hosts_;  // by site, and scheme and name of the host
   host::RecencyMap<Key, std::set<std::string>>
       urls_;  // by site and URL: the names that its last request carried
 };

@@ -53,7 +53,7 @@ Placement PageTracker::Place(const std::string& method, const std::string& url, 
       destination.empty() ? AsksForHtml(headers) && !IsFrame(url, parent, nowUs) : destination == "document";
   if (isNavigation) {
     for (auto& [id, page] : pages_) {
-      if (page.redirectTarget != url || nowUs - page.activeUs > settings_.loadingUs) continue;
+      if (page.over || page.redirectTarget != url || nowUs - page.activeUs > settings_.loadingUs) continue;
       page.redirectTarget.clear();
       page.navigation = url;
       page.activeUs = nowUs;

@@ -36,6 +36,12 @@ bool MayCarryCookies(std::string_view headers) {
   return HeaderOf(headers, "Sec-Fetch-Mode") != "cors";
 }
 
+// A top-level navigation, beyond doubt: no script can send either header without the server's consent.
+bool IsCertainNavigation(std::string_view headers) {
+  return HeaderOf(headers, "Sec-Fetch-Dest") == "document" ||
+         HeaderOf(headers, "Upgrade-Insecure-Requests") == "1";
+}
+
 std::string RedirectTarget(const std::string& url, const net::HttpResponseHeaders& headers) {
   const int status = headers.response_code();
   if (status < 300 || status > 399 || status == 304) return {};
@@ -66,31 +72,62 @@ std::string Marked(const std::string& block, const host::LoadInfo& info) {
 
 }  // namespace
 
-// What the transfers of a page are made with: the cookies that the browser would send, and the addresses that
-// they may reach.
+// What a page's resources are fetched with, whether it has asked for them or they are preloaded: the cookies
+// that the browser would send, and the addresses that they may reach. Behind a proxy the browser cannot see
+// that a page of a public server reaches for a private address, which that server could not reach itself.
 class ProxyEngine::PageContext final : public ConnectPolicy {
  public:
-  PageContext(const ProxyEngine& engine, std::string site) : engine_(engine), site_(std::move(site)) {}
+  PageContext(const ProxyEngine& engine, std::string pageUrl, std::string site)
+      : engine_(engine), pageUrl_(std::move(pageUrl)), site_(std::move(site)), origin_(OriginOf(pageUrl_)) {}
 
   std::string CookiesFor(const std::string& url) override {
-    return engine_.cookies_.For(site_, url, true).value_or("");
+    const host::KnownResource* const known = engine_.FindKnown(pageUrl_, url);
+    return engine_.cookies_.For(site_, url, known != nullptr && known->carriedCookies).value_or("");
   }
-
-  // A page that came from a public server must not reach what that server cannot reach: behind a proxy the
-  // browser cannot see the difference. The page itself is asked for first, and tells which it is.
   bool MayConnectTo(std::string_view address) const override {
-    const bool isPrivate = IsPrivateAddress(address);
-    if (!isPublic_) isPublic_ = !isPrivate;
-    return engine_.settings_.allowPrivate || !isPrivate || !*isPublic_;
+    return !IsPrivateAddress(address) || engine_.MayReachPrivate(origin_);
   }
-  // Instead of waiting for the page.
-  void AllowPrivate(bool allowed) { isPublic_ = !allowed; }
-  bool IsOfPrivatePage() const { return isPublic_ == false; }
+  // Its navigation has been redirected.
+  void Navigates(const std::string& url) { origin_ = OriginOf(url); }
 
  private:
   const ProxyEngine& engine_;
+  const std::string pageUrl_;
   const std::string site_;
-  mutable std::optional<bool> isPublic_;  // the page's server; nothing before it was reached
+  std::string origin_;
+};
+
+// What the page itself is fetched with. Where it comes from tells what its resources may reach.
+class ProxyEngine::NavigationContext final : public ConnectPolicy {
+ public:
+  NavigationContext(ProxyEngine& engine, const BrowserRequest& request)
+      : engine_(engine), origin_(OriginOf(request.url)), isCertain_(IsCertainNavigation(request.headers)) {}
+
+  bool MayConnectTo(std::string_view address) const override {
+    const bool isPrivate = IsPrivateAddress(address);
+    if (isPrivate && !isCertain_ && !engine_.settings_.allowPrivate) return false;
+    engine_.isPrivateOrigin_.Use(origin_) = isPrivate;
+    engine_.isPrivateOrigin_.DropExcess();
+    return true;
+  }
+
+ private:
+  ProxyEngine& engine_;
+  const std::string origin_;
+  const bool isCertain_;
+};
+
+// What everything else is fetched with.
+class ProxyEngine::OutsideContext final : public ConnectPolicy {
+ public:
+  explicit OutsideContext(bool mayReachPrivate) : mayReachPrivate_(mayReachPrivate) {}
+
+  bool MayConnectTo(std::string_view address) const override {
+    return mayReachPrivate_ || !IsPrivateAddress(address);
+  }
+
+ private:
+  const bool mayReachPrivate_;
 };
 
 struct ProxyEngine::OpenPage {
@@ -104,7 +141,7 @@ struct ProxyEngine::OpenPage {
 class ProxyEngine::Load final : public host::LoadClient, public std::enable_shared_from_this<Load> {
  public:
   Load(ProxyEngine& engine, const BrowserRequest& request, const Placement& placement, std::string site,
-       std::shared_ptr<PageContext> context, host::LoadClient& client)
+       std::shared_ptr<ConnectPolicy> context, host::LoadClient& client)
       : engine_(&engine), client_(&client), site_(std::move(site)), context_(std::move(context)) {
     record_.page = placement.page;
     record_.pageUrl = engine.tracker_.UrlOf(placement.page);
@@ -127,7 +164,7 @@ class ProxyEngine::Load final : public host::LoadClient, public std::enable_shar
     const auto self = shared_from_this();
     record_.firstByte = engine_->loop_.Now();
     record_.responseBlock = headers.raw_headers();
-    engine_->cookies_.Answered(site_, record_.url, headers.raw_headers());
+    engine_->cookies_.Answered(site_, record_.url, headers.raw_headers(), engine_->NowMs());
     engine_->tracker_.Answered(record_.page, record_.url, RedirectTarget(record_.url, headers),
                                record_.firstByte.ToInternalValue());
     if (engine_->settings_.mark) {
@@ -187,7 +224,7 @@ class ProxyEngine::Load final : public host::LoadClient, public std::enable_shar
   ProxyEngine* const engine_;
   host::LoadClient* const client_;
   const std::string site_;
-  const std::shared_ptr<PageContext> context_;  // its transfer may outlive the page
+  const std::shared_ptr<ConnectPolicy> context_;  // its transfer may outlive the page
   LoadRecord record_;
 };
 
@@ -199,22 +236,12 @@ ProxyEngine::ProxyEngine(EventLoop& loop, const host::PluginFunctions& plugin, c
       observer_(std::move(observer)),
       tracker_(settings.tracker,
                [this](const std::string& pageUrl, const std::string& url) {
-                 const host::KnownPage* const page = corvane_.Database().Find(pageUrl);
-                 return page != nullptr &&
-                        std::any_of(page->resources.begin(), page->resources.end(),
-                                    [&url](const host::KnownResource& known) { return known.url == url; });
+                 return FindKnown(pageUrl, url) != nullptr;
                }),
       browserCache_(kMaxBrowserUrls),
       cookies_(kMaxCookieHosts, kMaxCookieUrls),
       network_(loop, settings.host, settings.upstream),
-      cache_(settings.cache,
-             [this](const std::string& url, bool held) {
-               // The plugin forgets what the cache drops, and a page with it; one that is open must stay
-               // known.
-               const bool isOpen = std::any_of(pages_.begin(), pages_.end(),
-                                               [&url](const auto& page) { return page.second->url == url; });
-               if (held || !isOpen) corvane_.CacheStatus(url, held);
-             }),
+      cache_(settings.cache, [this](const std::string& url, bool held) { corvane_.CacheStatus(url, held); }),
       transport_(loop, network_, cache_, wallClock_),
       corvane_(plugin, loop, transport_, settings.host),
       stack_(corvane_, loop, transport_),
@@ -252,8 +279,7 @@ host::LoadId ProxyEngine::Start(const BrowserRequest& request, host::LoadClient&
                                            .headers = request.headers,
                                            .withCredentials = withCredentials});
   }
-  OpenPage* const page = FindPage(placement.page);
-  const auto context = page != nullptr ? page->context : ContextOutsidePages(request);
+  const auto context = ContextFor(request, placement);
   const auto load = std::make_shared<Load>(*this, request, placement, site, context, client);
   load->id = stack_
                  .Start({.tab = placement.page,
@@ -290,7 +316,7 @@ void ProxyEngine::BeginPage(TabId id, const BrowserRequest& request) {
   page = std::make_unique<OpenPage>();
   page->url = request.url;
   page->site = site;
-  page->context = std::make_shared<PageContext>(*this, site);
+  page->context = std::make_shared<PageContext>(*this, request.url, site);
   page->record.url = request.url;
   page->record.begun = loop_.Now();
   const http::RequestCacheControl control = http::ReadRequestCacheControl(request.headers);
@@ -326,17 +352,35 @@ host::NotServed ProxyEngine::WhyNotPreload(const std::string& site, const host::
                                                    : host::NotServed::None;
 }
 
-std::shared_ptr<ProxyEngine::PageContext> ProxyEngine::ContextOutsidePages(
-    const BrowserRequest& request) const {
-  const auto context = std::make_shared<PageContext>(*this, "");
+std::shared_ptr<ConnectPolicy> ProxyEngine::ContextFor(const BrowserRequest& request,
+                                                       const Placement& placement) {
+  OpenPage* const page = FindPage(placement.page);
+  if (placement.role == Role::Page || placement.role == Role::Continuation) {
+    if (page != nullptr) page->context->Navigates(request.url);
+    return std::make_shared<NavigationContext>(*this, request);
+  }
+  if (page != nullptr) return page->context;
+  // Scripts cannot choose these headers. "none" is what the user or the browser itself asks for.
   const std::string site = HeaderOf(request.headers, "Sec-Fetch-Site");
-  const std::string origin = HeaderOf(request.headers, "Origin");
-  const bool fromPrivatePage = std::any_of(pages_.begin(), pages_.end(), [&origin](const auto& page) {
-    return page.second->site == origin && page.second->context->IsOfPrivatePage();
-  });
-  // "none" is what the user or the browser itself asks for.
-  context->AllowPrivate(site == "none" || site == "same-origin" || fromPrivatePage);
-  return context;
+  std::string from = OriginOf(HeaderOf(request.headers, "Origin"));
+  if (from.empty()) from = OriginOf(HeaderOf(request.headers, "Referer"));
+  if (from.empty() && site == "same-origin") from = OriginOf(request.url);
+  const bool* const isPrivate = isPrivateOrigin_.Peek(from);
+  const bool isAllowed = isPrivate != nullptr ? *isPrivate : from == OriginOf(request.url);
+  return std::make_shared<OutsideContext>(isAllowed || site == "none" || settings_.allowPrivate);
+}
+
+bool ProxyEngine::MayReachPrivate(const std::string& origin) const {
+  const bool* const isPrivate = isPrivateOrigin_.Peek(origin);
+  return settings_.allowPrivate || (isPrivate != nullptr && *isPrivate);
+}
+
+const host::KnownResource* ProxyEngine::FindKnown(const std::string& pageUrl, const std::string& url) const {
+  const host::KnownPage* const page = corvane_.Database().Find(pageUrl);
+  if (page == nullptr) return nullptr;
+  const auto found = std::find_if(page->resources.begin(), page->resources.end(),
+                                  [&url](const host::KnownResource& known) { return known.url == url; });
+  return found != page->resources.end() ? &*found : nullptr;
 }
 
 void ProxyEngine::LeavePage(TabId id) {
@@ -349,9 +393,11 @@ void ProxyEngine::LeavePage(TabId id) {
     const std::vector<host::KnownResource> resources = known->resources;
     for (const host::KnownResource& resource : resources) {
       if (!resource.get || !IsFresh(page->site, resource.url)) continue;
+      // The value is nobody's matter, but that there was one is remembered.
+      const char* const cookies = resource.carriedCookies ? "Cookie: \r\n" : "";
       corvane_.ResourceSeen(id, {.url = resource.url,
                                  .kind = resource.kind,
-                                 .headers = resource.headersToRepeat,
+                                 .headers = resource.headersToRepeat + cookies,
                                  .withCredentials = resource.withCredentials});
     }
   }

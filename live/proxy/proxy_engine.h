@@ -13,6 +13,7 @@
 #include "host/corvane_runtime.h"
 #include "host/network_stack.h"
 #include "host/plugin_functions.h"
+#include "host/recency_map.h"
 #include "live/cache/caching_transport.h"
 #include "live/cache/http_cache.h"
 #include "live/loop/event_loop.h"
@@ -81,13 +82,17 @@ class ProxyEngine final : public RequestHandler {
  private:
   class Load;
   class PageContext;
+  class NavigationContext;
+  class OutsideContext;
   struct OpenPage;
 
   double NowMs() const { return static_cast<double>(wallClock_()) / 1e3; }
   OpenPage* FindPage(host::TabId id);
   void BeginPage(host::TabId id, const BrowserRequest& request);
-  // For a request that belongs to no open page.
-  std::shared_ptr<PageContext> ContextOutsidePages(const BrowserRequest& request) const;
+  std::shared_ptr<ConnectPolicy> ContextFor(const BrowserRequest& request, const Placement& placement);
+  bool MayReachPrivate(const std::string& origin) const;
+  // What is known of a page's resource; null for nothing.
+  const host::KnownResource* FindKnown(const std::string& pageUrl, const std::string& url) const;
   void LeavePage(host::TabId id);
   void WaitForSettled();
   void SettlePages();
@@ -104,6 +109,8 @@ class ProxyEngine final : public RequestHandler {
   CurlTransport network_;
   HttpCache cache_;
   CachingTransport transport_;
+  // Whether the last navigation to an origin reached a private address; of those that went over the network.
+  host::RecencyMap<std::string, bool> isPrivateOrigin_{1000};
   std::map<host::TabId, std::unique_ptr<OpenPage>> pages_;
   host::CorvaneRuntime corvane_;
   host::NetworkStack stack_;

@@ -26,7 +26,7 @@ class CookieViewTest : public testing::Test {
     view.Sent(site, url, cookies.empty() ? "" : "Cookie: " + cookies + "\r\n");
   }
   void Set(const std::string& url, const std::string& cookie) {
-    view.Answered(kSite, url, Block("Set-Cookie: " + cookie));
+    view.Answered(kSite, url, Block("Set-Cookie: " + cookie), 1.7e12);
   }
   // "?" when it cannot be told.
   std::string For(const std::string& url, bool carried = true, const std::string& site = kSite) {
@@ -45,6 +45,7 @@ TEST_F(CookieViewTest, TellsWhatTheBrowserWouldSend) {
   EXPECT_EQ(For("https://a.test/new"), "id=1; theme=dark") << "another URL of the host";
   EXPECT_EQ(For("https://a.test/new", false), "");
   EXPECT_EQ(For("https://b.test/x"), "?");
+  EXPECT_EQ(For("http://a.test/x"), "?") << "a secure one must not go out in the clear";
   EXPECT_EQ(For("https://a.test/x", true, "https://other.test"), "?") << "cookies are kept apart by site";
 
   Sent("https://a.test/account/y", "id=1; theme=dark; account=7");
@@ -64,8 +65,10 @@ TEST_F(CookieViewTest, FollowsWhatServersSet) {
   EXPECT_EQ(For("https://a.test/x"), "id=2; session=s");
   Set("https://a.test/login", "deep=d; Path=/deep");
   EXPECT_EQ(For("https://a.test/x"), "id=2; session=s") << "another path";
-  Set("https://a.test/login", "session=; Max-Age=0");
-  Set("https://a.test/login", "id=; Expires=Thu, 01 Jan 1970 00:00:00 GMT");
+  Set("https://a.test/login", "id=3; Expires=Thu, 01 Jan 1970 00:00:00 GMT; Max-Age=60");
+  EXPECT_EQ(For("https://a.test/x"), "id=3; session=s") << "the age counts";
+  Set("https://a.test/login", "session=; Max-Age=0; Expires=Fri, 01 Jan 2100 00:00:00 GMT");
+  Set("https://a.test/login", "id=; Expires=Tue, 14 Nov 2023 00:00:00 GMT");
   EXPECT_EQ(For("https://a.test/x"), "");
 }
 
@@ -154,13 +157,18 @@ TEST(AddressRulesTest, TellsPrivateAddresses) {
                                     "::ffff:127.0.0.1",
                                     "::ffff:10.0.0.1",
                                     "64:ff9b::a00:1",
+                                    "64:ff9b:1::808:808",
+                                    "2002:7f00:1::",
+                                    "2001::1",
+                                    "203.0.113.1",
                                     "2001:db8::1",
                                     "not an address",
                                     ""}) {
     EXPECT_TRUE(IsPrivateAddress(address)) << address;
   }
-  for (const char* const address : {"8.8.8.8", "172.15.255.255", "172.32.0.1", "100.63.0.1", "192.169.0.1",
-                                    "2606:4700::1111", "::ffff:8.8.8.8", "64:ff9b::808:808"}) {
+  for (const char* const address :
+       {"8.8.8.8", "172.15.255.255", "172.32.0.1", "100.63.0.1", "192.169.0.1", "2606:4700::1111",
+        "::ffff:8.8.8.8", "64:ff9b::808:808", "2002:808:808::"}) {
     EXPECT_FALSE(IsPrivateAddress(address)) << address;
   }
 }

@@ -256,16 +256,24 @@ TEST_F(ProxyEngineTest, NobodyGetsWhatWasMeantForOtherCookies) {
 
 TEST_F(ProxyEngineTest, PrivateAddressesAreForPagesFromThere) {
   Start(Plain);
+  const std::string own = server->Url("/");
   const struct {
-    const char* headers;
+    std::string headers;
     bool allowed;
-  } rows[] = {{"Sec-Fetch-Site: none\r\nSec-Fetch-Dest: document\r\n", true},
-              {"Sec-Fetch-Site: cross-site\r\nSec-Fetch-Dest: image\r\n", false},
-              {"Origin: https://public.test\r\nSec-Fetch-Dest: empty\r\n", false}};
+  } rows[] = {
+      {"Sec-Fetch-Site: none\r\nSec-Fetch-Dest: document\r\n", true},
+      {"Accept: text/html\r\nUpgrade-Insecure-Requests: 1\r\n", true},
+      {"Accept: text/html\r\n", false},  // as a script can ask as well
+      {"Sec-Fetch-Site: cross-site\r\nSec-Fetch-Dest: image\r\n", false},
+      {"Origin: https://public.test\r\nSec-Fetch-Dest: empty\r\n", false},
+      {"Origin: " + own.substr(0, own.size() - 1) + "\r\nSec-Fetch-Dest: empty\r\n", true},
+      {"Referer: " + own + "page\r\n", true},
+      {"Referer: http://public.test/page\r\n", false},
+  };
   for (const bool allow : {false, true}) {
     settings.allowPrivate = allow;
-    StartEngine();
     for (const auto& row : rows) {
+      StartEngine();
       TakeAsked();
       const Browser& browser = Get("/x", row.headers);
       EXPECT_EQ(browser.result == host::kOk, row.allowed || allow) << row.headers;
