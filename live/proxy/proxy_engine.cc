@@ -42,6 +42,26 @@ bool IsCertainNavigation(std::string_view headers) {
          HeaderOf(headers, "Upgrade-Insecure-Requests") == "1";
 }
 
+// Whether the host is itself an address, and a private one.
+bool IsPrivateHost(const std::string& host) {
+  const bool isV6 = host.starts_with('[');
+  const bool isAddress = isV6 || host.find_first_not_of("0123456789.") == std::string::npos;
+  return isAddress && IsPrivateAddress(isV6 ? host.substr(1, host.size() - 2) : host);
+}
+
+// The names that lead to private addresses by the user's own word. Rules are those of
+// UpstreamSettings::connectTo.
+std::set<std::string> NamesOfPrivateServers(const std::vector<std::string>& connectTo) {
+  std::set<std::string> names;
+  for (const std::string& rule : connectTo) {
+    const size_t address = rule.find(':', rule.find(':') + 1) + 1;
+    if (IsPrivateHost(rule.substr(address, rule.rfind(':') - address))) {
+      names.insert(rule.substr(0, rule.find(':')));
+    }
+  }
+  return names;
+}
+
 std::string RedirectTarget(const std::string& url, const net::HttpResponseHeaders& headers) {
   const int status = headers.response_code();
   if (status < 300 || status > 399 || status == 304) return {};
@@ -234,6 +254,7 @@ ProxyEngine::ProxyEngine(EventLoop& loop, const host::PluginFunctions& plugin, c
       settings_(settings),
       wallClock_(std::move(wallClock)),
       observer_(std::move(observer)),
+      privateNames_(NamesOfPrivateServers(settings.upstream.connectTo)),
       tracker_(settings.tracker,
                [this](const std::string& pageUrl, const std::string& url) {
                  return FindKnown(pageUrl, url) != nullptr;
@@ -327,10 +348,11 @@ void ProxyEngine::BeginPage(TabId id, const BrowserRequest& request) {
                           .url = request.url,
                           .method = request.method,
                           .headers = request.headers,
-                          .context = settings_.preload ? page->context.get() : nullptr,
+                          .context = page->context.get(),
                           .isFresh = [this, site](const std::string& url) { return IsFresh(site, url); },
                           .whyNot =
                               [this, site, wantsNewCopies](const host::KnownResource& resource) {
+                                if (!settings_.preload) return host::NotServed::SwitchedOff;
                                 if (wantsNewCopies) return host::NotServed::AsksForNewCopy;
                                 return WhyNotPreload(site, resource);
                               }});
@@ -371,8 +393,12 @@ std::shared_ptr<ConnectPolicy> ProxyEngine::ContextFor(const BrowserRequest& req
 }
 
 bool ProxyEngine::MayReachPrivate(const std::string& origin) const {
+  if (settings_.allowPrivate) return true;
   const bool* const isPrivate = isPrivateOrigin_.Peek(origin);
-  return settings_.allowPrivate || (isPrivate != nullptr && *isPrivate);
+  if (isPrivate != nullptr) return *isPrivate;
+  // Preloads go ahead of the first navigation. Other pages of private servers have nothing preloaded then.
+  const std::string host = GURL(origin).host();
+  return IsPrivateHost(host) || privateNames_.contains(host);
 }
 
 const host::KnownResource* ProxyEngine::FindKnown(const std::string& pageUrl, const std::string& url) const {

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "host/corvane_runtime.h"
@@ -103,6 +104,7 @@ class ProxyEngine final : public RequestHandler {
   const EngineSettings settings_;
   const WallClock wallClock_;
   const EngineObserver observer_;
+  const std::set<std::string> privateNames_;  // of servers that are private by the user's own word
   PageTracker tracker_;
   BrowserCacheEstimate browserCache_;
   CookieView cookies_;
