@@ -1,4 +1,4 @@
-// The unchanging parts of the HTML report. Made at configuration from report.css and report.js.
+// The unchanging parts of the HTML report. Made at configuration from the files of page/.
 #ifndef REPLAY_REPORT_REPORT_PAGE_H_
 #define REPLAY_REPORT_REPORT_PAGE_H_
 
