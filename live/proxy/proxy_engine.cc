@@ -124,11 +124,11 @@ class ProxyEngine::NavigationContext final : public ConnectPolicy {
       : engine_(engine), origin_(OriginOf(request.url)), isCertain_(IsCertainNavigation(request.headers)) {}
 
   bool MayConnectTo(std::string_view address) const override {
-    const bool isPrivate = IsPrivateAddress(address);
-    if (isPrivate && !isCertain_ && !engine_.settings_.allowPrivate) return false;
-    engine_.isPrivateOrigin_.Use(origin_) = isPrivate;
+    return isCertain_ || engine_.settings_.allowPrivate || !IsPrivateAddress(address);
+  }
+  void SendsTo(std::string_view address) const override {
+    engine_.isPrivateOrigin_.Use(origin_) = IsPrivateAddress(address);
     engine_.isPrivateOrigin_.DropExcess();
-    return true;
   }
 
  private:
