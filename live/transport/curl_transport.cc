@@ -464,14 +464,16 @@ class CurlTransport::Impl {
     return policy == nullptr || policy->MayConnectTo(address) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
   }
 
-  static curl_socket_t OnOpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
+  static curl_socket_t OnOpenSocket(void* data, curlsocktype purpose, curl_sockaddr* address) {
     auto& self = *static_cast<Impl*>(data);
-    ++self.counts_.opened;
     self.openedSpare_ = self.TakeSpare(*address);
-    if (self.openedSpare_ >= 0) {
-      --self.counts_.opened;  // it was counted before
-      return self.openedSpare_;
-    }
+    if (self.openedSpare_ >= 0) return self.openedSpare_;
+    return OnOpenNewSocket(data, purpose, address);
+  }
+  // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it is
+  // told is connected, which the kernel lets pass only the first time.
+  static curl_socket_t OnOpenNewSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    ++static_cast<Impl*>(data)->counts_.opened;
     return socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
@@ -595,6 +597,7 @@ class CurlTransport::Impl {
       SetUp(handle, "http" + key.substr(key.find(':')) + "/");
       curl_easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
     }
+    curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, OnOpenNewSocket);
     ++groups_[key].warming;
     ++counts_.preconnected;
     warming_[handle] = {key, multiplexed, std::move(easy)};
