@@ -229,6 +229,8 @@ class CurlTransport::Impl {
   struct Opener {
     Impl& owner;
     const ConnectPolicy* policy;  // null for none
+    // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it
+    // is told is connected, which the kernel lets pass only the first time.
     bool takesSpares;
     bool refused = false;  // an address, by the policy
   };
@@ -518,12 +520,9 @@ class CurlTransport::Impl {
       return CURL_SOCKET_BAD;
     }
     Impl& self = opener->owner;
-    ++self.counts_.opened;
     self.openedSpare_ = opener->takesSpares ? self.TakeSpare(*address) : -1;
-    if (self.openedSpare_ >= 0) {
-      --self.counts_.opened;  // it was counted before
-      return self.openedSpare_;
-    }
+    if (self.openedSpare_ >= 0) return self.openedSpare_;
+    ++self.counts_.opened;
     return socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
