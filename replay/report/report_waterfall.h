@@ -11,18 +11,21 @@
 namespace replay {
 
 // Returns a JSON object that can be put into a script element, because no tag or comment can begin or end in
-// it. Times are in microseconds, lists are read by position, and most texts are named by their place in `texts`:
+// it. Times are in microseconds, lists are read by position, and most texts are named by their place in
+// `texts`:
 //   texts    URLs, kinds, reasons and other words, each once
-//   pages    per load of a page its requests: [url, kind, method, status, protocol, bytes, initiator, beacon];
-//            an unknown initiator is -1
+//   pages    per load of a page its requests: [url, kind, method, status, protocol, bytes, initiator,
+//            beacon]; an unknown initiator is -1
 //   visits   in order:
-//     page   its URL;   load: place in `pages`
-//     ways   [way itself, first paint, DOMContentLoaded, load event, place of the request that this came after]
-//     lines  of the waterfall: [place of the request or null, why it was not served, preload or null, and per
-//            way of `ways` its answer or null]
-//     answer   [source, wanted, connect, sent, first byte, end]
-//     preload  [url, kind, fate, bytes, ordered, launched, connect, sent, first byte, end]
-//     In both, the times from `connect` on are counted from the moment before them in the list.
+//     page   its URL
+//     load   place in `pages`
+//     ways   [name, first paint, DOMContentLoaded, load event, place of the request that it came after]; the
+//            name is a text itself
+//     lines  of the waterfall: [place of the request or null, why it was not served, preload or null,
+//            answers...], with an answer or null for each way of `ways`
+//     An answer is [source, wanted, connect, sent, first byte, end].
+//     A preload is [url, kind, fate, bytes, ordered, launched, connect, sent, first byte, end].
+//     In both, the times from `connect` on are counted from the time before them in the list.
 std::string WaterfallData(const Recording& recording, const RecordingResult& result);
 
 }  // namespace replay
