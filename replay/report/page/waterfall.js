@@ -115,7 +115,7 @@ const addLine = (body, percent, visit, line, number) => {
   const [file, server] = nameOf(url, visit.page);
   const name = addHeading(row, "row", "", "name");
   addButton(name, "", file, () => showDetails(row, visit, line)).setAttribute("aria-haspopup", "dialog");
-  if (server) addElement(name, "span", "", " " + server);
+  if (server) addElement(name, "span", "", server);
   addElement(row, "td", "kind", kind);
   addOffBars(row, percent, line);
   addPluginBars(row, percent, line);
