@@ -79,7 +79,7 @@ RecordingReport ReplayOne(size_t index, const std::string& name, const CommandLi
         output.format->collect(index, recording, result, line.replay, report);
       }
     }
-    report.logLines = std::move(result.logLines);
+    for (const LogLine& logLine : result.log) report.logLines.push_back(logLine.stamp + logLine.text);
     return report;
   } catch (const std::exception& error) {
     return Failed(name, ReplayStatus::Fault, name + ": " + error.what());

@@ -135,7 +135,7 @@ test('a request tells all, by keyboard and by mouse, and the focus comes back', 
   await report.press('Enter');
   assert.equal(await run('panel.hidden'), false);
   const text = await run('panel.innerText');
-  for (const part of ['HTTP/', '200', 'off', 'plugin', 'preconnect', 'oracle', 'first byte']) assert.ok(text.includes(part), text);
+  for (const part of ['HTTP/', '200', 'off', 'plugin', 'preconnect', 'oracle', 'first byte', 'KIV_PROC']) assert.ok(text.includes(part), text);
   await report.press('Escape');
   assert.equal(await run('panel.hidden'), true);
   assert.equal(await run(`document.activeElement === rows[2].querySelector('button')`), true);
