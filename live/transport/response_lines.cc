@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "host/http/connection_headers.h"
+#include "host/http/lists.h"
 #include "net/http/header_text.h"
 
 namespace live {
@@ -19,15 +20,15 @@ bool ResponseLines::Add(std::string_view line) {
     return true;
   }
   if (line.front() == ' ' || line.front() == '\t') {  // goes on with the line before
-    if (!lastIsKept_) return true;
-    lines_.pop_back();
-    lines_.append(" ").append(net::TrimBlanks(line)).push_back('\0');
+    if (lastIsKept_) headers_.back().append(" ").append(net::TrimBlanks(line));
     return true;
   }
   const size_t colon = line.find(':');
   lastIsKept_ = false;
-  if (colon == std::string_view::npos || colon == 0) return true;  // no header
-  return AddHeader(line.substr(0, colon), net::TrimBlanks(line.substr(colon + 1)));
+  const std::string_view name = line.substr(0, colon);
+  // A name with a blank is no name, and must not become one ("Content-Length : 5") where somebody trims it.
+  if (colon == std::string_view::npos || name.empty() || name.find_first_of(" \t") != name.npos) return true;
+  return AddHeader(name, net::TrimBlanks(line.substr(colon + 1)));
 }
 
 bool ResponseLines::AddStatusLine(std::string_view line) {
@@ -40,6 +41,8 @@ bool ResponseLines::AddStatusLine(std::string_view line) {
     return false;
   lines_ = "HTTP/1.1 ";
   lines_.append(rest).push_back('\0');
+  headers_.clear();
+  connection_.clear();
   inBlock_ = true;
   lastIsKept_ = false;
   chunked_ = false;
@@ -54,12 +57,17 @@ bool ResponseLines::AddHeader(std::string_view name, std::string_view value) {
     length_ = value;
     return same;
   }
+  if (net::EqualsIgnoringCase(name, "connection")) connection_.append(value).push_back(',');
   lastIsKept_ = !http::IsOfOneConnection(name);
-  if (lastIsKept_) lines_.append(name).append(": ").append(value).push_back('\0');
+  if (lastIsKept_) headers_.push_back(std::string(name).append(": ").append(value));
   return true;
 }
 
 void ResponseLines::EndBlock() {
+  for (const std::string& header : headers_) {
+    const std::string_view name = std::string_view(header).substr(0, header.find(':'));
+    if (!http::ListHas(connection_, name)) lines_.append(header).push_back('\0');
+  }
   if (length_ && !chunked_) lines_.append("Content-Length: ").append(*length_).push_back('\0');
   lines_.push_back('\0');
   inBlock_ = false;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace live {
 
@@ -20,8 +21,8 @@ class ResponseLines {
   bool Add(std::string_view line);
 
   // The block that the last line has completed: the status line ("HTTP/1.1", whatever the version was) and
-  // the header lines, each ended by a NUL byte, and one more NUL. What concerns one connection alone is left
-  // out, and a length that chunks make void.
+  // the header lines, each ended by a NUL byte, and one more NUL. What concerns one connection alone, by its
+  // name or because a Connection header names it, is left out, and so is a length that chunks make void.
   std::optional<std::string> TakeBlock();
 
   // Of the last status line; 0 before. A status of 1xx announces another block.
@@ -41,7 +42,9 @@ class ResponseLines {
   bool lastIsKept_ = false;  // of the header lines
   bool chunked_ = false;
   std::optional<std::string> length_;  // declared
-  std::string lines_;
+  std::vector<std::string> headers_;   // of the block, "Name: value"
+  std::string connection_;             // what it says of the connection; a list that ends with a comma
+  std::string lines_;                  // the block
 };
 
 }  // namespace live

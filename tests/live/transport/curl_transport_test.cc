@@ -256,8 +256,9 @@ TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
 
 TEST(ResponseLinesTest, BlocksHaveNoHopByHopHeaders) {
   ResponseLines lines(1000);
-  for (const char* line : {"HTTP/2 200 \r\n", "Content-Length: 5\r\n", "Connection: x\r\n", "A:  b \r\n",
-                           " folded\r\n", "Keep-Alive: 1\r\n", " folded away\r\n", "no colon\r\n", "\r\n"}) {
+  for (const char* line : {"HTTP/2 200 \r\n", "Content-Length: 5\r\n", "Own: 1\r\n", "Connection: x, own\r\n",
+                           "A:  b \r\n", " folded\r\n", "Keep-Alive: 1\r\n", " folded away\r\n",
+                           "no colon\r\n", "Transfer-Encoding : x\r\n", "\r\n"}) {
     EXPECT_TRUE(lines.Add(line)) << line;
   }
   EXPECT_EQ(lines.TakeBlock(), std::string("HTTP/1.1 200\0A: b folded\0Content-Length: 5\0\0", 44));
