@@ -248,7 +248,7 @@ TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
   for (const bool allowed : {false, true, false}) {
     policy.allowed = allowed;
     if (!allowed) transport->Preconnect(server->Url(), 1, &policy);
-    EXPECT_EQ(Get("/", {.context = &policy}), allowed ? "200 b done 0" : " done -3");
+    EXPECT_EQ(Get("/", {.context = &policy}), allowed ? "200 b done 0" : " done -20");
     EXPECT_EQ(server->ConnectionCount(), requests);
   }
   EXPECT_EQ(requests, 1) << "the third one found a connection, and was not sent on it";
