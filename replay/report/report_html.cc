@@ -112,9 +112,9 @@ std::string FigureCells(const Summary& summary) {
   html += GainCell(visits, &LoadTimes::firstPaintUs);
   for (const Way way : kRowWays) html += "<td>" + MillisecondsText(At(load, way)) + "</td>";
   html += GainCell(visits, &LoadTimes::pageLoadUs);
-  html +=
-      fmt::format("<td>{}</td><td>{}</td><td>{}</td>", Typeset(PercentText(GapClosedOverall(visits, kBound))),
-                  Bullet(visits), PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)));
+  html += fmt::format("<td>{}</td><td>{}</td><td>{}</td>",
+                      Typeset(PercentText(GapClosedOverall(visits, kBound))), Bullet(visits),
+                      PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)));
   for (const uint64_t count : {totals.slowerVisits, totals.laterPaintVisits}) {
     html += fmt::format(R"(<td class="{}">{}</td>)", count > 0 ? "bad" : "", count);
   }
@@ -192,11 +192,12 @@ std::string Headlines(const Summary& total) {
       fmt::format("visits with a later first paint, and with a later load event; of the gap from off "
                   "to {} the plugin closes {}",
                   WordsFor(kBound).key, Typeset(PercentText(GapClosedOverall(visits, kBound)))));
-  html += Headline(
-      "Unused bytes", PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
-      fmt::format("of {} preloaded; {} preloads and {} connections were unused",
-                  BytesText(totals.preloadedBytes), UnusedText(totals.unusedPreloads, totals.preloads),
-                  UnusedText(totals.unusedConnections, totals.connections)));
+  html +=
+      Headline("Unused bytes", PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)),
+               fmt::format("of {} preloaded; {} preloads and {} connections were unused",
+                           BytesText(totals.counts.preloadedBytes),
+                           UnusedText(totals.counts.unusedPreloads, totals.counts.preloads),
+                           UnusedText(totals.counts.unusedConnections, totals.counts.connections)));
   return html + "</dl>\n";
 }
 

@@ -59,11 +59,11 @@ Json Group(const std::vector<VisitFigures>& visits) {
                       {"p50", gains ? Milliseconds(gains->median) : Json(nullptr)},
                       {"p95", gains ? Milliseconds(gains->p95) : Json(nullptr)},
                       {"total", Milliseconds(gains ? gains->total : 0)}};
-  group["preloads"] = totals.preloads;
-  group["unused_preloads"] = totals.unusedPreloads;
-  group["preloaded_bytes"] = totals.preloadedBytes;
-  group["unused_bytes"] = totals.unusedBytes;
-  group["unused_connections"] = totals.unusedConnections;
+  group["preloads"] = totals.counts.preloads;
+  group["unused_preloads"] = totals.counts.unusedPreloads;
+  group["preloaded_bytes"] = totals.counts.preloadedBytes;
+  group["unused_bytes"] = totals.counts.unusedBytes;
+  group["unused_connections"] = totals.counts.unusedConnections;
   return group;
 }
 
@@ -95,13 +95,13 @@ void AddFigures(Json& line, const Summary& summary) {
   line["reachable_gap_closed"] = Share(GapClosedOverall(visits, kBound));
   line["reachable_gap_closed_per_visit"] = Share(GapClosedPerVisit(visits, kBound));
   line["slower_visits"] = totals.slowerVisits;
-  line["served"] = totals.served;
-  line["joined"] = totals.joined;
-  line["fetched"] = totals.fetched;
-  line["from_disk_cache"] = totals.fromDiskCache;
-  line["preloads"] = totals.preloads;
-  line["preloaded_bytes"] = totals.preloadedBytes;
-  line["wasted_bytes"] = totals.unusedBytes;
+  line["served"] = totals.counts.served;
+  line["joined"] = totals.counts.joined;
+  line["fetched"] = totals.counts.fetched;
+  line["from_disk_cache"] = totals.counts.fromDiskCache;
+  line["preloads"] = totals.counts.preloads;
+  line["preloaded_bytes"] = totals.counts.preloadedBytes;
+  line["wasted_bytes"] = totals.counts.unusedBytes;
   line["real"] = Group(Select(summary.repeats, false));
   line["copies"] = Group(Select(summary.repeats, true));
   line["commands"] = summary.commands;

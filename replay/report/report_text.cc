@@ -141,7 +141,7 @@ Row RecordingRow(const Summary& summary) {
   for (const Way way : kRowWays) row.push_back({MillisecondsText(At(load, way))});
   AddGain(row, summary.repeats, &LoadTimes::pageLoadUs);
   row.push_back({PercentText(GapClosedOverall(summary.repeats, kBound))});
-  row.push_back({PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes))});
+  row.push_back({PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes))});
   row.push_back(BadCount(totals.slowerVisits, Look::Plain));
   row.push_back(BadCount(totals.laterPaintVisits, Look::Plain));
   return row;
@@ -226,11 +226,11 @@ std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, 
   text += fmt::format("; the load event gains {} ms at worst, {} at best.\n",
                       SignedMillisecondsText(load.worst), SignedMillisecondsText(load.best));
   text += fmt::format("Unused: {} of {} preloads ({}), {} of {} ({}), {} of {} connections.\n",
-                      totals.unusedPreloads, totals.preloads,
-                      PercentText(ShareOf(totals.unusedPreloads, totals.preloads)),
-                      BytesText(totals.unusedBytes), BytesText(totals.preloadedBytes),
-                      PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
-                      totals.unusedConnections, totals.connections);
+                      totals.counts.unusedPreloads, totals.counts.preloads,
+                      PercentText(ShareOf(totals.counts.unusedPreloads, totals.counts.preloads)),
+                      BytesText(totals.counts.unusedBytes), BytesText(totals.counts.preloadedBytes),
+                      PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)),
+                      totals.counts.unusedConnections, totals.counts.connections);
   if (totals.endedByBeacon > 0) {
     text += fmt::format("Without the plugin, a beacon ended the load of {} visits.\n", totals.endedByBeacon);
   }

@@ -15,14 +15,8 @@
 
 namespace replay {
 
-// One repeat visit. The counts are of the plugin's way, and of resources: the navigation is not counted.
-struct VisitFigures {
-  std::string page;
-  uint32_t number = 0;  // of this page in its recording, from 2 on
-  bool copy = false;
-  PaintSource paintSource = PaintSource::Recorded;
-  PerWay<LoadTimes> times;          // microseconds
-  PerWay<bool> endedByBeacon = {};  // the load event came after one
+// What the plugin did in one visit or in several. Resources are counted, the navigation is not.
+struct PluginCounts {
   uint64_t served = 0;
   uint64_t joined = 0;
   uint64_t fetched = 0;
@@ -33,6 +27,17 @@ struct VisitFigures {
   uint64_t unusedBytes = 0;
   uint64_t connections = 0;
   uint64_t unusedConnections = 0;
+};
+
+// One repeat visit.
+struct VisitFigures {
+  std::string page;
+  uint32_t number = 0;  // of this page in its recording, from 2 on
+  bool copy = false;
+  PaintSource paintSource = PaintSource::Recorded;
+  PerWay<LoadTimes> times;          // microseconds
+  PerWay<bool> endedByBeacon = {};  // the load event came after one
+  PluginCounts counts;
 };
 
 // Figures that can be added up. Everything that compares is of repeat visits only.
@@ -97,7 +102,8 @@ struct Gains {
   double best = 0;
   double total = 0;
 };
-std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits, Metric metric);  // nothing: no visits
+std::optional<Gains> GainsOf(const std::vector<double>& gains);  // nothing: no visits
+std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits, Metric metric);
 
 // One figure per way, in microseconds; nothing when there are no visits, or too few for a percentile.
 using Figures = std::optional<PerWay<double>>;
@@ -131,7 +137,7 @@ std::vector<VisitFigures> Select(const std::vector<VisitFigures>& visits, bool c
 bool HeadlineIsOfCopies(const std::vector<VisitFigures>& visits);
 std::vector<VisitFigures> Headline(const std::vector<VisitFigures>& visits);
 
-// What the plugin did in several visits.
+// Several visits added up.
 struct Totals {
   uint64_t visits = 0;
   uint64_t slowerVisits = 0;      // whose load event is later by IsLater
@@ -139,16 +145,7 @@ struct Totals {
   uint64_t endedByBeacon = 0;     // visits whose load event without the plugin came after a beacon
   uint64_t paintNotRecorded = 0;  // visits whose first paint is made from another event
   PerWay<LoadTimes> times;        // sums, microseconds
-  uint64_t served = 0;
-  uint64_t joined = 0;
-  uint64_t fetched = 0;
-  uint64_t fromDiskCache = 0;
-  uint64_t preloads = 0;
-  uint64_t unusedPreloads = 0;
-  uint64_t preloadedBytes = 0;
-  uint64_t unusedBytes = 0;
-  uint64_t connections = 0;
-  uint64_t unusedConnections = 0;
+  PluginCounts counts;
 };
 Totals TotalsOf(const std::vector<VisitFigures>& visits);
 

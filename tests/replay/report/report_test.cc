@@ -88,10 +88,11 @@ TEST(Summary, AddsUpRepeatVisitsOnly) {
     EXPECT_EQ(totals.times[Index(Way::Plugin)].firstPaintUs, 1010001);
     EXPECT_EQ(totals.endedByBeacon, 0U) << "without the plugin the load ended otherwise";
     EXPECT_TRUE(summary.repeats[0].endedByBeacon[Index(Way::Plugin)]);
-    EXPECT_EQ((std::vector{totals.served, totals.joined, totals.fetched, totals.preloads,
-                           totals.unusedPreloads, totals.preloadedBytes, totals.unusedBytes,
-                           totals.connections, totals.unusedConnections}),
-              (std::vector<uint64_t>{4, 2, 6, 6, 2, 80, 20, 12, 2}));
+    EXPECT_EQ(
+        (std::vector{totals.counts.served, totals.counts.joined, totals.counts.fetched,
+                     totals.counts.preloads, totals.counts.unusedPreloads, totals.counts.preloadedBytes,
+                     totals.counts.unusedBytes, totals.counts.connections, totals.counts.unusedConnections}),
+        (std::vector<uint64_t>{4, 2, 6, 6, 2, 80, 20, 12, 2}));
   }
   EXPECT_EQ(SummaryOf({first, second}).visits, 3U);
   EXPECT_EQ(total.visits, 4U);
