@@ -16,6 +16,7 @@
 
 #include "host/property_values.h"
 #include "plugin/version.h"
+#include "programs/command_line.h"
 #include "replay/recordings_to_read.h"
 
 namespace replay {
@@ -284,22 +285,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   app.add_flag("--force", line.force, "let a report replace a file that is not one");
   text("--jobs", texts.jobs, "recordings replayed at a time [number of cores]", "N");
 
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
   line.merge = !arguments.empty() && arguments.front() == "merge";
-  if (line.merge) reversed.pop_back();
-  try {
-    app.parse(std::move(reversed));
-  } catch (const CLI::CallForHelp&) {
-    out << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion& version) {
-    out << version.what() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    std::string what = error.what();
-    std::replace(what.begin(), what.end(), '\n', ' ');
-    Refuse("command line", what + " (see --help)");
-  }
+  const std::vector<std::string> words(arguments.begin() + (line.merge ? 1 : 0), arguments.end());
+  if (!programs::ParseArguments(app, words, out)) return std::nullopt;
   line.visitsGiven = app.count("--visits") > 0;
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
