@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <curl/curl.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -200,7 +202,8 @@ class CurlTransport::Impl {
     // can be kept, and its TLS has to wait for the request.
     if (secure && !group.isKnown) count = std::min<size_t>(count, 1);
     if (secure && (!group.isKnown || group.multiplexes)) {
-      if (group.active == 0 && group.warming == 0 && loop_.Now() >= group.warmUntil) Warm(key, true);
+      // A connection that stands is found by libcurl and left as it is, one that has ended is replaced.
+      if (group.active == 0 && group.warming == 0) Warm(key, true);
       return;
     }
     const size_t busy = group.active + group.warming + SparesOf(key);
@@ -214,8 +217,7 @@ class CurlTransport::Impl {
     std::deque<TransferId> waiting[2];  // by urgency
     size_t active = 0;                  // transfers that libcurl has
     size_t warming = 0;                 // connections being set up for nobody yet
-    base::Time warmUntil;               // a connection that multiplexes was opened and may still be unused
-    bool isKnown = false;               // it has answered
+    bool isKnown = false;               // it has answered, or has said in TLS what it speaks
     bool multiplexes = false;
   };
   struct Transfer {
@@ -245,6 +247,7 @@ class CurlTransport::Impl {
     std::string key;
     bool multiplexed;  // TLS and all; else the socket alone
     Easy easy;
+    std::optional<bool> speaksHttp2;  // as its TLS has said
   };
   struct Spare {
     int socket;
@@ -464,14 +467,29 @@ class CurlTransport::Impl {
     return policy == nullptr || policy->MayConnectTo(address) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
   }
 
-  static curl_socket_t OnOpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
-    auto& self = *static_cast<Impl*>(data);
-    ++self.counts_.opened;
-    self.openedSpare_ = self.TakeSpare(*address);
-    if (self.openedSpare_ >= 0) {
-      --self.counts_.opened;  // it was counted before
-      return self.openedSpare_;
+  // The connection stands. What its server speaks is known, and nothing is to be sent.
+  static int OnWarm(void* data, char* /*address*/, char* /*own*/, int /*port*/, int /*ownPort*/) {
+    auto& warming = *static_cast<Warming*>(data);
+    const auto* const session = Info<curl_tlssessioninfo*>(warming.easy.get(), CURLINFO_TLS_SSL_PTR);
+    if (session != nullptr && session->backend == CURLSSLBACKEND_OPENSSL && session->internals != nullptr) {
+      const unsigned char* protocol = nullptr;
+      unsigned length = 0;
+      SSL_get0_alpn_selected(static_cast<const SSL*>(session->internals), &protocol, &length);
+      warming.speaksHttp2 = std::string_view(reinterpret_cast<const char*>(protocol), length) == "h2";
     }
+    return CURL_PREREQFUNC_ABORT;
+  }
+
+  static curl_socket_t OnOpenSocket(void* data, curlsocktype purpose, curl_sockaddr* address) {
+    auto& self = *static_cast<Impl*>(data);
+    self.openedSpare_ = self.TakeSpare(*address);
+    if (self.openedSpare_ >= 0) return self.openedSpare_;
+    return OnOpenNewSocket(data, purpose, address);
+  }
+  // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it is
+  // told is connected, which the kernel lets pass only the first time.
+  static curl_socket_t OnOpenNewSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    ++static_cast<Impl*>(data)->counts_.opened;
     return socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
@@ -587,17 +605,16 @@ class CurlTransport::Impl {
     CURL* const handle = easy.get();
     if (multiplexed) {
       SetUp(handle, key + "/");
-      curl_easy_setopt(
-          handle, CURLOPT_PREREQFUNCTION,
-          +[](void*, char*, char*, int, int) -> int { return CURL_PREREQFUNC_ABORT; });
+      curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, OnWarm);
     } else {
       // The socket alone, whatever is spoken on it later.
       SetUp(handle, "http" + key.substr(key.find(':')) + "/");
       curl_easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
     }
+    curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, OnOpenNewSocket);
     ++groups_[key].warming;
-    ++counts_.preconnected;
-    warming_[handle] = {key, multiplexed, std::move(easy)};
+    const auto place = warming_.emplace(handle, Warming{key, multiplexed, std::move(easy)}).first;
+    curl_easy_setopt(handle, CURLOPT_PREREQDATA, &place->second);
     tasks_.Post([this, handle] {
       if (!warming_.contains(handle)) return;
       curl_multi_add_handle(multi_, handle);
@@ -611,14 +628,18 @@ class CurlTransport::Impl {
     warming_.erase(place);
     Group& group = groups_[warming.key];
     --group.warming;
-    const base::Time until =
-        base::Time::FromInternalValue(loop_.Now().ToInternalValue() + upstream_.keepPreconnectedMs * 1000);
-    if (warming.multiplexed && code == CURLE_ABORTED_BY_CALLBACK) {
-      group.warmUntil = until;
+    const bool opened = Info<long>(handle, CURLINFO_NUM_CONNECTS) > 0;
+    if (opened) ++counts_.preconnected;
+    if (warming.speaksHttp2) {
+      group.isKnown = true;
+      group.multiplexes = *warming.speaksHttp2;
+      if (opened && !group.multiplexes) ++counts_.unused;  // libcurl does not keep it
     }
     if (!warming.multiplexed && code == CURLE_OK) {
       const auto socket = Info<curl_socket_t>(handle, CURLINFO_ACTIVESOCKET);
       const int kept = socket != CURL_SOCKET_BAD ? dup(socket) : -1;
+      const base::Time until =
+          base::Time::FromInternalValue(loop_.Now().ToInternalValue() + upstream_.keepPreconnectedMs * 1000);
       if (kept >= 0) KeepSpare(warming.key, {kept, until});
     }
     curl_multi_remove_handle(multi_, handle);

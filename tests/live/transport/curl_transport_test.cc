@@ -195,15 +195,23 @@ TEST_F(CurlTransportTest, AServerIsSlowedDownByAClientThatDoesNotRead) {
   server.reset();  // its thread still counts
 }
 
-TEST_F(CurlTransportTest, ASocketThatWasOpenedAheadIsUsed) {
+TEST_F(CurlTransportTest, SocketsThatWereOpenedAheadAreUsed) {
   Serve(tests::ServeBySize);
-  transport->Preconnect(server->Url(), 2);
-  RunUntil(loop, [&] { return server->ConnectionCount() == 2; });
-  transport->Preconnect(server->Url(), 2);
-  EXPECT_EQ(Get("/10"), "200 b done 0");
-  EXPECT_EQ(Get("/10"), "200 b done 0");
-  EXPECT_EQ(server->ConnectionCount(), 2);
-  EXPECT_EQ(transport->Connections().preconnected, 2u);
+  for (const size_t count : {1, 3, 3}) {
+    transport->Preconnect(server->Url(), count);
+    bool later = false;
+    loop.PostDelayed(100'000, [&] { later = true; });
+    RunUntil(loop, [&] { return later && server->ConnectionCount() == static_cast<int>(count); });
+  }
+  ContractClient clients[3];
+  for (ContractClient& client : clients)
+    transport->Start({.url = server->Url("/10"), .method = "GET"}, client);
+  for (ContractClient& client : clients) {
+    RunUntil(loop, [&] { return client.result != 1; });
+    EXPECT_EQ(client.result, host::kOk) << client.heard;
+  }
+  EXPECT_EQ(server->ConnectionCount(), 3);
+  EXPECT_EQ(transport->Connections().preconnected, 3u);
   Serve(tests::ServeBySize, {.keepPreconnectedMs = 50});
   transport->Preconnect(server->Url(), 1);
   RunUntil(loop, [&] { return transport->Connections().unused == 1; });

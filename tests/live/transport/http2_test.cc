@@ -23,20 +23,21 @@ class Http2Test : public testing::Test {
     for (const int size : {1000, 300'000, 3'000'000, 60'000'000}) {
       folder.Write(std::to_string(size), std::string(static_cast<size_t>(size), 'x'));
     }
-    const int port = tests::FreePort();
-    server.emplace(std::vector<std::string>{"nghttpd", "-d", folder.Path(), std::to_string(port),
-                                            folder.File("key.pem"), folder.File("cert.pem")});
-    ASSERT_TRUE(tests::WaitForPort(port));
-    origin = "https://localhost:" + std::to_string(port);
-    transport = Make();
+    StartServer();
+    origin = "https://localhost:" + Port();
+    transport = std::make_unique<CurlTransport>(loop, host::HostSettings{},
+                                                UpstreamSettings{.caFile = folder.File("cert.pem")});
   }
 
-  std::unique_ptr<CurlTransport> Make() {
-    return std::make_unique<CurlTransport>(loop, host::HostSettings{},
-                                           UpstreamSettings{.caFile = folder.File("cert.pem")});
+  void StartServer() {
+    server.emplace(std::vector<std::string>{"nghttpd", "-d", folder.Path(), Port(), folder.File("key.pem"),
+                                            folder.File("cert.pem")});
+    ASSERT_TRUE(tests::WaitForPort(port));
   }
+  std::string Port() const { return std::to_string(port); }
 
   tests::TemporaryFolder folder;
+  const int port = tests::FreePort();
   std::optional<tests::ChildProcess> server;
   std::string origin;
   EventLoop loop;
@@ -78,19 +79,42 @@ TEST_F(Http2Test, ManyTransfersShareOneConnectionAndPausedOnesHoldUpNobody) {
 }
 
 TEST_F(Http2Test, AConnectionThatWasOpenedAheadIsUsed) {
-  for (int repeated = 0; repeated < 3; ++repeated) {
+  const auto preconnect = [&] {
     transport->Preconnect(origin + "/", 2);
     bool later = false;
     loop.PostDelayed(300'000, [&] { later = true; });
     RunUntil(loop, [&] { return later; });
-    EXPECT_EQ(transport->Connections().opened, 1u) << "one is all that it needs";
+    return transport->Connections().opened;
+  };
+  for (int repeated = 0; repeated < 3; ++repeated) EXPECT_EQ(preconnect(), 1u) << "one is all that it needs";
+  for (const uint64_t connection : {1u, 2u}) {
+    ContractClient client;
+    transport->Start({.url = origin + "/1000", .method = "GET"}, client);
+    RunUntil(loop, [&] { return client.result != 1; });
+    EXPECT_EQ(client.bodyBytes, 1000);
+    EXPECT_EQ(client.report.connect, client.report.sent);
+    EXPECT_EQ(preconnect(), connection) << "it stands";
+    server.reset();
+    StartServer();
+    EXPECT_EQ(preconnect(), connection + 1) << "the server had closed it";
   }
+  EXPECT_EQ(transport->Connections().preconnected, 3u);
+}
+
+TEST_F(Http2Test, OfAServerThatDoesNotMultiplexSocketsAreOpenedAhead) {
+  server.reset();
+  server.emplace(std::vector<std::string>{"openssl", "s_server", "-quiet", "-www", "-accept", Port(), "-cert",
+                                          folder.File("cert.pem"), "-key", folder.File("key.pem")});
+  ASSERT_TRUE(tests::WaitForPort(port));
+  transport->Preconnect(origin + "/", 1);
+  RunUntil(loop, [&] { return transport->Connections().unused == 1; });
+  transport->Preconnect(origin + "/", 1);
+  RunUntil(loop, [&] { return transport->Connections().preconnected == 2; });
   ContractClient client;
-  transport->Start({.url = origin + "/1000", .method = "GET"}, client);
+  transport->Start({.url = origin + "/", .method = "GET"}, client);
   RunUntil(loop, [&] { return client.result != 1; });
-  EXPECT_EQ(client.bodyBytes, 1000);
-  EXPECT_EQ(client.report.connect, client.report.sent);
-  EXPECT_EQ(transport->Connections().opened, 1u);
+  EXPECT_EQ(client.result, host::kOk);
+  EXPECT_EQ(transport->Connections().opened, 2u) << "the first one has told that it does not";
 }
 
 TEST_F(Http2Test, ACertificateThatNobodyVouchesForIsRefused) {
