@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "replay/model/replay_options.h"
 #include "replay/report/fail_condition.h"
 #include "replay/report/report_formats.h"
+#include "replay/report/settings.h"
 
 namespace replay {
 
@@ -19,16 +19,16 @@ struct Output {
 };
 
 struct CommandLine {
-  ReplayOptions replay;
+  Settings settings;                    // more than one with --sweep
   std::string pluginPath;               // empty: the library beside the program
   std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
   std::vector<Output> outputs;          // the reports that are wanted
   bool force = false;                   // they may replace files that are not reports
-  bool merge = false;                   // `recordings` are files of JSON lines; `replay` is what these say
+  bool merge = false;                   // `recordings` are files of JSON lines; `settings` is what these say
   std::vector<FailCondition> failConditions;
   std::vector<std::string> settingsPaths;  // the other files that were read: lists, --props and --beacons
   unsigned jobs = 1;
-  bool visitsGiven = false;  // replay.visits was asked for
+  bool visitsGiven = false;  // --visits was asked for
 };
 
 // Reads the arguments after the program's name, the files of --props and --beacons, and lists and folders of

@@ -10,17 +10,19 @@ namespace replay {
 // !=, and a number.
 struct FailCondition {
   std::string text;  // as it was written
+  bool needsSweep = false;
   std::string key;
   std::string comparison;
   double number = 0;
 };
 
-// Throws std::runtime_error with one line when the text is no such condition, or when no summary has the key.
+// Throws std::runtime_error with one line when the text is no such condition, or when no summary has the key;
+// that of a sweep has `against_first` as well.
 FailCondition ParseFailCondition(const std::string& text);
 
 // Why the run fails by this condition: one line with the figure; empty when it does not. `summaryLine` is
-// what JsonSummaryLine returned. A figure that cannot be told (null) makes the run fail as well: passing
-// would mislead.
+// one of those that JsonSummaryLines returned. A figure that cannot be told (null) makes the run fail as
+// well: passing would mislead.
 std::string WhyFailed(const FailCondition& condition, const std::string& summaryLine);
 
 }  // namespace replay

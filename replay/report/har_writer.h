@@ -1,31 +1,28 @@
-// The simulated loads with the plugin as a HAR 1.2 file that other viewers open: a page per visit, its
-// requests, and the preloads as entries of their own. Beyond the format, entries carry `_source` (where the
-// response came from), `_whyNot`, and for preloads `_preload` (what became of it) and `_orderedAt` (ms).
+// The simulated loads as a HAR 1.2 file that other viewers open: of each visit a page without the plugin and
+// a page with it, their requests, and the preloads as entries of their own. Beyond the format, entries carry
+// `_source` (where the response came from), `_whyNot`, and for preloads `_preload` (what became of it) and
+// `_orderedAt` (ms).
 #ifndef REPLAY_REPORT_HAR_WRITER_H_
 #define REPLAY_REPORT_HAR_WRITER_H_
 
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "replay/model/replay_options.h"
-#include "replay/model/results.h"
-#include "replay/recording/recording.h"
+#include "replay/report/report_format.h"
 
 namespace replay {
 
-// JSON texts of the objects of one recording, separated by commas: what goes into the file's two arrays.
-struct HarPart {
-  std::string pages;
-  std::string entries;
-};
+extern const ReportFormat kHarFormat;
 
-// The part of one recording, the `index`th of the file, counted from 0. Loads begin at a fixed date, and
-// follow each other after the time between visits.
-HarPart HarPartOf(size_t index, const Recording& recording, const RecordingResult& result,
-                  const ReplayOptions& options);
+// What one recording, the `index`th of its run, adds to the file's two arrays: JSON texts of objects,
+// separated by commas; first the pages, then after a NUL the entries. Loads begin at a fixed date, and follow
+// each other after the time between visits; those of the two ways begin together.
+std::string HarPartOf(size_t index, const Recording& recording, const RecordingResult& result,
+                      const ReplayOptions& options);
 
 // The whole file.
-std::string HarFile(const std::vector<HarPart>& parts);
+void WriteHar(const std::vector<std::string_view>& parts, const TextSink& write);
 
 }  // namespace replay
 

@@ -12,6 +12,7 @@
 
 #include "replay/model/replay_options.h"
 #include "replay/report/recording_report.h"
+#include "replay/report/settings.h"
 
 namespace replay {
 
@@ -26,19 +27,30 @@ class LineMerger {
   void Add(std::istream& lines, const std::string& name);
 
   // All of them by name, failed ones too, whatever order they came in. The file's and the run's own order is
-  // lost.
+  // lost. A recording of a sweep whose line for a setting is missing has failed.
   std::vector<RecordingReport> Reports() const;
-  // Of all lines; nothing when every recording failed.
-  const std::optional<ReplayOptions>& Settings() const { return settings_; }
-  // How many lines are the same as another, as when a file is given twice. They count like all others.
+  // Of all lines; the defaults when every recording failed.
+  Settings MergedSettings() const;
+  // How many lines are the same as another, as when a file is given twice. They count like all others; those
+  // of a sweep, whose visits could not be told apart, are refused.
   size_t Repeated() const { return repeated_; }
 
  private:
+  // What is known of one setting of the lines; nothing before its first line.
+  struct Known {
+    std::string text;
+    std::optional<ReplayOptions> options;
+    std::string optionsText;
+  };
+  using BySetting = std::map<size_t, Summary>;  // by place among the settings
+
   void AddLine(const std::string& line);
+  size_t PlaceOfSetting(const std::vector<std::string>& sweep, const std::string& setting);
+  RecordingReport Together(const std::string& name, const BySetting& summaries) const;
 
   std::multimap<std::string, RecordingReport> reportsByLine_;  // by name, then by the whole line
-  std::optional<ReplayOptions> settings_;
-  std::string settingsText_;
+  std::map<std::string, BySetting> sweepLines_;                // by name
+  std::vector<Known> known_;
   size_t repeated_ = 0;
 };
 

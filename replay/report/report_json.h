@@ -6,19 +6,20 @@
 #include <string>
 #include <vector>
 
-#include "replay/model/replay_options.h"
-#include "replay/report/summary.h"
+#include "replay/report/report_format.h"
 
 namespace replay {
 
-// One object without the line's end. Bytes that are not UTF-8 come out as U+FFFD.
-std::string JsonLine(const Summary& summary, const ReplayOptions& options);
+extern const ReportFormat kJsonFormat;
 
-// The same for a recording that could not be replayed: its name and why.
-std::string JsonErrorLine(const std::string& name, const std::string& error);
+// Lines are objects, without the line's end. Bytes that are not UTF-8 come out as U+FFFD.
 
-// The last line, over all recordings.
-std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options);
+// Of a recording, one per setting; one with its name and why when it could not be replayed.
+std::vector<std::string> JsonLines(const RecordingReport& report, const Settings& settings);
+
+// The last lines, over all recordings, one per setting.
+std::vector<std::string> JsonSummaryLines(const std::vector<RecordingReport>& reports,
+                                          const Settings& settings);
 
 }  // namespace replay
 

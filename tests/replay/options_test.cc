@@ -41,12 +41,12 @@ CommandLine Parsed(std::vector<std::string> arguments) {
 
 TEST(CommandLine, Defaults) {
   const CommandLine line = Parsed({});
-  EXPECT_EQ(line.replay.profile.name, "4g");
-  EXPECT_EQ(line.replay.profile.rttMs, 170);
-  EXPECT_EQ(line.replay.profile.downMbit, 9);
-  EXPECT_EQ(line.replay.socketsPerGroup, 6);
-  EXPECT_EQ(line.replay.revisitAfterMs, 3600e3);
-  EXPECT_TRUE(line.replay.join && line.replay.preconnect);
+  EXPECT_EQ(line.settings[0].options.profile.name, "4g");
+  EXPECT_EQ(line.settings[0].options.profile.rttMs, 170);
+  EXPECT_EQ(line.settings[0].options.profile.downMbit, 9);
+  EXPECT_EQ(line.settings[0].options.socketsPerGroup, 6);
+  EXPECT_EQ(line.settings[0].options.revisitAfterMs, 3600e3);
+  EXPECT_TRUE(line.settings[0].options.join && line.settings[0].options.preconnect);
   EXPECT_GE(line.jobs, 1U);
   EXPECT_EQ(line.recordings, std::vector<std::string>{"a.har"});
 }
@@ -62,7 +62,7 @@ TEST(CommandLine, ProfilesAndDurations) {
                           Case{{"--profile", "native"}, "native", std::nullopt, std::nullopt},
                           Case{{"--rtt", "0"}, "custom", 0, 9},
                           Case{{"--profile", "native", "--down", "2.5"}, "custom", std::nullopt, 2.5}}) {
-    const NetworkProfile profile = Parsed(row.arguments).replay.profile;
+    const NetworkProfile profile = Parsed(row.arguments).settings[0].options.profile;
     EXPECT_EQ(profile.name, row.name);
     EXPECT_EQ(profile.rttMs, row.rttMs) << row.name;
     EXPECT_EQ(profile.downMbit, row.downMbit) << row.name;
@@ -70,15 +70,15 @@ TEST(CommandLine, ProfilesAndDurations) {
   const std::map<std::string, double> durations = {{"500ms", 500},   {"90s", 90e3},    {"30m", 1800e3},
                                                    {"1.5h", 5400e3}, {"2d", 172800e3}, {"0s", 0}};
   for (const auto& [text, milliseconds] : durations) {
-    EXPECT_EQ(Parsed({"--revisit-after", text}).replay.revisitAfterMs, milliseconds) << text;
+    EXPECT_EQ(Parsed({"--revisit-after", text}).settings[0].options.revisitAfterMs, milliseconds) << text;
   }
 }
 
 TEST(CommandLine, AListOfBeaconsReplacesTheOwnOne) {
   const std::string path = FileWith("beacons", "mine.test\n");
   const CommandLine line = Parsed({"--beacons", path});
-  EXPECT_TRUE(IsListed(line.replay.beacons, "https://a.mine.test/x"));
-  EXPECT_FALSE(IsListed(line.replay.beacons, "https://www.google-analytics.com/collect"));
+  EXPECT_TRUE(IsListed(line.settings[0].options.beacons, "https://a.mine.test/x"));
+  EXPECT_FALSE(IsListed(line.settings[0].options.beacons, "https://www.google-analytics.com/collect"));
   EXPECT_EQ(line.settingsPaths, std::vector<std::string>{path}) << "no output may replace it";
   EXPECT_TRUE(Parsed({"--visits", "3"}).visitsGiven);
   EXPECT_FALSE(Parsed({}).visitsGiven);
@@ -90,7 +90,7 @@ TEST(CommandLine, PropertiesOfTheFileAndTheLine) {
       FileWith("props", "# limits\r\n\n  net.cv.kiv.prlimit=3\r\nnet.cv.kiv.idlesock=0\nnet.cv.kiv.on=1 \n");
   EXPECT_EQ(
       Parsed({"--prop", "net.cv.kiv.prlimit=8", "--props", path, "--prop", "net.cv.kiv.cslimit=2147483647"})
-          .replay.properties,
+          .settings[0].options.properties,
       (std::map<std::string, std::string>{{"net.cv.kiv.prlimit", "8"},
                                           {"net.cv.kiv.idlesock", "0"},
                                           {"net.cv.kiv.on", "1"},

@@ -18,6 +18,14 @@ struct Replayed {
 // these a preload is wasted.
 Replayed MakeReplayed(const std::string& name);
 
+// As the recordings that were replayed under one setting.
+std::vector<replay::RecordingReport> ReportsOf(const std::vector<replay::Summary>& summaries);
+
+// Their lines under one setting.
+std::string JsonLine(const replay::Summary& summary, const replay::ReplayOptions& options);
+std::string JsonSummaryLine(const std::vector<replay::Summary>& summaries,
+                            const replay::ReplayOptions& options);
+
 }  // namespace tests
 
 #endif  // TESTS_REPLAY_REPORT_REPORT_FIXTURE_H_
