@@ -62,7 +62,7 @@ void WriteDirectly(const std::string& path, const Maker& make) {
   file.Close();
 }
 
-// Through a new file beside it. A link stays a link: what it points to is replaced.
+// Writes a new file in the same folder and renames it. A link stays a link: its target is replaced.
 void Replace(const std::string& path, const Maker& make, mode_t mode) {
   std::error_code error;
   std::filesystem::path target = std::filesystem::weakly_canonical(path, error);

@@ -105,7 +105,7 @@ RecordingReport ReplayOne(size_t index, const std::string& name, const CommandLi
   return report;
 }
 
-// On standard error, when somebody looks and there is something to wait for.
+// A progress bar on standard error. It is shown only on a terminal and for more than one recording.
 class Progress {
  public:
   explicit Progress(size_t count) : count_(count), shown_(count > 1 && isatty(STDERR_FILENO) == 1) {
@@ -130,11 +130,11 @@ class Progress {
   bool shown_;
 };
 
-// Reports by index, given in any order and handed on in theirs.
+// Takes reports in any order and returns them in the order of their indexes.
 class InOrder {
  public:
   void Add(size_t index, RecordingReport report) { waiting_.emplace(index, std::move(report)); }
-  // The next one, when it is there.
+  // The next report; nothing if it has not been added yet.
   std::optional<RecordingReport> Take() {
     const auto next = waiting_.find(taken_);
     if (next == waiting_.end()) return std::nullopt;

@@ -96,7 +96,7 @@ size_t LineMerger::PlaceOfSetting(const std::vector<std::string>& sweep, const s
   }
   const auto isSame = [](const Known& known, const std::string& text) { return known.text == text; };
   if (!std::equal(known_.begin(), known_.end(), sweep.begin(), sweep.end(), isSame)) {
-    throw std::runtime_error("was made with another --sweep than the lines before");
+    throw std::runtime_error("was written with another --sweep than the lines before");
   }
   const auto found = std::find(sweep.begin(), sweep.end(), setting);
   if (found == sweep.end()) throw std::runtime_error("is of none of its sweep's settings");
@@ -119,8 +119,8 @@ void LineMerger::AddLine(const std::string& line) {
     Known& known = known_[place];
     const std::string settings = parts.at("settings").dump();
     if (known.options && settings != known.optionsText) {
-      throw std::runtime_error("was made with other settings than the lines before: " + settings + ", not " +
-                               known.optionsText);
+      throw std::runtime_error("was written with other settings than the lines before: " + settings +
+                               ", not " + known.optionsText);
     }
     known.options = SettingsOf(parts.at("settings"));
     known.optionsText = settings;

@@ -65,7 +65,8 @@ Cells EmptyCells(const Settings& settings) {
 
 std::string Row(const Cells& cells, std::string Cells::value_type::*part) {
   std::string row;
-  for (const auto& cell : cells) row += (row.empty() ? "" : ",") + cell.*part;
+  for (const auto& cell : cells) row += cell.*part + ",";
+  row.pop_back();
   return row + "\r\n";
 }
 

@@ -11,8 +11,8 @@ namespace replay {
 
 extern const ReportFormat kCsvFormat;
 
-// Lines with their ends. Every row has the columns of the heading; those of a failed recording are empty
-// except for its name and `error`, the last column.
+// All lines include their line ends. Every row has the columns of the heading. For a recording that failed
+// they are empty except for its name and `error`, the last column.
 std::string CsvHeading(const Settings& settings);
 std::string CsvRows(const RecordingReport& report, const Settings& settings);
 

@@ -1,4 +1,4 @@
-// The outputs of kiv_replay: the one list of them. Any thread.
+// The list of the output formats of kiv_replay. Any thread.
 #ifndef REPLAY_REPORT_REPORT_FORMATS_H_
 #define REPLAY_REPORT_REPORT_FORMATS_H_
 

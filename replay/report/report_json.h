@@ -1,5 +1,5 @@
-// The figures as JSON, one object on one line per recording and one for all of them; docs/replay-json.md is
-// its contract.
+// Writes the figures as JSON: one object on one line for each recording, and one for all of them.
+// docs/replay-json.md documents the keys.
 #ifndef REPLAY_REPORT_REPORT_JSON_H_
 #define REPLAY_REPORT_REPORT_JSON_H_
 
@@ -12,12 +12,13 @@ namespace replay {
 
 extern const ReportFormat kJsonFormat;
 
-// Lines are objects, without the line's end. Bytes that are not UTF-8 come out as U+FFFD.
+// All lines are objects without line ends. Bytes that are not UTF-8 are replaced by U+FFFD.
 
-// Of a recording, one per setting; one with its name and why when it could not be replayed.
+// Returns the lines of a recording, one for each setting, or one with its name and the error if it could not
+// be replayed.
 std::vector<std::string> JsonLines(const RecordingReport& report, const Settings& settings);
 
-// The last lines, over all recordings, one per setting.
+// Returns the last lines, which summarise all recordings, one for each setting.
 std::vector<std::string> JsonSummaryLines(const std::vector<RecordingReport>& reports,
                                           const Settings& settings);
 
