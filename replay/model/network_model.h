@@ -37,7 +37,7 @@ class NetworkModel final : public host::Transport {
   void SetUrgency(host::TransferId id, host::Urgency urgency) override;
   void SetReading(host::TransferId id, bool reading) override;
   host::TransferReport Cancel(host::TransferId id) override;
-  void Preconnect(const std::string& url, size_t count) override;
+  void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) override;
 
   // Opens all connections that the URL's group may have, at once and without cost.
   void OpenConnections(const std::string& url);

@@ -288,7 +288,7 @@ TEST(NetworkModel, ConnectionsThatNobodyWaitsForYieldAndAreFewAtATime) {
   for (const bool wanted : {false, true}) {
     Network network(requests, {"", 100, 8}, {.preloadShare = 0.25, .maxPreconnects = 1}, kCertificates);
     network.Start(0, requests[0].url);
-    network.At(150, [&] { network.model.Preconnect(requests[1].url, 1); });
+    network.At(150, [&] { network.model.Preconnect(requests[1].url, 1, nullptr); });
     if (wanted) network.Start(160, requests[1].url);
     const Times times = network.Run();
     EXPECT_EQ(network.model.UnusedConnections(), wanted ? 0u : 1u);
@@ -297,7 +297,8 @@ TEST(NetworkModel, ConnectionsThatNobodyWaitsForYieldAndAreFewAtATime) {
   }
   Network network(requests, {"", 100, 8}, {.maxPreconnects = 2}, kNoCosts);
   std::string opened;
-  for (size_t host = 0; host < 4; ++host) network.model.Preconnect(requests[host].url, host == 0 ? 2 : 1);
+  for (size_t host = 0; host < 4; ++host)
+    network.model.Preconnect(requests[host].url, host == 0 ? 2 : 1, nullptr);
   for (const int64_t atMs : {1, 201, 401}) {
     network.At(atMs, [&] { opened += std::to_string(network.model.UnusedConnections()) + " "; });
   }
