@@ -1,5 +1,6 @@
 // The network of a simulated page load: sockets per group, round trips, server times and the shared access
-// link. It answers with what was recorded. One thread; docs/replay-model.md has the rules and their limits.
+// link. It answers with the recorded responses. One thread. docs/replay-model.md describes the rules and
+// their limits.
 #ifndef REPLAY_MODEL_NETWORK_MODEL_H_
 #define REPLAY_MODEL_NETWORK_MODEL_H_
 
@@ -25,8 +26,8 @@ namespace replay {
 
 class NetworkModel final : public host::Transport {
  public:
-  // The server: the recorded request that answers a transfer, or null for one that nobody recorded (it is
-  // answered with 404). The record must outlive the model.
+  // The server: returns the recorded request that answers a transfer, or null if none was recorded (the
+  // answer is then a 404). The record must outlive the model.
   using Server = std::function<const Request*(const host::TransferRequest&)>;
 
   NetworkModel(host::VirtualClock& clock, const NetworkProfile& profile, const NetworkCosts& costs,
@@ -36,22 +37,23 @@ class NetworkModel final : public host::Transport {
   void SetUrgency(host::TransferId id, host::Urgency urgency) override;
   void SetReading(host::TransferId id, bool reading) override;
   host::TransferReport Cancel(host::TransferId id) override;
-  void Preconnect(const std::string& url, size_t count) override;
+  void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) override;
 
-  // Opens all connections that the URL's group may have, at once and for nothing.
+  // Opens all connections that the URL's group may have, at once and without cost.
   void OpenConnections(const std::string& url);
 
-  // Transfers a response over the link, and nothing else: without connection, round trip and server. `done`
-  // is called in a task of its own; the id is for SetReceivingUrgency, which ignores one that is done.
+  // Only transfers a response over the link, without a connection, a round trip or a server. `done` is called
+  // in a task of its own. The id is for SetReceivingUrgency, which ignores a transfer that is done.
   uint64_t ReceiveAlone(const Request& recorded, host::Urgency urgency, std::function<void()> done);
   void SetReceivingUrgency(uint64_t id, host::Urgency urgency) { link_.SetUrgency(id, urgency); }
 
-  // Connections whose set-up began since the last Reset, and those of them that have carried no request.
+  // How many connections began their set-up since the last Reset, and how many of these have carried no
+  // request.
   size_t Connections() const { return connections_; }
   size_t UnusedConnections() const;
 
-  // Closes every connection. Only while nothing is under way. The bodies of what
-  // follows are those of `contentVersion` (see replay/model/content.h).
+  // Closes every connection. May be called only while no transfer is running. From then on, bodies are those
+  // of `contentVersion` (see replay/model/content.h).
   void Reset(uint64_t contentVersion);
 
  private:

@@ -258,8 +258,8 @@ WayResult RunPreconnect(PlainBrowser& browser, const host::KnownPage& known) {
     fresh.push_back(browser.IsFresh(resource.url));
   }
   for (const host::ConnectionNeed& need : DecidePreconnects(known, fresh, browser.Setup().settings)) {
-    browser.Clock().PostDelayed(need.atUs,
-                                [&browser, need] { browser.Network().Preconnect(need.url, need.count); });
+    browser.Clock().PostDelayed(
+        need.atUs, [&browser, need] { browser.Network().Preconnect(need.url, need.count, nullptr); });
   }
   return browser.Run();
 }
@@ -273,7 +273,8 @@ WayResult RunReachable(PlainBrowser& browser, const host::KnownPage& known) {
   for (const std::string& group : groups) browser.Network().OpenConnections(group);
   browser.Clock().PostDelayed(0, [&] {
     const Request& document = page.requests[page.document];
-    browser.Network().Preconnect(document.url, static_cast<size_t>(browser.Setup().settings.socketsPerGroup));
+    browser.Network().Preconnect(document.url, static_cast<size_t>(browser.Setup().settings.socketsPerGroup),
+                                 nullptr);
   });
   ReachableResponses responses(browser, known);
   browser.answerFirst = [&](size_t index) { return responses.Answer(index); };

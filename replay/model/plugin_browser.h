@@ -1,6 +1,5 @@
-// The browser with the plugin: page loads through the real library, with Corvane's running side around it. It
-// keeps what a browser keeps between visits: disk cache, page database, and the plugin's own memory. One per
-// process.
+// The browser with the plugin: it loads pages through the real library and the host. Between visits it keeps
+// what a browser keeps: the disk cache, the page database, and the plugin's own memory. One per process.
 #ifndef REPLAY_MODEL_PLUGIN_BROWSER_H_
 #define REPLAY_MODEL_PLUGIN_BROWSER_H_
 
@@ -33,11 +32,11 @@ class PluginBrowser {
   // What earlier visits of the page have taught; null before its first.
   const host::KnownPage* Known(const std::string& pageUrl) const { return corvane_.Database().Find(pageUrl); }
 
-  // Loads the page and fills in the visit's plugin way and counts. Throws std::runtime_error when a body that
-  // was served is not what was fetched.
+  // Loads the page and fills in the visit's plugin way and its counts. Throws std::runtime_error if a served
+  // body is not the one that was fetched.
   void Load(const VisitSetup& setup, Visit& visit);
 
-  // The plugin's log so far, each line in the form of logcat's threadtime, when the options ask for it.
+  // The plugin's log so far, if the options ask for it. The lines have the format of logcat's threadtime.
   std::vector<std::string> TakeLog();
 
  private:
@@ -57,7 +56,7 @@ class PluginBrowser {
   CookiePresence cookies_;
   DiskCache diskCache_;
 
-  // The visit under way.
+  // The current visit.
   uint64_t contentVersion_ = 0;  // its number: each visit finds other content
   const VisitSetup* setup_ = nullptr;
   class PageLoad* load_ = nullptr;

@@ -1,5 +1,5 @@
-// What the waterfalls of the HTML report are drawn from: the requests of a recording, and each visit's times
-// in all ways, as JSON that report.js reads. Plain functions; any thread.
+// The data of the waterfalls in the HTML report: the requests of a recording, and each visit's times in all
+// ways, as JSON that report.js reads. Plain functions; any thread.
 #ifndef REPLAY_REPORT_REPORT_WATERFALL_H_
 #define REPLAY_REPORT_REPORT_WATERFALL_H_
 
@@ -10,8 +10,8 @@
 
 namespace replay {
 
-// A JSON object that may stand in a script element: no tag or comment can begin or end in it. Times are in
-// microseconds, and lists are read by position:
+// Returns a JSON object that can be put into a script element, because no tag or comment can begin or end in
+// it. Times are in microseconds, and lists are read by position:
 //   urls     texts, named below by their place; empty URLs are -1
 //   pages    per load of a page its requests: [url, kind, method, status, protocol, bytes, initiator, beacon]
 //   visits   in order:

@@ -40,46 +40,6 @@ TEST_F(FetchCallbacksTest, UnknownCookiesAreRefused) {
     EXPECT_EQ(host.plugin.FetchDone(cookie, 0), 0);
   }
 }
-TEST(FetchCallbacksWithOwnHost, TheDeclaredLengthDecidesWhetherABodyIsHeld) {
-  const struct {
-    const char *limit, *length;
-    const char* shown;  // in the line of the refusal; null when accepted
-    const char* why;
-  } rows[] = {
-      {"100", "100", nullptr, "exactly the limit"},
-      {"100", "101", "101", "one more"},
-      {"100", "ten", "-1", "none declared"},
-      {"0", "0", nullptr, "nothing in nothing"},
-      {"0", "1", "1", ""},
-      {"-1", "4294967295", nullptr, "a negative limit is read without sign"},
-      {"-1", "4294967296", "0", "one more; the line shows the low 32 bits"},
-      {"-1", "ten", "-1", "no limit is high enough for an undeclared length"},
-      {"100", "6442450944", "-2147483648", "the low 32 bits, with their sign"},
-      {"2147483647", "2147483647", nullptr, "the largest limit"},
-      {"2147483647", "2147483648", "-2147483648", ""},
-  };
-  for (const auto& row : rows) {
-    for (const char* cache : {"1", "0"}) {  // the switch changes nothing about the limit
-      SCOPED_TRACE(row.why);
-      ScriptedHost host;
-      host.Start({{"cslimit", row.limit}, {"cacheen", cache}});
-      host.Launch(kUrl);
-      host.verbosity = 0;  // not the gate of this line
-      const bool accepted = row.shown == nullptr;
-      EXPECT_EQ(host.StartComplete(kUrl, Ok(row.length)), accepted ? 1 : 0);
-      EXPECT_EQ(host.Take(),
-                accepted ? "" : std::string("D Cancel uncacheable ") + kUrl + " (" + row.shown + ")\n");
-      // The larger lengths are not read: their buffer would be allocated whole.
-      if (!accepted || std::string_view(row.length).size() < 4) {
-        EXPECT_EQ(host.Read(kUrl, "body"), accepted && *cache == '1' ? 1 : 0);
-      }
-      host.verboseEnabled = false;
-      host.verbosity = 99;
-      host.StartComplete(kUrl, Ok(row.length));
-      EXPECT_EQ(host.Take(), "");
-    }
-  }
-}
 TEST_F(FetchCallbacksTest, OnlyASuccessful200WithABodyCanBeServed) {
   const struct {
     int32_t result;

@@ -195,7 +195,7 @@ TEST_F(HostilePeers, ServersHarmOnlyTheirOwnResponses) {
     for (int visit = 0; visit < kVisits; ++visit) VisitEach();
   });
   EXPECT_EQ(proxy.Stop(), 0) << proxy.Errors();
-  const std::string pages = Text(folder.File("pages.json"));
+  const std::string pages = TextOf(folder.File("pages.json"));
   EXPECT_NE(pages.find("\"preloads\":1"), std::string::npos) << pages;
 }
 

@@ -3,17 +3,10 @@
 #include <signal.h>
 
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 
 namespace tests {
-
-std::string Text(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
 
 ProxyProcess::ProxyProcess(const TemporaryFolder& folder, const std::string& words,
                            const std::string& environment)
@@ -33,7 +26,7 @@ int ProxyProcess::Stop() {
 
 bool ProxyProcess::IsRunning() const {
   std::string state;
-  std::istringstream status(Text("/proc/" + std::to_string(process_->Id()) + "/status"));
+  std::istringstream status(TextOf("/proc/" + std::to_string(process_->Id()) + "/status"));
   for (std::string key; status >> key;) {
     if (key == "State:") return status >> state && state != "Z";
   }
@@ -46,7 +39,7 @@ size_t ProxyProcess::Descriptors() const {
 }
 
 size_t ProxyProcess::PeakKb() const {
-  const std::string status = Text("/proc/" + std::to_string(process_->Id()) + "/status");
+  const std::string status = TextOf("/proc/" + std::to_string(process_->Id()) + "/status");
   return std::stoul(status.substr(status.find("VmHWM:") + 6));
 }
 

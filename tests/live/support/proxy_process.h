@@ -10,10 +10,9 @@
 #include <thread>
 
 #include "tests/live/support/child_process.h"
+#include "tests/support/text.h"
 
 namespace tests {
-
-std::string Text(const std::string& path);
 
 // Looks every 20 ms, for 20 seconds at most.
 template <typename Condition>
@@ -34,8 +33,8 @@ class ProxyProcess {
   bool Started() const { return !address_.empty(); }
   const std::string& Address() const { return address_; }
   int Port() const { return std::stoi(address_.substr(address_.rfind(':') + 1)); }
-  std::string Output() const { return Text(output_); }
-  std::string Errors() const { return Text(errors_); }
+  std::string Output() const { return TextOf(output_); }
+  std::string Errors() const { return TextOf(errors_); }
 
   void Kill(int signal) const { process_->Kill(signal); }
   int Wait() { return process_->Wait(); }  // its exit status

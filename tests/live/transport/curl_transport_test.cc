@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "live/cache/caching_transport.h"
 #include "live/transport/response_lines.h"
 #include "tests/live/support/run_until.h"
@@ -118,20 +120,21 @@ TEST_F(CurlTransportTest, WhatServersSendIsTakenOrRefused) {
 // Whether it comes with the response before or after it, it answers nothing.
 TEST_F(CurlTransportTest, WhatNobodyHasAskedForAnswersNothing) {
   for (const int pauseMs : {0, 20}) {
-    Serve([pauseMs](Connection& connection) {
+    std::atomic<int> sent = 0;
+    Serve([&sent, pauseMs](Connection& connection) {
       while (!connection.ReadRequest().empty()) {
         connection.Write(OkResponse("", "x"));
         connection.Pause(pauseMs);
         connection.Write("HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\nevil");
+        ++sent;
       }
     });
     for (int load = 1; load <= 3; ++load) {
       EXPECT_EQ(Get(), "200 b done 0") << pauseMs;
-      bool later = false;
-      loop.PostDelayed(50'000, [&] { later = true; });
-      RunUntil(loop, [&] { return later; });
+      RunUntil(loop, [&] { return sent == load; });
       EXPECT_EQ(server->ConnectionCount(), load) << pauseMs;
     }
+    server.reset();  // its threads still count
   }
 }
 
@@ -218,7 +221,7 @@ TEST_F(CurlTransportTest, AServerIsSlowedDownByAClientThatDoesNotRead) {
 TEST_F(CurlTransportTest, SocketsThatWereOpenedAheadAreUsed) {
   Serve(tests::ServeBySize);
   for (const size_t count : {1, 3, 3}) {
-    transport->Preconnect(server->Url(), count);
+    transport->Preconnect(server->Url(), count, nullptr);
     bool later = false;
     loop.PostDelayed(100'000, [&] { later = true; });
     RunUntil(loop, [&] { return later && server->ConnectionCount() == static_cast<int>(count); });
@@ -233,9 +236,22 @@ TEST_F(CurlTransportTest, SocketsThatWereOpenedAheadAreUsed) {
   EXPECT_EQ(server->ConnectionCount(), 3);
   EXPECT_EQ(transport->Connections().preconnected, 3u);
   Serve(tests::ServeBySize, {.keepPreconnectedMs = 50});
-  transport->Preconnect(server->Url(), 1);
+  transport->Preconnect(server->Url(), 1, nullptr);
   RunUntil(loop, [&] { return transport->Connections().unused == 1; });
   EXPECT_EQ(Get("/10"), "200 b done 0");
+}
+
+TEST_F(CurlTransportTest, ConnectionsThatMayNotBeOpenedYetAreOpenedLater) {
+  settings.maxPreconnects = 2;
+  Serve(tests::ServeBySize, {.maxPlannedPreconnects = 1});
+  transport->Preconnect(server->Url(), 5, nullptr);
+  RunUntil(loop, [&] { return server->ConnectionCount() == 5; });
+  Serve(tests::ServeBySize, {.maxPlannedPreconnects = 1});
+  transport->Preconnect(server->Url(), 5, nullptr);
+  transport->Preconnect("http://localhost:" + std::to_string(server->Port()), 1, nullptr);
+  RunUntil(loop, [&] { return transport->Connections().preconnected == 3; });
+  EXPECT_EQ(Get("/10"), "200 b done 0");
+  EXPECT_EQ(server->ConnectionCount(), 3) << "what was planned first and not begun is dropped";
 }
 
 TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
@@ -245,14 +261,18 @@ TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
       EXPECT_EQ(address, "127.0.0.1");
       return allowed;
     }
-  } policy;
+  };
+  const auto shared = std::make_shared<Policy>();
+  Policy& policy = *shared;
   int requests = 0;
   Serve([&requests](Connection& connection) {
     while (!connection.ReadRequest().empty()) ++requests, connection.Write(OkResponse("", "x"));
   });
   for (const bool allowed : {false, true, false}) {
     policy.allowed = allowed;
+    if (!allowed) transport->Preconnect(server->Url(), 1, &policy);
     EXPECT_EQ(Get("/", {.context = &policy}), allowed ? "200 b done 0" : " done -3");
+    EXPECT_EQ(server->ConnectionCount(), requests);
   }
   EXPECT_EQ(requests, 1) << "the third one found a connection, and was not sent on it";
 }
