@@ -45,7 +45,7 @@ test('search and filter leave what was asked for', async () => {
 });
 
 test('visits are ordered by what they gain, and stay with their pages', async () => {
-  const gains = `[...document.querySelectorAll('main > section[id] .page')].map((page) =>
+  const gains = `[...document.querySelectorAll('.recording .page')].map((page) =>
     [...page.querySelectorAll('.visit:not(.first)')].map(({dataset}) => Number(dataset.load)))`;
   const recorded = await run(gains);
   for (const [order, sign] of [['load least', 1], ['load most', -1]]) {
