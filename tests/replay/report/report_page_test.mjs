@@ -160,6 +160,10 @@ test('fingers choose a request, pinch the time and move it', async () => {
   const touch = (type, ...places) => report.send('Input.dispatchTouchEvent', {type, touchPoints: places.map((place, id) => ({...place, id}))});
   const {x, y} = await report.middleOf(`${LINES}[1].querySelector('.plugin .w')`);
   const [, whole] = await shown();
+  await touch('touchStart', {x, y});
+  await touch('touchEnd');
+  assert.ok(await report.becomes('!panel.hidden'));
+  await report.press('Escape');
   await touch('touchStart', {x: x - 30, y}, {x: x + 30, y});
   await touch('touchMove', {x: x - 60, y}, {x: x + 60, y});
   await touch('touchEnd');
@@ -172,11 +176,6 @@ test('fingers choose a request, pinch the time and move it', async () => {
   await report.drawn();
   assert.ok((await shown())[0] < from, 'what is earlier comes into view');
   assert.equal(await run('panel.hidden'), true);
-  await touch('touchStart', {x, y});
-  await touch('touchEnd');
-  await report.drawn();
-  assert.equal(await run('panel.hidden'), false);
-  await report.press('Escape');
   await run(`visit.querySelector('.time [title="Show the whole time"]').click()`);
   await report.send('Emulation.setTouchEmulationEnabled', {enabled: false});
 });
