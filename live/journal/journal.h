@@ -1,5 +1,5 @@
-// Tells of what went through the proxy: a line for each page load, and files for those who want them. Loop's
-// thread.
+// Reports what went through the proxy: a line for each page load, and files for users who ask for them.
+// Loop's thread.
 #ifndef LIVE_JOURNAL_JOURNAL_H_
 #define LIVE_JOURNAL_JOURNAL_H_
 
@@ -27,21 +27,21 @@ class Journal {
  public:
   using Tell = std::function<void(const std::string& message)>;
 
-  // `line` gets each page load's line, `tell` what goes wrong with the files, once. The executor must live
-  // longer.
+  // `line` is called with the line of each page load, and `tell` once for each file that fails. The executor
+  // must outlive the journal.
   Journal(host::Executor& executor, WallClock wallClock, std::function<void(const std::string& line)> line,
           Tell tell);
-  // Begins to write the files. Throws std::runtime_error with one line when one of them cannot be written.
+  // Starts writing the files. Throws std::runtime_error with one line if one of them cannot be written.
   void Open(const JournalSettings& settings);
 
-  // For the engine, which must not outlive the journal.
+  // The observer for the engine, which must not outlive the journal.
   EngineObserver Observer();
 
  private:
   void OnLoad(const LoadRecord& load);
   void OnPage(const PageRecord& page);
-  // What the wall clock is ahead of the loop's. The same as long as nobody sets it or sends the machine to
-  // sleep, so that times in a file fit together.
+  // How far the wall clock is ahead of the loop's. It stays the same unless the clock is set or the machine
+  // sleeps, so that the times in a file are consistent.
   int64_t WallUs();
   std::optional<size_t> PageOf(const LoadRecord& load);
   void FlushSoon();

@@ -20,10 +20,11 @@ struct UpstreamSettings {
   // brackets.
   std::vector<std::string> connectTo;
 
-  size_t maxConnections = 256;           // in all; the least recently used idle one is closed
-  size_t maxStreams = 100;               // at a time on one connection that multiplexes
-  size_t maxHeaderBytes = 256 * 1024;    // of one response
-  size_t maxBufferedBytes = 256 * 1024;  // of a body whose client does not read, before the server is slowed
+  size_t maxConnections = 256;                 // in all; the least recently used idle one is closed
+  size_t maxStreams = 100;                     // at a time on one connection that multiplexes
+  size_t maxHeaderBytes = size_t{256} * 1024;  // of one response
+  size_t maxBufferedBytes =
+      size_t{256} * 1024;  // of a body whose client does not read, before the server is slowed
   int64_t connectTimeoutMs = 30'000;
 
   // How long a connection that was opened before anybody needed it is kept unused.

@@ -18,15 +18,15 @@ namespace beast = boost::beast;
 
 namespace {
 
-constexpr size_t kMostPipelined = 16 * 1024;  // bytes that are read ahead of their turn
+constexpr size_t kMostPipelined = size_t{16} * 1024;  // bytes that are read ahead of their turn
 constexpr int64_t kLeaveUs = 2'000'000;
-constexpr size_t kMostThrownAway = 4 * 1024 * 1024;
+constexpr size_t kMostThrownAway = size_t{4} * 1024 * 1024;
 
 Refusal ExplainParserError(const Error& error) {
-  if (error == beast::http::error::header_limit)
-    return {431, "Its headers are longer than this proxy takes."};
-  if (error == beast::http::error::bad_version) return {505, "This proxy speaks HTTP/1.1 and HTTP/1.0."};
-  return {400, "It is no proper HTTP request (" + error.message() + ")."};
+  if (error == beast::http::error::header_limit) return {431, "Its headers are too long for this proxy."};
+  if (error == beast::http::error::bad_version)
+    return {505, "This proxy supports only HTTP/1.1 and HTTP/1.0."};
+  return {400, "It is not a valid HTTP request (" + error.message() + ")."};
 }
 
 // What the user reads when a load has failed before its response.
@@ -40,7 +40,7 @@ Refusal ExplainResult(int32_t result, const std::string& server) {
       return {502, "The server " + server + " could not be reached."};
     case host::kConnectionClosed:
     case host::kEmptyResponse:
-      return {502, "The server " + server + " closed the connection without a whole response."};
+      return {502, "The server " + server + " closed the connection without a complete response."};
     case host::kCertificateError:
       return {502, "The certificate of the server " + server + " cannot be trusted."};
     case host::kInvalidResponse:
@@ -90,7 +90,7 @@ void BrowserConnection::LookAtClock(int64_t nowUs) {
       if (input_.empty() && !parser_) {
         if (quietUs >= settings.idleMs * 1000) End(false);
       } else if (quietUs >= settings.headMs * 1000) {
-        Refuse({408, "The head of the request did not come in time."});
+        Refuse({408, "The head of the request did not arrive in time."});
       }
       break;
     case Phase::Exchanging:
@@ -98,7 +98,7 @@ void BrowserConnection::LookAtClock(int64_t nowUs) {
       if (!sending_.empty()) {
         End(true);
       } else if (reading_ && !UploadIsOver()) {
-        BodyIsBroken(408, "The body of the request did not come in time.");
+        BodyIsBroken(408, "The body of the request did not arrive in time.");
       }
       break;
     case Phase::Leaving:
@@ -187,12 +187,12 @@ bool BrowserConnection::TakeBody() {
     const size_t taken = input_.empty() ? 0 : parser_->put(asio::buffer(input_), error);
     input_.erase(0, taken);
     if (error && error != beast::http::error::need_more) {
-      BodyIsBroken(400, "The body of the request is not in proper form (" + error.message() + ").");
+      BodyIsBroken(400, "The body of the request is not valid (" + error.message() + ").");
       return false;
     }
     if (taken > 0) continue;
     if (input_.size() >= front_.settings.maxHeaderBytes) {
-      BodyIsBroken(400, "The body of the request is not in proper form (a line without end).");
+      BodyIsBroken(400, "The body of the request is not valid (a line without end).");
       return false;
     }
     ReadMore();

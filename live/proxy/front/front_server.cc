@@ -119,7 +119,7 @@ class FrontServer::Impl {
       const auto owner = OwnerOfPeer(peer, front_.self);
       if (owner != geteuid()) {
         front_.Tell(owner ? "a connection of the user with the id " + std::to_string(*owner) + " was refused"
-                          : "a connection was refused: whose it is cannot be found out");
+                          : "a connection was refused because its user cannot be determined");
         return;
       }
     }

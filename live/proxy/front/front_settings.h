@@ -45,9 +45,10 @@ struct FrontSettings {
   // WebSockets of intercepted connections: the path of a PEM file; empty for the system's.
   std::string upstreamCaFile;
 
-  size_t maxConnections = 512;           // tunnels among them; further ones wait to be accepted
-  size_t maxHeaderBytes = 64 * 1024;     // of one request
-  size_t maxBufferedBytes = 256 * 1024;  // of a response that the browser does not read; uploads: a quarter
+  size_t maxConnections = 512;                // tunnels among them; further ones wait to be accepted
+  size_t maxHeaderBytes = size_t{64} * 1024;  // of one request
+  size_t maxBufferedBytes =
+      size_t{256} * 1024;  // of a response that the browser does not read; uploads: a quarter
 
   int64_t idleMs = 300'000;          // between two requests of one connection
   int64_t headMs = 30'000;           // from the first byte of a request's head to its last

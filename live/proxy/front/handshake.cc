@@ -13,7 +13,7 @@ namespace asio = boost::asio;
 
 enum class Guess { Tls, Http, Other, TooEarly };
 
-constexpr size_t kMostHead = 16 * 1024;  // bytes that are looked at
+constexpr size_t kMostHead = size_t{16} * 1024;  // bytes that are looked at
 constexpr std::string_view kGet = "GET ";
 
 // A record of the handshake (22), of version 3, that holds a ClientHello (1); or a WebSocket in the clear,
