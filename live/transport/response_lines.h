@@ -14,13 +14,13 @@ class ResponseLines {
   explicit ResponseLines(size_t maxBytes) : maxBytes_(maxBytes) {}
 
   // Adds one line, with or without its line end. Returns false if this is not a valid response: a line before
-  // a status line, two different lengths, a NUL byte, or more bytes than the limit. Lines after the final
-  // block (trailers) are ignored.
+  // a status line, two different lengths or one that is not a number, a NUL byte, a transfer coding other
+  // than "chunked", or more bytes than the limit. Lines after the final block (trailers) are ignored.
   bool Add(std::string_view line);
 
   // Returns the block that the last line has completed: the status line ("HTTP/1.1", whatever the version
   // was) and the header lines, each followed by a NUL byte, and one more NUL. Headers of one connection are
-  // left out, and so is a length that chunks make meaningless.
+  // left out, including those that Connection names, and so is a length that chunks make meaningless.
   std::optional<std::string> TakeBlock();
 
   // The status in the last status line; 0 before it. Another block follows a status of 1xx.
@@ -40,6 +40,7 @@ class ResponseLines {
   bool lastIsKept_ = false;  // of the header lines
   bool chunked_ = false;
   std::optional<std::string> length_;  // declared
+  std::string connection_;             // the values of Connection headers, as one list
   std::string lines_;
 };
 
