@@ -276,6 +276,8 @@ std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& ar
   text(app, "--json", options.jsonPath, "append a JSON object for each page load; - is standard output",
        "FILE");
   text(app, "--har", options.harPath, "record all loads in a new HAR file, for kiv_replay", "FILE");
+  app.add_flag("--allow-private", options.allowPrivate,
+               "let pages of public servers reach private addresses");
   app.add_flag("--mark", options.mark, "add a Server-Timing header that says where each response came from")
       ->group("Options");
   text(app, "--log", texts.logLevel,

@@ -22,13 +22,13 @@ size_t Index(host::Urgency urgency) {
   return static_cast<size_t>(urgency);
 }
 
-// What the server answers for a URL that nobody recorded.
+// The server's answer for a URL that was not recorded.
 const std::string& NotFoundBlock() {
   static const std::string block("HTTP/1.1 404 Not Found\0Content-Length: 0\0\0", 42);
   return block;
 }
 
-// The following take null for a response that nobody recorded.
+// The following functions accept null for a response that was not recorded.
 int64_t BytesOf(const Request* recorded) {
   if (recorded == nullptr) return static_cast<int64_t>(NotFoundBlock().size());
   return recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
@@ -77,10 +77,10 @@ host::TransferId NetworkModel::Start(const host::TransferRequest& request, host:
   transfer = {request, &client, server_(request), &group};
   transfer.report.started = clock_.Now();
   group.waiting[Index(request.urgency)].push_back(id);
-  // In a task of its own: no client hears anything from inside Start.
+  // This is a task of its own, because Start must not call the client.
   tasks_.Post([this, &group] {
     Dispatch(group);
-    OpenPlanned();  // somebody may wait for a set-up that was for nobody
+    OpenPlanned();  // a connection that was opened ahead may now have a transfer that waits for it
   });
   return id;
 }
@@ -120,7 +120,7 @@ host::TransferReport NetworkModel::Cancel(host::TransferId id) {
         std::max<int64_t>(came - static_cast<int64_t>(transfer.recorded->responseHeaders.size()), 0);
   }
   if (transfer.active) {
-    // An HTTP/1 connection with half a response on it is of no more use.
+    // An HTTP/1 connection with an incomplete response cannot be used again.
     Leave(group, id, false);
   } else {
     std::erase(group.waiting[Index(transfer.request.urgency)], id);
@@ -134,14 +134,14 @@ void NetworkModel::Preconnect(const std::string& url, size_t count, net::URLRequ
   OpenPlanned();
 }
 
-// As many as may be set up for nobody at a time.
+// Opens planned connections, up to the limit on connections that nobody waits for.
 void NetworkModel::OpenPlanned() {
   while (!planned_.empty()) {
     Group& group = *planned_.front().group;
     const size_t most = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
     const size_t busy = Multiplexed(group) ? 0 : group.busy;
     const size_t open = group.idle.size() + group.connecting;
-    // Those that transfers wait for are as good as used.
+    // Connections for which transfers wait count as used.
     const size_t taken = Multiplexed(group) ? 0 : group.waiting[0].size() + group.waiting[1].size();
     if (open >= planned_.front().count + taken || open + busy >= most) {
       planned_.pop_front();
@@ -181,7 +181,7 @@ void NetworkModel::Reset(uint64_t contentVersion) {
   connections_ = 0;
 }
 
-// Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
+// Gives free connections to waiting transfers, those of the browser first, and opens as many as permitted.
 void NetworkModel::Dispatch(Group& group) {
   auto& browser = group.waiting[Index(host::Urgency::Browser)];
   auto& preloads = group.waiting[Index(host::Urgency::Preload)];
@@ -217,7 +217,7 @@ NetworkModel::Connection NetworkModel::NewConnection(int64_t connectUs, bool fre
   return {.connectUs = connectUs, .fresh = fresh, .flow = std::make_shared<Flow>()};
 }
 
-// How long a set-up has to wait for the address.
+// How long a set-up waits for the address.
 int64_t NetworkModel::LookUp(Group& group) {
   if (!costs_.nameLookups || !profile_.rttMs) return 0;
   const auto [name, isNew] = knownNames_.try_emplace(group.host, clock_.NowUs() + group.rttUs);
@@ -244,7 +244,7 @@ void NetworkModel::ReceiveCertificates(Group& group, int64_t connectUs) {
   HurrySetUps(group);
 }
 
-// A set-up that no request of the page waits for yields like a preload.
+// A set-up for which no request of the page waits yields like a preload.
 void NetworkModel::HurrySetUps(Group& group) {
   const size_t wanted = group.waiting[Index(host::Urgency::Browser)].size();
   for (size_t index = 0; index < std::min(wanted, group.settingUp.size()); ++index) {
@@ -252,7 +252,7 @@ void NetworkModel::HurrySetUps(Group& group) {
   }
 }
 
-// Whoever waits first when it is open gets the connection, not necessarily who had it opened.
+// The first transfer that waits when the connection is open gets it, not necessarily the one that opened it.
 void NetworkModel::Opened(Group& group, int64_t connectUs) {
   --group.connecting;
   group.idle.push_back(NewConnection(connectUs, true));
@@ -307,11 +307,11 @@ void NetworkModel::Receive(host::TransferId id) {
   }
   transfer.receiving = true;
   ++transfer.flow->receiving;
-  tasks_.Post([this, id] { ReceiveWindow(id); });  // once those that begin now are counted
+  tasks_.Post([this, id] { ReceiveWindow(id); });  // after those that begin now are counted
 }
 
-// As much as the connection's window allows in one round trip. The window grows by what has been
-// acknowledged, and the streams of a connection share it.
+// Receives as much as the window of the connection permits in one round trip. The window grows by what has
+// been acknowledged, and the streams of a connection share it.
 void NetworkModel::ReceiveWindow(host::TransferId id) {
   const auto found = transfers_.find(id);
   if (found == transfers_.end()) return;  // cancelled
@@ -326,7 +326,7 @@ void NetworkModel::ReceiveWindow(host::TransferId id) {
   }
   link_.Add(id, bytes, transfer.request.urgency, [this, id, bytes, begunUs = clock_.NowUs()] {
     const auto place = transfers_.find(id);
-    if (place == transfers_.end()) return;  // cancelled by somebody whose bytes were in at the same time
+    if (place == transfers_.end()) return;  // cancelled by a client whose bytes arrived at the same time
     Transfer& came = place->second;
     came.receivedBytes += bytes;
     came.flow->delivered += bytes;
@@ -356,7 +356,7 @@ void NetworkModel::Complete(host::TransferId id) {
   if (found == transfers_.end()) return;  // cancelled
   Transfer& transfer = found->second;
   transfer.received = true;
-  if (!transfer.reading) return;  // comes again when its client reads
+  if (!transfer.reading) return;  // is called again when the client reads
   transfer.report.ended = clock_.Now();
   host::TransferClient& client = *transfer.client;
   if (const Request* const recorded = transfer.recorded; recorded != nullptr) {

@@ -18,8 +18,8 @@
 namespace replay {
 namespace {
 
-// A browser without plugin: disk cache, else the network. What answers before the network does is the
-// caller's matter.
+// A browser without the plugin, which answers from the disk cache or else from the network. Subclasses decide
+// what answers before the network.
 class PlainBrowser {
  public:
   PlainBrowser(const VisitSetup& setup, DiskCache& diskCache)
@@ -29,8 +29,8 @@ class PlainBrowser {
         diskCache_(diskCache),
         load_(clock_, setup.plan, [this](size_t index) { Ask(index); }) {}
 
-  // Looks at each resource that the disk cache cannot answer before the network does; true when it sees to
-  // the answer.
+  // Is called for each resource that the disk cache cannot answer, before the network. Returns true if it
+  // answers the request itself.
   std::function<bool(size_t index)> answerFirst;
   std::function<void(size_t index)> onFirstByte;
 
@@ -43,7 +43,7 @@ class PlainBrowser {
     return result;
   }
 
-  // Answers a request at once, without a transfer of its own.
+  // Answers a request at once, without a transfer.
   void Answer(size_t index, Source source) {
     load_.Row(index).source = source;
     if (source != Source::DiskCache) Store(index);
@@ -101,7 +101,7 @@ class PlainBrowser {
   std::vector<std::unique_ptr<Transaction>> transactions_;
 };
 
-// Responses that are there, or on their way, before the page asks for them; by URL.
+// Responses by URL that have arrived, or are arriving, before the page requests them.
 class EarlyResponses {
  public:
   explicit EarlyResponses(PlainBrowser& browser) : browser_(browser) {}
@@ -137,7 +137,7 @@ class EarlyResponses {
   std::map<std::string, Response> responses_;
 };
 
-// What server hints have the browser fetch, before the page asks for it.
+// Server hints: the browser fetches known resources before the page requests them.
 class HintedFetches {
  public:
   HintedFetches(PlainBrowser& browser, const host::KnownPage& known)
@@ -173,9 +173,9 @@ class HintedFetches {
   std::vector<std::unique_ptr<Fetch>> fetches_;
 };
 
-// What the best of all hosts could have brought: everything that the visit asks for, that earlier visits have
-// shown, and that the plugin could hold. It comes in the order in which the page wants it, one after the
-// other and yielding like preloads; what the page asks for comes at once.
+// What the best possible host could achieve: every resource that the visit requests, that earlier visits have
+// requested, and that the plugin could hold, arrives in the order in which the page requests it, one after
+// the other and yielding like preloads. A resource that the page requests arrives at once.
 class ReachableResponses {
  public:
   ReachableResponses(PlainBrowser& browser, const host::KnownPage& known)

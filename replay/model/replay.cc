@@ -17,7 +17,7 @@
 namespace replay {
 namespace {
 
-// Between two pages that are loaded one after the other.
+// The time between two pages that are loaded one after the other.
 constexpr int64_t kThinkUs = 10'000'000;
 
 // Loads begin in the year 2000, and dates have four digits for the year.
@@ -27,8 +27,8 @@ const std::string& UrlOf(const Page& page) {
   return page.requests.front().url;
 }
 
-// How often all pages are loaded, one after the other: as often as asked where no page of the recording comes
-// back, else once.
+// How often all pages are loaded, one after the other: as often as the options say if no page occurs twice in
+// the recording, else once.
 uint32_t RoundsOf(const Recording& recording, uint32_t visits) {
   std::set<std::string_view> urls;
   for (const Page& page : recording.pages) urls.insert(UrlOf(page));
@@ -97,7 +97,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
     const host::KnownPage* const known = browser.Known(visit.pageUrl);
     for (const Way way : kWays) {
       if (way == Way::Plugin) continue;
-      // A first visit in another way differs from `off` in what its disk cache holds alone.
+      // A first visit in another way differs from `off` only in the content of its disk cache.
       WayResult run = RunPlainWay(way, setup, known, diskCaches[Index(way)]);
       if (visit.repeat || IsRunOnFirstVisits(way)) visit.ways[Index(way)] = std::move(run);
     }

@@ -60,7 +60,7 @@ class FrontServer::Impl {
                .interceptor = Interceptor(settings),
                .self = EndpointFor(settings),
                .replace = [this](const Channel* old,
-                                 std::shared_ptr<Channel> next) { Replace(old, std::move(next)); },
+                                 const std::shared_ptr<Channel>& next) { Replace(old, next); },
                .remove = [this](const Channel* channel) { Remove(channel); }},
         acceptor_(loop.Io()),
         acceptAgain_(loop),
@@ -130,7 +130,7 @@ class FrontServer::Impl {
     connection->Start();
   }
 
-  void Replace(const Channel* old, std::shared_ptr<Channel> next) {
+  void Replace(const Channel* old, const std::shared_ptr<Channel>& next) {
     channels_.erase(old);
     channels_[next.get()] = next;
     next->Start();

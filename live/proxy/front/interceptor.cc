@@ -76,7 +76,7 @@ TlsContext Interceptor::ForBrowser(const std::string& host) {
   // Browsers look for the name without the dot that says that it is complete.
   const Leaf leaf =
       MakeLeaf(*settings_.authority, host.ends_with('.') ? host.substr(0, host.size() - 1) : host);
-  const auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
+  auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
   SSL_CTX* const raw = context->native_handle();
   SSL_CTX_set_min_proto_version(raw, TLS1_2_VERSION);
   SSL_CTX_set_mode(raw, SSL_MODE_RELEASE_BUFFERS);

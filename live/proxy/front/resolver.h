@@ -18,11 +18,11 @@ class Resolver {
   using Endpoints = std::vector<boost::asio::ip::tcp::endpoint>;
 
   explicit Resolver(EventLoop& loop);
-  // Waits for the names that are being resolved; nobody hears of them.
+  // Waits until running lookups have ended, without a call to their `done`.
   ~Resolver();
 
-  // The host is a name or a numeric address (of IPv6 without brackets). `done` is called on the loop's
-  // thread, never from inside; with nothing when there is no such name.
+  // The host is a name or a numeric address (IPv6 without brackets). `done` is called on the loop's thread,
+  // never from inside this function, with nothing if there is no such name.
   void Resolve(const std::string& host, uint16_t port, std::function<void(const Endpoints&)> done);
 
  private:
