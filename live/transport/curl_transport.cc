@@ -404,9 +404,7 @@ class CurlTransport::Impl {
     } else if (request.method == "HEAD") {
       curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
     }
-    if (request.method != "GET" && request.method != "HEAD") {
-      curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
-    } else if (request.body != nullptr) {
+    if ((request.method != "GET" && request.method != "HEAD") || request.body != nullptr) {
       curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
     }
   }

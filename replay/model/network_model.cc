@@ -260,7 +260,7 @@ void NetworkModel::Opened(Group& group, int64_t connectUs) {
   OpenPlanned();
 }
 
-void NetworkModel::Send(Group& group, host::TransferId id, Connection connection) {
+void NetworkModel::Send(Group& group, host::TransferId id, const Connection& connection) {
   Transfer& transfer = transfers_.at(id);
   host::TransferReport& report = transfer.report;
   report.sent = clock_.Now();

@@ -108,7 +108,7 @@ class NetworkModel final : public host::Transport {
   void HurrySetUps(Group& group);
   void Opened(Group& group, int64_t connectUs);
   void OpenPlanned();
-  void Send(Group& group, host::TransferId id, Connection connection);
+  void Send(Group& group, host::TransferId id, const Connection& connection);
   void HurryBlocking(Group& group);
   void Respond(host::TransferId id);
   void Receive(host::TransferId id);
