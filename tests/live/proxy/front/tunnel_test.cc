@@ -165,6 +165,31 @@ TEST_F(Tunnels, AWebSocketReachesOnlyWhatItsPageMay) {
   EXPECT_EQ(server->ConnectionCount(), 0);
 }
 
+std::atomic<int> slowLookUps = 0;
+std::atomic<bool> slowMayEnd = false;
+
+TEST(ResolverTest, GoesWithoutTheNamesThatAreBeingResolved) {
+  const auto lookUp = [](const std::string&, uint16_t) {
+    ++slowLookUps;
+    while (!slowMayEnd) std::this_thread::yield();
+    --slowLookUps;
+    return live::Resolver::Endpoints{};
+  };
+  live::EventLoop loop;
+  bool heard = false;
+  {
+    live::Resolver resolver(loop, lookUp);
+    for (int name = 0; name < 9; ++name) resolver.Resolve("a.test", 80, [&](const auto&) { heard = true; });
+    while (slowLookUps < 4) std::this_thread::yield();
+  }
+  EXPECT_EQ(slowLookUps, 4) << "none has ended, and no more have begun";
+  slowMayEnd = true;
+  while (slowLookUps > 0) std::this_thread::yield();
+  loop.PostDelayed(10'000, [&] { loop.Stop(); });
+  loop.Run();
+  EXPECT_FALSE(heard);
+}
+
 TEST_F(Tunnels, AServerThatSaysNothingIsLeft) {
   settings.tunnelIdleMs = 400;
   Serve([](Connection& connection) { connection.ReadSome(); });
