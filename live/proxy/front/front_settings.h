@@ -45,7 +45,7 @@ struct FrontSettings {
   // WebSockets of intercepted connections: the path of a PEM file; empty for the system's.
   std::string upstreamCaFile;
 
-  size_t maxConnections = 512;           // tunnels among them; further ones wait to be accepted
+  size_t maxConnections = 2048;          // tunnels among them; further ones wait to be accepted
   size_t maxHeaderBytes = 64 * 1024;     // of one request
   size_t maxBufferedBytes = 256 * 1024;  // of a response that the browser does not read; uploads: a quarter
 
