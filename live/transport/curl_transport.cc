@@ -99,6 +99,19 @@ Value Info(CURL* easy, CURLINFO what) {
   return value;
 }
 
+int HttpVersion(CURL* easy) {
+  switch (Info<long>(easy, CURLINFO_HTTP_VERSION)) {
+    case CURL_HTTP_VERSION_1_0:
+      return 10;
+    case CURL_HTTP_VERSION_1_1:
+      return 11;
+    case CURL_HTTP_VERSION_2_0:
+      return 20;
+    default:
+      return 0;
+  }
+}
+
 struct Response {
   std::string block;
   bool final;
@@ -149,7 +162,6 @@ class CurlTransport::Impl {
 
   TransferId Start(const host::TransferRequest& request, host::TransferClient& client) {
     auto transfer = std::make_unique<Transfer>(*this, ++lastId_, request, client);
-    transfer->group = host::ConnectionGroup(request.url);
     transfer->report.started = loop_.Now();
     groups_[transfer->group].waiting[Index(request.urgency)].push_back(transfer->id);
     const TransferId id = transfer->id;
@@ -191,7 +203,7 @@ class CurlTransport::Impl {
         // libcurl must not find the transfer that is gone; the handle itself is removed outside of it.
         curl_easy_setopt(transfer->easy.get(), CURLOPT_PRIVATE, nullptr);
         for (const CURLoption data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA,
-                                      CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA}) {
+                                      CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA, CURLOPT_SSL_CTX_DATA}) {
           curl_easy_setopt(transfer->easy.get(), data, nullptr);
         }
         doomedLists_.push_back(std::move(transfer->headers));
@@ -224,10 +236,12 @@ class CurlTransport::Impl {
     size_t warming = 0;                 // connections being set up for nobody yet
     bool isKnown = false;               // it has answered, or has said in TLS what it speaks
     bool multiplexes = false;
+    bool asksForCertificate = false;
   };
   // Who opens sockets.
   struct Opener {
     Impl& owner;
+    const std::string group;
     const ConnectPolicy* policy;  // null for none
     // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it
     // is told is connected, which the kernel lets pass only the first time.
@@ -240,7 +254,8 @@ class CurlTransport::Impl {
           id(i),
           request(r),
           client(c),
-          opener{o, dynamic_cast<const ConnectPolicy*>(r.context), true},
+          opener{o, host::ConnectionGroup(r.url), dynamic_cast<const ConnectPolicy*>(r.context), true},
+          group(opener.group),
           lines(o.upstream_.maxHeaderBytes) {}
 
     Impl& owner;
@@ -248,7 +263,7 @@ class CurlTransport::Impl {
     host::TransferRequest request;
     host::TransferClient& client;
     Opener opener;
-    std::string group;
+    const std::string& group;
     Easy easy;  // null while it waits
     StringList headers;
     base::Time begun;
@@ -360,6 +375,7 @@ class CurlTransport::Impl {
   void SetUp(CURL* easy, const std::string& url, Opener& opener) {
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // a transfer's end waits for no name to be resolved
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy, CURLOPT_PROXY, "");  // the environment must not lead back to here
     curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
@@ -369,6 +385,8 @@ class CurlTransport::Impl {
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OnOpenSocket);
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, &opener);
+    curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, OnTlsContext);
+    curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &opener);
     curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
     curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
@@ -512,6 +530,35 @@ class CurlTransport::Impl {
     return CURL_PREREQFUNC_ABORT;
   }
 
+  // Of one connection, which may live longer than the transfer that has set it up.
+  struct TlsOwner {
+    Impl& owner;
+    std::string group;
+  };
+  static int TlsOwnerIndex() {
+    static const int index = SSL_CTX_get_ex_new_index(
+        0, nullptr, nullptr, nullptr,
+        +[](void*, void* data, CRYPTO_EX_DATA*, int, long, void*) { delete static_cast<TlsOwner*>(data); });
+    return index;
+  }
+  static CURLcode OnTlsContext(CURL* /*easy*/, void* context, void* data) {
+    const auto* const opener = static_cast<const Opener*>(data);
+    if (opener == nullptr) return CURLE_ABORTED_BY_CALLBACK;
+    auto* const tls = static_cast<SSL_CTX*>(context);
+    auto owner = std::make_unique<TlsOwner>(TlsOwner{opener->owner, opener->group});
+    if (SSL_CTX_set_ex_data(tls, TlsOwnerIndex(), owner.get()) != 1) return CURLE_OUT_OF_MEMORY;
+    owner.release();
+    SSL_CTX_set_client_cert_cb(tls, OnCertificateAsked);
+    return CURLE_OK;
+  }
+  // Goes on without one, as a browser does that has none.
+  static int OnCertificateAsked(SSL* tls, X509** /*certificate*/, EVP_PKEY** /*key*/) {
+    const auto& [owner, group] =
+        *static_cast<const TlsOwner*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(tls), TlsOwnerIndex()));
+    owner.groups_[group].asksForCertificate = true;
+    return 0;
+  }
+
   static curl_socket_t OnOpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
     auto* const opener = static_cast<Opener*>(data);
     if (opener == nullptr) return CURL_SOCKET_BAD;
@@ -561,16 +608,21 @@ class CurlTransport::Impl {
     CURL* const easy = transfer.easy.get();
     FillReport(transfer);
     Group& group = groups_[transfer.group];
-    const long version = Info<long>(easy, CURLINFO_HTTP_VERSION);
-    if (code == CURLE_OK && version != 0) {
+    if (code == CURLE_OK && transfer.report.httpVersion != 0) {
       group.isKnown = true;
-      group.multiplexes = version >= CURL_HTTP_VERSION_2_0;
+      group.multiplexes = transfer.report.httpVersion >= 20;
     }
     --group.active;
     // A connection that ends within the headers is no error to libcurl.
     const bool cut = code == CURLE_OK && !transfer.responded;
     const bool refused = code == CURLE_COULDNT_CONNECT && transfer.opener.refused;
     transfer.result = cut ? host::kConnectionClosed : refused ? host::kAborted : ResultOf(code);
+    // The server says no more than that it ends the connection, during the set-up of TLS or later.
+    const bool ended =
+        code == CURLE_SSL_CONNECT_ERROR || code == CURLE_RECV_ERROR || code == CURLE_SEND_ERROR;
+    if (ended && !transfer.responded && group.asksForCertificate) {
+      transfer.result = host::kClientCertificateNeeded;
+    }
     curl_multi_remove_handle(multi_, easy);
     ready_.insert(transfer.id);
     Pump();
@@ -587,6 +639,7 @@ class CurlTransport::Impl {
     report.connect = Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 ? transfer.begun : report.sent;
     report.firstByte = at(CURLINFO_STARTTRANSFER_TIME_T);
     report.bodyBytes = Info<curl_off_t>(easy, CURLINFO_SIZE_DOWNLOAD_T);
+    report.httpVersion = HttpVersion(easy);
     report.ended = loop_.Now();
   }
 
@@ -655,13 +708,14 @@ class CurlTransport::Impl {
   // A handle that sets up a connection and sends nothing.
   void Warm(const Plan& plan, bool multiplexed) {
     CURL* const handle = curl_easy_init();
-    Warming& warming =
-        warming_
-            .emplace(
-                handle,
-                Warming{
-                    plan.key, plan.policy, multiplexed, {*this, plan.policy.get(), false}, Easy(handle), {}})
-            .first->second;
+    Warming& warming = warming_
+                           .emplace(handle, Warming{plan.key,
+                                                    plan.policy,
+                                                    multiplexed,
+                                                    {*this, plan.key, plan.policy.get(), false},
+                                                    Easy(handle),
+                                                    {}})
+                           .first->second;
     if (multiplexed) {
       SetUp(handle, plan.key + "/", warming.opener);
       curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, OnWarm);

@@ -93,6 +93,7 @@ class BrowserConnection final : public Channel, private host::LoadClient {
   void Send(std::string_view bytes);
   void Flush();
   void Refuse(const Refusal& refusal);
+  void SendToTunnel();
   void SendErrorPage(const Refusal& refusal, bool keepAlive);
   void CutResponse();
   void EndExchange();

@@ -21,7 +21,8 @@ class Interceptor {
   explicit Interceptor(const FrontSettings& settings);
 
   bool Intercepts(const std::string& host) const;
-  // Its clients refuse certificates of ours: from now on it is tunnelled. The latest thousand are remembered.
+  // Its clients refuse certificates of ours, or it wants theirs: from now on it is tunnelled. The latest
+  // thousand are remembered.
   void Except(const std::string& host);
 
   // For a TLS server of that name, with a certificate that is valid for a day at least.

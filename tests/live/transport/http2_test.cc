@@ -117,6 +117,26 @@ TEST_F(Http2Test, OfAServerThatDoesNotMultiplexSocketsAreOpenedAhead) {
   EXPECT_EQ(transport->Connections().opened, 2u) << "the first one has told that it does not";
 }
 
+TEST_F(Http2Test, AServerThatAsksForACertificateIsRecognised) {
+  const struct {
+    std::string version, how;
+    int32_t result;
+  } rows[] = {{"-tls1_2", "-Verify", host::kClientCertificateNeeded},
+              {"-tls1_3", "-Verify", host::kClientCertificateNeeded},
+              {"-tls1_3", "-verify", host::kOk}};  // it does without
+  for (const auto& row : rows) {
+    server.reset();
+    server.emplace(std::vector<std::string>{"openssl", "s_server", "-quiet", "-www", row.version, row.how,
+                                            "1", "-accept", Port(), "-cert", folder.File("cert.pem"), "-key",
+                                            folder.File("key.pem")});
+    ASSERT_TRUE(tests::WaitForPort(port));
+    ContractClient client;
+    transport->Start({.url = origin + "/", .method = "GET"}, client);
+    RunUntil(loop, [&] { return client.result != 1; });
+    EXPECT_EQ(client.result, row.result) << row.version << row.how;
+  }
+}
+
 TEST_F(Http2Test, ACertificateThatNobodyVouchesForIsRefused) {
   transport = std::make_unique<CurlTransport>(loop, host::HostSettings{}, UpstreamSettings{});
   ContractClient client;
