@@ -2,6 +2,9 @@
 // aborting, large bodies), and how connections are shared.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "live/transport/curl_transport.h"
 #include "tests/live/support/child_process.h"
 #include "tests/live/support/run_until.h"
@@ -30,8 +33,9 @@ class Http2Test : public testing::Test {
   }
 
   void StartServer() {
-    server.emplace(std::vector<std::string>{"nghttpd", "-d", folder.Path(), Port(), folder.File("key.pem"),
-                                            folder.File("cert.pem")});
+    server.emplace(std::vector<std::string>{"nghttpd", "-v", "-d", folder.Path(), Port(),
+                                            folder.File("key.pem"), folder.File("cert.pem")},
+                   folder.File("log"));
     ASSERT_TRUE(tests::WaitForPort(port));
   }
   std::string Port() const { return std::to_string(port); }
@@ -76,6 +80,21 @@ TEST_F(Http2Test, ManyTransfersShareOneConnectionAndPausedOnesHoldUpNobody) {
   EXPECT_EQ(transport->Connections().opened, 1u);
   EXPECT_LT(clients.back().report.sent.ToInternalValue() - clients.back().report.connect.ToInternalValue(),
             1);
+}
+
+TEST_F(Http2Test, TheBrowsersOwnRequestsWeighMore) {
+  ContractClient preload, own;
+  const auto id = transport->Start(
+      {.url = origin + "/60000000", .method = "GET", .urgency = host::Urgency::Preload}, preload);
+  transport->Start({.url = origin + "/1000", .method = "GET"}, own);
+  RunUntil(loop, [&] { return own.result != 1 && preload.bodyBytes > 0; });
+  transport->SetUrgency(id, host::Urgency::Browser);  // it was joined
+  RunUntil(loop, [&] { return preload.result != 1; });
+  server.reset();
+  std::ifstream file(folder.File("log"));
+  const std::string log{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_NE(log.find("weight=256,"), std::string::npos);
+  EXPECT_NE(log.find("recv PRIORITY frame"), std::string::npos);
 }
 
 TEST_F(Http2Test, AConnectionThatWasOpenedAheadIsUsed) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <thread>
 
+#include "live/proxy/front/resolver.h"
 #include "tests/live/proxy/front/front_fixture.h"
 #include "tests/live/support/child_process.h"
 #include "tests/live/support/scripted_server.h"
