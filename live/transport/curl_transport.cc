@@ -105,6 +105,15 @@ Value Info(CURL* easy, CURLINFO what) {
   return value;
 }
 
+// 0 when it is not connected.
+int OwnPort(int socket) {
+  sockaddr_storage own{};
+  socklen_t length = sizeof own;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return 0;
+  // The port is at the same place in addresses of IPv4 and IPv6.
+  return ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port);
+}
+
 int HttpVersion(CURL* easy) {
   switch (Info<long>(easy, CURLINFO_HTTP_VERSION)) {
     case CURL_HTTP_VERSION_1_0:
@@ -545,12 +554,10 @@ class CurlTransport::Impl {
   bool HoldsAnotherAnswer(const Transfer& transfer, int ownPort) {
     CURL* const easy = transfer.easy.get();
     if (Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 || SpeaksHttp2(easy)) return false;
-    return std::any_of(sockets_.begin(), sockets_.end(), [ownPort](int socket) {
-      sockaddr_storage own{};
-      socklen_t length = sizeof own;
-      if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return false;
-      // The port is at the same place in addresses of IPv4 and IPv6.
-      if (ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port) != ownPort) return false;
+    return std::any_of(sockets_.begin(), sockets_.end(), [ownPort](auto& entry) {
+      auto& [socket, port] = entry;
+      if (port == 0) port = OwnPort(socket);
+      if (port != ownPort) return false;
       pollfd state = {.fd = socket, .events = POLLIN, .revents = 0};
       return poll(&state, 1, 0) > 0;
     });
@@ -606,7 +613,7 @@ class CurlTransport::Impl {
       ++self.counts_.opened;
       opened = socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
     }
-    if (opened >= 0) self.sockets_.insert(opened);
+    if (opened >= 0) self.sockets_[opened] = 0;
     return opened;
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
@@ -862,8 +869,8 @@ class CurlTransport::Impl {
   std::deque<Plan> planned_;
   std::map<CURL*, Warming> warming_;
   std::map<std::string, std::vector<Spare>> spare_;  // by group
-  std::set<int> sockets_;                            // that libcurl has
-  int openedSpare_ = -1;                             // the one that libcurl was given just now
+  std::map<int, int> sockets_;  // that libcurl has, with their own ports once these are known
+  int openedSpare_ = -1;        // the one that libcurl was given just now
   ConnectionCounts counts_;
   bool pumpPosted_ = false;
   host::Timer timer_;
