@@ -422,8 +422,11 @@ class CurlTransport::Impl {
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
     if (connectTo_ != nullptr) curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connectTo_.get());
-    if (!upstream_.caFile.empty()) {
-      curl_easy_setopt(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
+    if (!upstream_.caFile.empty()) curl_easy_setopt(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
+    // What libcurl has read from a file serves all connections. With a folder besides, all of it would be
+    // read for each connection, which keeps everybody waiting for 20 ms.
+    const char* const file = Info<const char*>(easy, CURLINFO_CAINFO);
+    if (!upstream_.caFile.empty() || (file != nullptr && access(file, R_OK) == 0)) {
       curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
     }
   }
