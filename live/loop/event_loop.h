@@ -28,7 +28,8 @@ class EventLoop final : public host::Executor {
   void CancelTask(host::TaskId id) override;
 
   // Calls `ready` each time the descriptor can be read or written, as far as is asked for, until Unwatch.
-  // Watching it again replaces that. Whoever closes the descriptor calls Unwatch before.
+  // Watching it again replaces that. Whoever closes the descriptor calls Unwatch before. Throws, and watches
+  // nothing, when the kernel has no room for it.
   using Ready = std::function<void(bool readable, bool writable)>;
   void Watch(int descriptor, bool forReading, bool forWriting, Ready ready);
   void Unwatch(int descriptor);
