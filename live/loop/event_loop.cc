@@ -1,6 +1,7 @@
 #include "live/loop/event_loop.h"
 
 #include <algorithm>
+#include <boost/asio/error.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
@@ -41,8 +42,10 @@ struct Watched : std::enable_shared_from_this<Watched> {
     descriptor.async_wait(type,
                           [self = shared_from_this(), type, reading](const boost::system::error_code& error) {
                             (reading ? self->readPending : self->writePending) = false;
-                            if (error || !self->ready || !(reading ? self->forReading : self->forWriting))
-                              return;
+                            // Any other error is the kernel's want of room for the wait: who is called for
+                            // nothing waits again.
+                            if (error == asio::error::operation_aborted || !self->ready) return;
+                            if (!(reading ? self->forReading : self->forWriting)) return;
                             const EventLoop::Ready call = self->ready;  // which may end or replace the watch
                             call(reading, !reading);
                             if (self->ready) self->Wait(type);
@@ -118,8 +121,11 @@ void EventLoop::CancelTask(host::TaskId id) {
 }
 
 void EventLoop::Watch(int descriptor, bool forReading, bool forWriting, Ready ready) {
-  std::shared_ptr<Watched>& watched = impl_->watched[descriptor];
-  if (watched == nullptr) watched = std::make_shared<Watched>(impl_->io, descriptor);
+  auto place = impl_->watched.find(descriptor);
+  if (place == impl_->watched.end()) {
+    place = impl_->watched.emplace(descriptor, std::make_shared<Watched>(impl_->io, descriptor)).first;
+  }
+  const std::shared_ptr<Watched> watched = place->second;
   watched->forReading = forReading;
   watched->forWriting = forWriting;
   watched->ready = std::move(ready);

@@ -127,6 +127,40 @@ int HttpVersion(CURL* easy) {
   }
 }
 
+// Libcurl's own calls fail without memory only. A handle that lacks an option must not be used: it would
+// print bodies, or ask the environment for a proxy.
+template <typename Value>
+void Set(CURL* easy, CURLoption option, Value value) {
+  if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw std::bad_alloc();
+}
+
+Easy NewHandle() {
+  Easy easy(curl_easy_init());
+  if (easy == nullptr) throw std::bad_alloc();
+  return easy;
+}
+
+void Append(StringList& list, const std::string& text) {
+  curl_slist* const longer = curl_slist_append(list.get(), text.c_str());
+  if (longer == nullptr) throw std::bad_alloc();
+  (void)list.release();
+  list.reset(longer);
+}
+
+// Callbacks of libcurl as it has to see them: no exception may pass through it.
+template <auto kFunction, auto kFailure>
+struct NoThrow;
+template <typename Result, typename... Arguments, Result (*kFunction)(Arguments...), auto kFailure>
+struct NoThrow<kFunction, kFailure> {
+  static Result Call(Arguments... arguments) {
+    try {
+      return kFunction(arguments...);
+    } catch (const std::exception&) {
+      return kFailure;
+    }
+  }
+};
+
 // Whether the connection that the handle has does, which TLS agrees on.
 bool SpeaksHttp2(CURL* easy) {
   const auto* const session = Info<curl_tlssessioninfo*>(easy, CURLINFO_TLS_SSL_PTR);
@@ -165,7 +199,7 @@ class CurlTransport::Impl {
     share_ = curl_share_init();
     curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     for (const std::string& rule : upstream_.connectTo) {
-      connectTo_.reset(curl_slist_append(connectTo_.release(), rule.c_str()));
+      Append(connectTo_, rule);
     }
   }
 
@@ -199,7 +233,7 @@ class CurlTransport::Impl {
   void SetUrgency(TransferId id, Urgency urgency) {
     Transfer* const transfer = Find(id);
     if (transfer == nullptr || transfer->request.urgency == urgency) return;
-    if (transfer->easy == nullptr) {
+    if (transfer->easy == nullptr && !transfer->result) {
       Group& group = groups_[transfer->group];
       std::erase(group.waiting[Index(transfer->request.urgency)], id);
       group.waiting[Index(urgency)].push_back(id);
@@ -381,53 +415,63 @@ class CurlTransport::Impl {
     }
   }
 
-  void Begin(Transfer& transfer, const Group& group) {
-    transfer.easy.reset(curl_easy_init());
+  void Begin(Transfer& transfer, Group& group) {
+    try {
+      HandOver(transfer, group);
+    } catch (const std::bad_alloc&) {
+      --group.active;
+      transfer.result = host::kFailed;
+      ready_.insert(transfer.id);
+    }
+  }
+
+  void HandOver(Transfer& transfer, const Group& group) {
+    transfer.easy = NewHandle();
     CURL* const easy = transfer.easy.get();
     const host::TransferRequest& request = transfer.request;
     transfer.begun = loop_.Now();
     SetUp(easy, request.url, transfer.opener);
-    curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
+    Set(easy, CURLOPT_PRIVATE, &transfer);
     // Where a server is known to multiplex, one connection is waited for instead of opening several.
-    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
-    curl_easy_setopt(easy, CURLOPT_STREAM_WEIGHT, StreamWeight(request.urgency));
-    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, OnHeader);
-    curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, OnBody);
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
-    curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, OnConnected);
-    curl_easy_setopt(easy, CURLOPT_PREREQDATA, &transfer);
+    Set(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
+    Set(easy, CURLOPT_STREAM_WEIGHT, StreamWeight(request.urgency));
+    Set(easy, CURLOPT_HEADERFUNCTION, (NoThrow<OnHeader, 0>::Call));
+    Set(easy, CURLOPT_HEADERDATA, &transfer);
+    Set(easy, CURLOPT_WRITEFUNCTION, (NoThrow<OnBody, 0>::Call));
+    Set(easy, CURLOPT_WRITEDATA, &transfer);
+    Set(easy, CURLOPT_PREREQFUNCTION, (NoThrow<OnConnected, CURL_PREREQFUNC_ABORT>::Call));
+    Set(easy, CURLOPT_PREREQDATA, &transfer);
     SetMethod(transfer);
     SetHeaders(transfer);
-    curl_multi_add_handle(multi_, easy);
+    if (curl_multi_add_handle(multi_, easy) != CURLM_OK) throw std::bad_alloc();
   }
 
   void SetUp(CURL* easy, const std::string& url, Opener& opener) {
-    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L);  // a transfer's end waits for no name to be resolved
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_PROXY, "");  // the environment must not lead back to here
-    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(upstream_.connectTimeoutMs));
-    curl_easy_setopt(easy, CURLOPT_SHARE, share_);
-    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OnOpenSocket);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, &opener);
-    curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, OnTlsContext);
-    curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, &opener);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
-    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
-    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
-    if (connectTo_ != nullptr) curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connectTo_.get());
-    if (!upstream_.caFile.empty()) curl_easy_setopt(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
+    Set(easy, CURLOPT_URL, url.c_str());
+    Set(easy, CURLOPT_NOSIGNAL, 1L);
+    Set(easy, CURLOPT_QUICK_EXIT, 1L);  // a transfer's end waits for no name to be resolved
+    Set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    Set(easy, CURLOPT_PROXY, "");  // the environment must not lead back to here
+    Set(easy, CURLOPT_PATH_AS_IS, 1L);
+    Set(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    Set(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(upstream_.connectTimeoutMs));
+    Set(easy, CURLOPT_SHARE, share_);
+    Set(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
+    Set(easy, CURLOPT_OPENSOCKETFUNCTION, (NoThrow<OnOpenSocket, CURL_SOCKET_BAD>::Call));
+    Set(easy, CURLOPT_OPENSOCKETDATA, &opener);
+    Set(easy, CURLOPT_SSL_CTX_FUNCTION, (NoThrow<OnTlsContext, CURLE_OUT_OF_MEMORY>::Call));
+    Set(easy, CURLOPT_SSL_CTX_DATA, &opener);
+    Set(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
+    Set(easy, CURLOPT_SOCKOPTDATA, this);
+    Set(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
+    Set(easy, CURLOPT_CLOSESOCKETDATA, this);
+    if (connectTo_ != nullptr) Set(easy, CURLOPT_CONNECT_TO, connectTo_.get());
+    if (!upstream_.caFile.empty()) Set(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
     // What libcurl has read from a file serves all connections. With a folder besides, all of it would be
     // read for each connection, which keeps everybody waiting for 20 ms.
     const char* const file = Info<const char*>(easy, CURLINFO_CAINFO);
     if (!upstream_.caFile.empty() || (file != nullptr && access(file, R_OK) == 0)) {
-      curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+      Set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }
   }
 
@@ -435,23 +479,22 @@ class CurlTransport::Impl {
     CURL* const easy = transfer.easy.get();
     const host::TransferRequest& request = transfer.request;
     if (request.body != nullptr) {
-      curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
-      curl_easy_setopt(easy, CURLOPT_READFUNCTION, OnUpload);
-      curl_easy_setopt(easy, CURLOPT_READDATA, &transfer);
-      curl_easy_setopt(easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body->Length()));
+      Set(easy, CURLOPT_UPLOAD, 1L);
+      Set(easy, CURLOPT_READFUNCTION, (NoThrow<OnUpload, CURL_READFUNC_ABORT>::Call));
+      Set(easy, CURLOPT_READDATA, &transfer);
+      Set(easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body->Length()));
       request.body->onReadable = [this, id = transfer.id] { tasks_.Post([this, id] { ResumeSending(id); }); };
     } else if (request.method == "HEAD") {
-      curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+      Set(easy, CURLOPT_NOBODY, 1L);
     }
     if ((request.method != "GET" && request.method != "HEAD") || request.body != nullptr) {
-      curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+      Set(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
     }
   }
 
   // Exactly the request's own headers: those that libcurl would add by itself are switched off.
   void SetHeaders(Transfer& transfer) {
-    curl_slist* list = nullptr;
-    const auto add = [&list](const std::string& line) { list = curl_slist_append(list, line.c_str()); };
+    const auto add = [&transfer](const std::string& line) { Append(transfer.headers, line); };
     bool hasAccept = false;
     http::ForEachHeader(transfer.request.headers, [&](std::string_view name, std::string_view value) {
       for (const char* const own : {"host", "content-length", "transfer-encoding", "connection", "expect"}) {
@@ -464,8 +507,7 @@ class CurlTransport::Impl {
     add("Expect:");
     const bool hasLength = transfer.request.body == nullptr && transfer.request.method == "POST";
     if (hasLength) add("Content-Length: 0");
-    transfer.headers.reset(list);
-    curl_easy_setopt(transfer.easy.get(), CURLOPT_HTTPHEADER, list);
+    Set(transfer.easy.get(), CURLOPT_HTTPHEADER, transfer.headers.get());
   }
 
   void ResumeSending(TransferId id) {
@@ -481,15 +523,27 @@ class CurlTransport::Impl {
   static int OnSocket(CURL* /*easy*/, curl_socket_t socket, int what, void* data, void* /*perSocket*/) {
     auto& self = *static_cast<Impl*>(data);
     if (what == CURL_POLL_REMOVE) {
+      self.unwatched_.erase(socket);
       self.loop_.Unwatch(socket);
       return 0;
     }
     const bool in = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
     const bool out = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
-    self.loop_.Watch(socket, in, out, [&self, socket](bool readable, bool writable) {
-      self.Act(socket, (readable ? CURL_CSELECT_IN : 0) | (writable ? CURL_CSELECT_OUT : 0));
-    });
+    try {
+      self.loop_.Watch(socket, in, out, [&self, socket](bool readable, bool writable) {
+        self.Act(socket, (readable ? CURL_CSELECT_IN : 0) | (writable ? CURL_CSELECT_OUT : 0));
+      });
+      self.unwatched_.erase(socket);
+    } catch (const std::exception&) {  // there is no room for it
+      self.unwatched_[socket] = what;
+      self.tasks_.Post([&self, socket] { self.WatchAgain(socket); }, kTryAgainUs);
+    }
     return 0;
+  }
+
+  void WatchAgain(curl_socket_t socket) {
+    const auto place = unwatched_.find(socket);
+    if (place != unwatched_.end()) OnSocket(nullptr, socket, place->second, this, nullptr);
   }
 
   static int OnTimer(CURLM* /*multi*/, long timeoutMs, void* data) {
@@ -599,7 +653,8 @@ class CurlTransport::Impl {
   static int OnCertificateAsked(SSL* tls, X509** /*certificate*/, EVP_PKEY** /*key*/) {
     const auto& [owner, group] =
         *static_cast<const TlsOwner*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(tls), TlsOwnerIndex()));
-    owner.groups_[group].asksForCertificate = true;
+    const auto place = owner.groups_.find(group);
+    if (place != owner.groups_.end()) place->second.asksForCertificate = true;
     return 0;
   }
 
@@ -634,7 +689,19 @@ class CurlTransport::Impl {
 
   void Act(curl_socket_t socket, int what) {
     int running = 0;
-    curl_multi_socket_action(multi_, socket, what, &running);
+    if (curl_multi_socket_action(multi_, socket, what, &running) != CURLM_OK) {
+      tasks_.Post([this] { ActOnAll(); }, kTryAgainUs);
+    }
+    AfterCurl();
+  }
+
+  // After a failure only libcurl knows which transfer it has left half-way.
+  void ActOnAll() {
+    int running = 0;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    curl_multi_socket_all(multi_, &running);
+#pragma GCC diagnostic pop
     AfterCurl();
   }
 
@@ -658,9 +725,10 @@ class CurlTransport::Impl {
     CURL* const easy = transfer.easy.get();
     if (std::exchange(transfer.needsNewConnection, false)) {
       curl_multi_remove_handle(multi_, easy);
-      curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-      curl_multi_add_handle(multi_, easy);
-      return;
+      if (curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L) == CURLE_OK &&
+          curl_multi_add_handle(multi_, easy) == CURLM_OK) {
+        return;
+      }
     }
     FillReport(transfer);
     Group& group = groups_[transfer.group];
@@ -758,34 +826,44 @@ class CurlTransport::Impl {
       if (warming_.size() >= settings_.maxPreconnects) return;
       ++plan.tried;
       // Of those that multiplex, one that stands is found by libcurl, and one that has ended is replaced.
-      Warm(plan, multiplexed);
+      try {
+        Warm(plan, multiplexed);
+      } catch (const std::bad_alloc&) {
+        planned_.pop_front();
+      }
     }
   }
 
   // A handle that sets up a connection and sends nothing.
   void Warm(const Plan& plan, bool multiplexed) {
-    CURL* const handle = curl_easy_init();
+    Easy easy = NewHandle();
+    CURL* const handle = easy.get();
     Warming& warming = warming_
                            .emplace(handle, Warming{plan.key,
                                                     plan.policy,
                                                     multiplexed,
                                                     {*this, plan.key, plan.policy.get(), false},
-                                                    Easy(handle),
+                                                    std::move(easy),
                                                     {}})
                            .first->second;
-    if (multiplexed) {
-      SetUp(handle, plan.key + "/", warming.opener);
-      curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, OnWarm);
-      curl_easy_setopt(handle, CURLOPT_PREREQDATA, &warming);
-    } else {
-      // The socket alone, whatever is spoken on it later.
-      SetUp(handle, "http" + plan.key.substr(plan.key.find(':')) + "/", warming.opener);
-      curl_easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
+    try {
+      if (multiplexed) {
+        SetUp(handle, plan.key + "/", warming.opener);
+        Set(handle, CURLOPT_PREREQFUNCTION, OnWarm);
+        Set(handle, CURLOPT_PREREQDATA, &warming);
+      } else {
+        // The socket alone, whatever is spoken on it later.
+        SetUp(handle, "http" + plan.key.substr(plan.key.find(':')) + "/", warming.opener);
+        Set(handle, CURLOPT_CONNECT_ONLY, 1L);
+      }
+    } catch (const std::bad_alloc&) {
+      warming_.erase(handle);
+      throw;
     }
     ++groups_[plan.key].warming;
     tasks_.Post([this, handle] {
       if (!warming_.contains(handle)) return;
-      curl_multi_add_handle(multi_, handle);
+      if (curl_multi_add_handle(multi_, handle) != CURLM_OK) Warmed(handle, CURLE_OUT_OF_MEMORY);
       AfterCurl();
     });
   }
@@ -857,7 +935,8 @@ class CurlTransport::Impl {
     return -1;
   }
 
-  static constexpr size_t kMostGroups = 1000;  // more are forgotten when nothing is under way for them
+  static constexpr int64_t kTryAgainUs = 100'000;  // what has failed for want of memory
+  static constexpr size_t kMostGroups = 1000;      // more are forgotten when nothing is under way for them
 
   EventLoop& loop_;
   const host::HostSettings settings_;
@@ -874,6 +953,7 @@ class CurlTransport::Impl {
   std::deque<Plan> planned_;
   std::map<CURL*, Warming> warming_;
   std::map<std::string, std::vector<Spare>> spare_;  // by group
+  std::map<int, int> unwatched_;                     // sockets that should be watched, and for what
   std::map<int, int> sockets_;  // that libcurl has, with their own ports once these are known
   int openedSpare_ = -1;        // the one that libcurl was given just now
   ConnectionCounts counts_;
