@@ -1,0 +1,87 @@
+// Suggested changes, tried on the example recording through the real plugin.
+#include "replay/advice/change.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "host/plugin_functions.h"
+#include "replay/model/replay.h"
+#include "replay/recording/har_reader.h"
+#include "replay/recording/redirects.h"
+
+namespace replay {
+namespace {
+
+RecordingResult Replay(const Recording& recording, const ReplayOptions& options) {
+  const host::LoadedPlugin plugin(KIV_PLUGIN_PATH);
+  return ReplayRecording(recording, options, plugin.Functions());
+}
+
+// How often resources of the change were not served for its reason; for one that leaves a resource out, how
+// often a preload brought it.
+size_t Occurrences(const Change& change, const Recording& recording, const RecordingResult& result) {
+  using host::NotServed;
+  const auto concerns = [&](const Request& request, const RequestRow& row) {
+    const bool network = row.source == Source::Network;
+    switch (change.kind) {
+      case ChangeKind::DeclareLength:
+        return network && row.why == NotServed::NoDeclaredLength;
+      case ChangeKind::SendAsData:
+        return network && row.why == NotServed::Html;
+      case ChangeKind::SkipRedirect:
+        return network && IsRedirect(request);
+      case ChangeKind::RaiseSizeLimit:
+        return network && row.why == NotServed::OverSizeLimit;
+      case ChangeKind::KeepAddress:
+        return network && row.why != NotServed::UsedUp;
+      case ChangeKind::AllowStoring:
+        return row.source != Source::DiskCache;
+      case ChangeKind::LeaveOut:
+        return row.source == Source::Served || row.source == Source::Joined;
+    }
+    return false;
+  };
+  Recording original = recording;  // whose addresses the change may have made others
+  ReplayOptions unused;
+  Change renamed = change;
+  if (change.kind == ChangeKind::KeepAddress) {
+    Recording urls;
+    for (const std::string& url : change.urls) urls.pages.push_back({.requests = {{.url = url}}});
+    Apply(change, urls, unused);
+    for (const Page& page : urls.pages) renamed.urls.push_back(page.requests[0].url);
+  }
+  size_t count = 0;
+  for (const Visit& visit : result.visits) {
+    if (!visit.repeat) continue;
+    for (const RequestRow& row : Of(visit, Way::Plugin).requests) {
+      const Request& request = recording.pages[visit.page].requests[row.request];
+      const bool isMeant = std::count(renamed.urls.begin(), renamed.urls.end(), request.url) > 0;
+      if (isMeant && concerns(request, row)) ++count;
+    }
+  }
+  return count;
+}
+
+TEST(Changes, EachTakesAwayTheReasonThatSuggestedIt) {
+  Recording recording = ReadHarFile(KIV_EXAMPLE_RECORDING);
+  const ReplayOptions options = {.properties = {{"net.cv.kiv.cslimit", "20000"}}, .allWays = false};
+  const RecordingResult result = Replay(recording, options);
+  std::set<ChangeKind> kinds;
+  for (const Change& change : SuggestChanges(recording, result)) {
+    SCOPED_TRACE(std::string(WordsFor(change.kind).key) + " " + change.urls.front());
+    kinds.insert(change.kind);
+    Recording changed = recording;
+    ReplayOptions changedOptions = options;
+    Apply(change, changed, changedOptions);
+    EXPECT_GT(Occurrences(change, recording, result), 0U);
+    EXPECT_EQ(Occurrences(change, changed, Replay(changed, changedOptions)), 0U);
+  }
+  EXPECT_TRUE(kinds.contains(ChangeKind::DeclareLength) && kinds.contains(ChangeKind::RaiseSizeLimit) &&
+              kinds.contains(ChangeKind::LeaveOut))
+      << kinds.size();
+}
+
+}  // namespace
+}  // namespace replay
