@@ -137,7 +137,7 @@ class Suggestions {
       if (kind) AddTo(*kind, request, waitUs);
     }
     if (isResource && row.source != Source::DiskCache && IsStatic(request) && request.method == "GET" &&
-        ForbidsStoring(request)) {
+        ForbidsStoring(request) && addresses_.Of(request.url) == nullptr) {
       AddTo(ChangeKind::AllowStoring, request, waitUs);
     }
   }

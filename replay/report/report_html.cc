@@ -369,7 +369,7 @@ std::string Policy() {
 // What compares the settings of a sweep; empty without one. The rest of the report is of the first setting.
 std::string SweepHtml(const std::vector<RecordingReport>& reports, const Settings& settings) {
   if (!IsSweep(settings)) return "";
-  std::string html = fmt::format("<section id=\"sweep\"><h2>{} settings</h2>\n<p class=\"muted\">{}</p>\n",
+  std::string html = fmt::format("<section class=\"sweep\"><h2>{} settings</h2>\n<p class=\"muted\">{}</p>\n",
                                  settings.size(), kSweepNote);
   for (const SweepTables& group : TablesOf(reports, settings)) {
     html += "<h3>" + Escaped(group.title) + "</h3>\n<div class=\"tables\">";
@@ -395,7 +395,7 @@ std::string AdviceHtml(const std::vector<RecordingReport>& reports) {
     if (!report.advice.empty()) html += "</ol>\n";
   }
   if (html.empty()) return "";
-  return "<section id=\"advice\"><h2>Advice</h2>\n<p class=\"muted\">Each line is the result of replaying "
+  return "<section class=\"advice\"><h2>Advice</h2>\n<p class=\"muted\">Each line is the result of replaying "
          "the "
          "recording with that change.</p>\n" +
          html + "</section>\n";

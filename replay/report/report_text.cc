@@ -118,8 +118,10 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, const Terminal& 
     }
     rows.push_back(std::move(row));
   }
-  return TableText(std::move(rows),
-                   {.columns = terminal.columns, .colour = terminal.colour, .dispensable = {6, 9, 7, 8, 3}});
+  return TableText(std::move(rows), {.columns = terminal.columns,
+                                     .colour = terminal.colour,
+                                     .shortestName = 20,
+                                     .dispensable = {6, 9, 7, 8, 3, 2}});
 }
 
 std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, const char* many,
@@ -236,6 +238,7 @@ std::string SweepText(const std::vector<RecordingReport>& reports, const Setting
       text += "\n" +
               TableText(table, {.columns = terminal.columns,
                                 .colour = terminal.colour,
+                                .shortestName = 20,
                                 .dispensable = table.front().size() > 7 ? std::vector<size_t>{2, 8, 6, 5, 7}
                                                                         : std::vector<size_t>{2, 1}});
     }

@@ -11,8 +11,6 @@
 namespace replay {
 namespace {
 
-constexpr size_t kShortestName = 12;
-
 // Cut to a number of columns, in the middle, because both ends of a file's name tell something.
 std::string Shorten(const std::string& text, size_t columns) {
   if (Columns(text) <= columns) return text;
@@ -62,7 +60,7 @@ std::vector<std::string> LeaveOut(Table& table, const TableShape& shape, size_t 
   std::vector<std::string> names;
   std::vector<bool> isLeftOut(table.front().size());
   const std::vector<size_t> widths = Widths(table);
-  size_t width = WidthOf(widths, separator) - widths[0] + std::min(widths[0], kShortestName);
+  size_t width = WidthOf(widths, separator) - widths[0] + std::min(widths[0], shape.shortestName);
   for (const size_t column : shape.dispensable) {
     if (width <= shape.columns) break;
     width -= widths.at(column) + separator;
@@ -79,10 +77,10 @@ std::vector<std::string> LeaveOut(Table& table, const TableShape& shape, size_t 
   return names;
 }
 
-void FitNames(Table& table, size_t separator, size_t columns) {
+void FitNames(Table& table, const TableShape& shape, size_t separator) {
   const std::vector<size_t> widths = Widths(table);
   const size_t others = WidthOf(widths, separator) - widths[0];
-  const size_t room = std::max(kShortestName, columns - std::min(columns, others));
+  const size_t room = std::max(shape.shortestName, shape.columns - std::min(shape.columns, others));
   for (TableRow& row : table) row[0].text = Shorten(row[0].text, room);
 }
 
@@ -124,7 +122,7 @@ std::string Painted(const std::string& text, Look look, bool colour) {
 std::string TableText(Table table, const TableShape& shape) {
   const size_t separator = std::string_view(shape.separator).size();
   const std::vector<std::string> leftOut = LeaveOut(table, shape, separator);
-  FitNames(table, separator, shape.columns);
+  FitNames(table, shape, separator);
   const std::vector<size_t> widths = Widths(table);
   std::string text;
   for (const TableRow& row : table) {

@@ -32,6 +32,7 @@ struct TableShape {
   size_t columns = 120;
   bool colour = false;
   const char* separator = "  ";
+  size_t shortestName = 12;         // names are not cut below this
   std::vector<size_t> dispensable;  // columns by index, in the order in which they are left out
 };
 
