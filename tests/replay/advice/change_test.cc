@@ -82,7 +82,7 @@ TEST(Changes, EachTakesAwayTheReasonThatSuggestedIt) {
     EXPECT_EQ(Occurrences(change, changed, Replay(changed, changedOptions)), 0U);
   }
   EXPECT_EQ(kinds, (std::set<std::string>{"allow_storing", "declare_length", "keep_address", "preload",
-                                          "skip_redirect"}));
+                                          "raise_size_limit", "skip_redirect"}));
 }
 
 TEST(Changes, ReplaceTheTypeOfFragmentsAlone) {
