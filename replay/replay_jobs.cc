@@ -91,11 +91,10 @@ RecordingReport ReplayUnderAll(size_t index, const Recording& recording, const C
   return report;
 }
 
-// With one of the changes, in this process. Only its figures are wanted.
+// With one of the changes, in this process.
 RecordingReport ReplayChanged(const Change& change, Recording recording, ReplayOptions options,
                               const host::PluginFunctions& plugin) try {
   Apply(change, recording, options);
-  options.allWays = false;
   options.logLevel.reset();
   return {.summary = Summarize(ReplayRecording(recording, options, plugin))};
 } catch (const std::exception& error) {

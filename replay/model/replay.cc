@@ -96,7 +96,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
                               .nowUs = browser.NowUs()};
     const host::KnownPage* const known = browser.Known(visit.pageUrl);
     for (const Way way : kWays) {
-      if (way == Way::Plugin || (!options.allWays && !IsRunOnFirstVisits(way))) continue;
+      if (way == Way::Plugin) continue;
       // A first visit in another way differs from `off` in what its disk cache holds alone.
       WayResult run = RunPlainWay(way, setup, known, diskCaches[Index(way)]);
       if (visit.repeat || IsRunOnFirstVisits(way)) visit.ways[Index(way)] = std::move(run);

@@ -25,7 +25,6 @@ struct ReplayOptions {
   std::optional<ParentRule> parents;  // absent: chosen for each page
   BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
-  bool allWays = true;                            // false: only those that IsRunOnFirstVisits
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
 };
 

@@ -69,7 +69,7 @@ size_t Occurrences(const Change& change, const Recording& recording, const Recor
 
 TEST(Changes, EachTakesAwayTheReasonThatSuggestedIt) {
   Recording recording = ReadHarFile(KIV_EXAMPLE_RECORDING);
-  const ReplayOptions options = {.properties = {{"net.cv.kiv.cslimit", "8000"}}, .allWays = false};
+  const ReplayOptions options = {.properties = {{"net.cv.kiv.cslimit", "8000"}}};
   const RecordingResult result = Replay(recording, options);
   std::set<std::string> kinds;
   for (const Change& change : SuggestChanges(recording, result)) {
