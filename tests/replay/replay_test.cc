@@ -312,7 +312,8 @@ TEST_F(ProgramTest, SaysWhenVisitsIsIgnored) {
 }
 
 TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {
-  const std::string words = " --json json --html html --har-out har --log 4 - recording.har <recording.har";
+  const std::string words =
+      " --advice --json json --html html --har-out har --log 4 - recording.har <recording.har";
   std::filesystem::copy_file(KIV_EXAMPLE_RECORDING, folder.File("recording.har"));
   std::string outputs[2];
   for (const int jobs : {1, 2}) {
