@@ -10,8 +10,8 @@
 
 namespace replay {
 
-// Runs a visit in any way but Way::Plugin, on the disk cache that this way's last visit has left. `known`:
-// what earlier visits have taught; null for nothing.
+// Runs a visit in any way but Way::Plugin and the bounds, on the disk cache that this way's last visit has
+// left. `known`: what earlier visits have taught; null for nothing.
 WayResult RunPlainWay(Way way, const VisitSetup& setup, const host::KnownPage* known, DiskCache& diskCache);
 
 }  // namespace replay

@@ -33,6 +33,8 @@ class PluginBrowser {
   // What earlier visits of the page have taught; null before its first.
   const host::KnownPage* Known(const std::string& pageUrl) const { return corvane_.Database().Find(pageUrl); }
 
+  bool IsFresh(const std::string& url, int64_t atUs) const { return diskCache_.IsFresh(url, atUs); }
+
   // Loads the page and fills in the visit's plugin way and counts. Throws std::runtime_error when a body that
   // was served is not what was fetched.
   void Load(const VisitSetup& setup, Visit& visit);
