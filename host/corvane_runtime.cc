@@ -213,7 +213,7 @@ void CorvaneRuntime::PlanConnections(OpenPage& page, const KnownPage& known,
 void CorvaneRuntime::OpenDueConnections(OpenPage& page) {
   const int64_t sinceUs = Since(page.requested);
   while (!page.needs.empty() && page.needs.back().atUs <= sinceUs) {
-    transport_.Preconnect(page.needs.back().url, page.needs.back().count);
+    transport_.Preconnect(page.needs.back().url, page.needs.back().count, page.request.context);
     page.needs.pop_back();
   }
   if (page.needs.empty()) return;

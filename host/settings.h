@@ -1,4 +1,4 @@
-// The choices of the host, each with its reason. Read once, when the host is made.
+// The settings of the host, each with its reason. They are read once, when the host is created.
 #ifndef HOST_SETTINGS_H_
 #define HOST_SETTINGS_H_
 
@@ -13,68 +13,68 @@ struct HostSettings {
   // The socket pool's limit per group.
   int socketsPerGroup = 6;
 
-  // How many of these the plugin is not told of, so that they stay the browser's. Preloads that nobody asks
-  // for can hold their sockets through a slow server's whole think time, which hurrying them does not
-  // shorten.
+  // How many of these sockets the plugin does not know about, so that the browser can always use them. A
+  // preload that nobody asks for can hold its socket until a slow server answers, and a higher urgency does
+  // not shorten that.
   int reservedSockets = 2;
 
-  // Instead of that, how many sockets per group the plugin is told of; 0 for what remains of the above. Over
-  // connections that multiplex, sockets are no bound, and the limit of preloads in flight alone counts.
+  // How many sockets per group the plugin is told; 0 for the difference of the two settings above. Sockets do
+  // not limit connections that multiplex; there, only the limit on running preloads counts.
   int pluginSockets = 0;
 
-  // How much of the link all running preloads get together, beside one transfer of the browser. They have the
-  // link to themselves while the browser transfers nothing.
+  // The share of the link that all running preloads together get beside one transfer of the browser. While
+  // the browser transfers nothing, preloads have the whole link.
   double preloadShare = 0.02;
 
-  // A preload that holds a socket which a transaction of the browser waits for is made as urgent as that one,
-  // so that the socket comes free: its bytes are most likely wanted soon, and a cancelled one would cost a
-  // new connection.
+  // Whether a preload becomes as urgent as a transaction of the browser that waits for its socket, so that
+  // the socket becomes free. The alternative, cancelling the preload, would cost a new connection, and its
+  // bytes are most likely needed soon.
   bool hurryBlockingPreloads = true;
 
   // Whether connections are opened ahead of the page's own requests.
   bool preconnect = true;
 
-  // How long before the page first needed a connection on earlier visits it is opened. A set-up takes two or
-  // three round trips, and what is preloaded makes the page ask earlier than it did.
+  // How long before the time at which the page first needed a connection on earlier visits it is opened. A
+  // set-up takes two or three round trips, and preloads make the page ask earlier than before.
   int64_t preconnectLeadMs = 2000;
 
-  // Connections that nobody waits for yet are set up so many at a time, in all.
+  // How many connections that nobody waits for yet are set up at the same time, over all groups.
   size_t maxPreconnects = 8;
 
   // --- What is ordered, and who gets it.
 
-  // A request for a URL whose preload is running waits for it, and makes it as urgent as itself, instead of
-  // downloading the same bytes twice.
+  // Whether a request for a URL whose preload is running waits for that preload, and makes it as urgent as
+  // itself, instead of downloading the same bytes again.
   bool joinRunning = true;
 
-  // A resource is ordered, and a connection opened ahead, when more than this share of the page's earlier
-  // visits have shown it. Below a half, more of what is fetched is never asked for than is; and what one of
-  // two visits has shown is as likely to be gone as to have come to stay.
+  // A resource is ordered, and a connection is opened ahead, if more than this share of the page's earlier
+  // visits needed it. With a share below a half, most of what is fetched would never be asked for, and a
+  // resource that one of two visits needed is as likely to be gone as to be permanent.
   double minSeenShare = 0.5;
 
-  // On so many visits at least when its address looks as if it were new on every load (see
+  // On how many visits a resource must have been seen if its URL looks as if it were new on every load (see
   // host/volatile_address.h).
   uint32_t minVolatileSeen = 2;
 
-  // A load that has joined a preload goes to the network itself when the preload makes no progress for this
-  // long: longer than slow servers think, shorter than people wait.
+  // A load that has joined a preload goes to the network itself if the preload makes no progress for this
+  // long. That is longer than slow servers need to answer, and shorter than people wait.
   int64_t joinPatienceMs = 10'000;
 
-  // A preload that makes no progress for this long is given up, as browsers give up their own requests.
+  // A preload that makes no progress for this long is cancelled, as browsers cancel their own requests.
   int64_t fetchPatienceMs = 30'000;
 
-  // A page counts as loading until this long after its last request. Preloads that it has not asked for by
-  // then are dropped.
+  // For how long after its last request a page counts as loading. Preloads that it has not asked for by then
+  // are dropped.
   int64_t settleAfterMs = 30'000;
 
-  // --- Memory. The least recently visited goes first.
+  // --- Memory. If a bound is reached, the least recently visited is removed first.
 
-  size_t maxPages = 1000;            // that the page database knows; about 70 kB each when full of resources
-  size_t maxResourcesPerPage = 500;  // the first ones of a visit
-  size_t maxToldResources = 20'000;  // URLs that the plugin is made to remember as resources of pages
-  size_t maxRequestHeaderBytes = 2000;  // remembered of a resource's last request; a longer text is not kept
+  size_t maxPages = 1000;               // in the page database; at most about 70 kB each
+  size_t maxResourcesPerPage = 500;     // those of a visit that come first are kept
+  size_t maxToldResources = 20'000;     // URLs that the plugin is made to remember as resources of pages
+  size_t maxRequestHeaderBytes = 2000;  // of a resource's last request; longer texts are not kept
 
-  // The verbosity that the plugin is told. 0 logs warnings and errors only.
+  // The log level of the plugin. At 0 it logs only warnings and errors.
   int verboseLevel = 0;
 };
 

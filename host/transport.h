@@ -101,8 +101,9 @@ class Transport {
   virtual TransferReport Cancel(TransferId id) = 0;
 
   // Has up to `count` connections for the URL's group, set up or on the way, that no transfer uses. One is
-  // all that a group needs whose server multiplexes.
-  virtual void Preconnect(const std::string& url, size_t count) = 0;
+  // all that a group needs whose server multiplexes. `context`: of the page that needs them, for rules about
+  // what it may reach; null for none. It need not outlive the call.
+  virtual void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) = 0;
 };
 
 }  // namespace host

@@ -37,7 +37,7 @@ void WriteAll(int file, const std::string& text) {
   }
 }
 
-// The children that run; the rest of them are killed when it goes.
+// The running children. The destructor kills those that are left.
 class Children {
  public:
   Children() = default;
@@ -59,11 +59,11 @@ Child Start(size_t index, const std::function<std::string(size_t)>& work, const 
             const InterruptionWatch& watch) {
   int ends[2];
   if (pipe(ends) != 0) ThrowErrno("pipe");
-  std::fflush(nullptr);  // else the child would print the parent's text again
+  std::fflush(nullptr);  // otherwise the child would print the parent's text again
   const pid_t process = fork();
   if (process < 0) ThrowErrno("fork");
   if (process == 0) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // nobody would read what it makes
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // nobody would read its output
     watch.LetGoInChild();
     close(ends[0]);
     for (const Child& other : running) close(other.pipe);
@@ -74,7 +74,7 @@ Child Start(size_t index, const std::function<std::string(size_t)>& work, const 
   return {.index = index, .process = process, .pipe = ends[0]};
 }
 
-// One chunk; false at the end of the child's output.
+// Reads one chunk. Returns false at the end of the child's output.
 bool ReadSome(int file, std::string& output) {
   char chunk[65536];
   const ssize_t length = read(file, chunk, sizeof(chunk));
@@ -93,7 +93,7 @@ std::string WaitFor(pid_t process) {
   return WEXITSTATUS(status) == 0 ? "" : fmt::format("ended with status {}", WEXITSTATUS(status));
 }
 
-// Which of the children have something to read; none after an interruption.
+// Which of the children have output to read; none after an interruption.
 std::vector<pollfd> WaitForOutput(const std::vector<Child>& running, const InterruptionWatch& watch) {
   std::vector<pollfd> waits;
   waits.reserve(running.size());

@@ -11,14 +11,14 @@ namespace replay {
 
 struct ChildOutcome {
   std::string output;   // what the work returned; complete only when `failure` is empty
-  std::string failure;  // one line when the child died: by which signal, or with which status
+  std::string failure;  // empty, or one line with the signal or status that the child ended with
 };
 
 // Calls work(0) ... work(count - 1), each in a forked child, `jobs` (at least 1) at a time. `onOutcome` is
 // called in the parent with the index and the outcome of each child as it ends, in no particular order.
-// `work` lets no exception out. After an interruption no more children are started, those that run are
-// killed, and none of them has an outcome. Throws std::system_error when no process or pipe can be made, and
-// whatever `onOutcome` throws; the children are killed then, too.
+// `work` must not throw. After an interruption no more children are started, the running ones are killed, and
+// none of them has an outcome. Throws std::system_error if no process or pipe can be made, and whatever
+// `onOutcome` throws; the children are killed then, too.
 void RunInChildren(size_t count, unsigned jobs, const std::function<std::string(size_t)>& work,
                    const std::function<void(size_t, ChildOutcome)>& onOutcome);
 

@@ -86,7 +86,7 @@ RecordingReport ReplayOne(size_t index, const std::string& name, const CommandLi
   }
 }
 
-// On standard error, when somebody looks and there is something to wait for.
+// A progress bar on standard error. It is shown only on a terminal and for more than one recording.
 class Progress {
  public:
   explicit Progress(size_t count) : count_(count), shown_(count > 1 && isatty(STDERR_FILENO) == 1) {
@@ -121,8 +121,8 @@ RecordingReport ReportOf(const ChildOutcome& outcome, const std::string& name) {
   }
 }
 
-// The outputs that are written line by line. One that cannot be written keeps neither the others nor the
-// table back: the first failure is kept, and the output is given up.
+// The outputs that are written line by line. If one of them cannot be written, the others and the table still
+// are: the first failure is remembered, and nothing more is written to that output.
 class LineOutputs {
  public:
   explicit LineOutputs(const CommandLine& line) : options_(line.replay) {
@@ -139,7 +139,7 @@ class LineOutputs {
     });
     begun_ = true;
   }
-  // What comes after all of them, from those that were replayed; there is at least one.
+  // Writes what follows all lines. `reports` are those of the recordings that were replayed; at least one.
   void Finish(const std::vector<RecordingReport>& reports) {
     WriteAll([&](const ReportFormat& format) {
       return format.lastLines != nullptr ? format.lastLines(reports, options_) : "";
@@ -166,11 +166,11 @@ class LineOutputs {
   std::exception_ptr failure_;
 };
 
-// Reports by index, given in any order and handed on in theirs.
+// Takes reports in any order and returns them in the order of their indexes.
 class InOrder {
  public:
   void Add(size_t index, RecordingReport report) { waiting_.emplace(index, std::move(report)); }
-  // The next one, when it is there.
+  // The next report; nothing if it has not been added yet.
   std::optional<RecordingReport> Take() {
     const auto next = waiting_.find(taken_);
     if (next == waiting_.end()) return std::nullopt;
@@ -191,7 +191,7 @@ void PrintErrorAndWarnings(const RecordingReport& report) {
   }
 }
 
-// Every recording has a report, after an interruption as well.
+// Returns a report for every recording, even after an interruption.
 std::vector<RecordingReport> ReplayAll(const CommandLine& line, const host::PluginFunctions& plugin,
                                        LineOutputs& lineOutputs) {
   const std::vector<std::string> names = DistinctNames(line.recordings);
@@ -239,7 +239,7 @@ bool IsOnTerminal(FILE* file) {
   return isatty(fileno(file)) == 1;
 }
 
-// A whole number from 20 on in the variable COLUMNS, else the width of the terminal, else 120.
+// The variable COLUMNS if it is a whole number of at least 20, else the width of the terminal, else 120.
 size_t ColumnsOf(FILE* file) {
   constexpr size_t kFewest = 20;
   const char* const text = std::getenv("COLUMNS");  // NOLINT(concurrency-mt-unsafe): there is one thread
@@ -258,7 +258,7 @@ bool IsStandardOutputTaken(const CommandLine& line) {
                      [](const Output& output) { return output.path == "-"; });
 }
 
-// To standard output, unless a report goes there.
+// Prints the table to standard output, or to standard error if a report goes to standard output.
 void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& reports) {
   FILE* const file = IsStandardOutputTaken(line) ? stderr : stdout;
   const char* const noColor = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): there is one thread
@@ -272,8 +272,8 @@ void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& rep
   }
 }
 
-// Of the recordings that were replayed. An output that cannot be written keeps neither the others nor the
-// table back.
+// Writes the outputs that are whole files, and the table. If one output cannot be written, the others and the
+// table still are; the first failure is thrown at the end. `reports` are those of the replayed recordings.
 void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& reports,
                   std::exception_ptr failure) {
   for (const Output& output : line.outputs) {
@@ -297,7 +297,7 @@ void WarnOfIgnoredVisits(const std::vector<RecordingReport>& reports) {
   const auto first = std::find_if(reports.begin(), reports.end(), ignores);
   fmt::print(
       stderr,
-      "kiv_replay: --visits is ignored for recordings that load a page again themselves ({} of {}: {}{})\n",
+      "kiv_replay: --visits is ignored for recordings that already load a page again ({} of {}: {}{})\n",
       count, reports.size(), PrintableText(first->summary.name), count > 1 ? ", …" : "");
 }
 
@@ -313,7 +313,7 @@ void CheckPlaces(const CommandLine& line, const std::string& pluginPath) {
   CheckOutputs(outputs, inputs, line.force);
 }
 
-// The exit status: a fault of the program weighs more than bad input.
+// The exit status. A fault of the program takes precedence over bad input.
 int StatusOf(const std::vector<RecordingReport>& reports) {
   ReplayStatus status = ReplayStatus::Done;
   for (const RecordingReport& report : reports) {
@@ -333,7 +333,7 @@ std::string SomeOf(const std::vector<std::string>& names) {
   return names.size() > kShown ? text + fmt::format(" and {} more", names.size() - kShown) : text;
 }
 
-// Ends the process as the signal would have, so that whoever started it learns what happened.
+// Ends the process with the signal, so that the parent process sees how it ended.
 void EndBySignal(int number, const std::vector<std::string>& leftOut) {
   fmt::print(stderr, "kiv_replay: ended early by signal {} ({})", number, sigdescr_np(number));
   if (!leftOut.empty()) fmt::print(stderr, ", {} recordings left out: {}", leftOut.size(), SomeOf(leftOut));
@@ -343,8 +343,8 @@ void EndBySignal(int number, const std::vector<std::string>& leftOut) {
   raise(number);
 }
 
-// The exit status after the conditions, of the recordings that were replayed. Incomplete figures weigh more
-// than what they say.
+// Checks the conditions of --fail-if and returns the exit status. An earlier failure, which makes the figures
+// incomplete, takes precedence. `reports` are those of the recordings that were replayed.
 int CheckConditions(const CommandLine& line, const std::vector<RecordingReport>& reports, int status) {
   if (line.failConditions.empty() || reports.empty()) return status;
   std::vector<Summary> summaries;
@@ -359,7 +359,7 @@ int CheckConditions(const CommandLine& line, const std::vector<RecordingReport>&
   return status;
 }
 
-// Prints the errors, writes what is not written line by line, and returns the exit status.
+// Prints the errors, writes all that is not written line by line, and returns the exit status.
 int Finish(const CommandLine& line, std::vector<RecordingReport> reports, LineOutputs& lineOutputs) {
   const int status = StatusOf(reports);
   std::vector<std::string> leftOut;
@@ -374,7 +374,7 @@ int Finish(const CommandLine& line, std::vector<RecordingReport> reports, LineOu
   std::erase_if(reports, [](const RecordingReport& report) { return report.status != ReplayStatus::Done; });
   if (!reports.empty()) {
     lineOutputs.Finish(reports);
-    WriteReports(line, reports, lineOutputs.Failure());  // else the reports of an earlier run stay
+    WriteReports(line, reports, lineOutputs.Failure());  // otherwise the reports of an earlier run stay
   } else if (lineOutputs.Failure() != nullptr) {
     std::rethrow_exception(lineOutputs.Failure());
   }
@@ -404,11 +404,11 @@ int RunMerge(CommandLine line) {
     merger.Add(file, path);
   }
   if (merger.Repeated() > 0) {
-    fmt::print(stderr, "kiv_replay: warning: {} lines are the same as others; is a file given twice?\n",
+    fmt::print(stderr, "kiv_replay: warning: {} lines are the same as other lines; was a file given twice?\n",
                merger.Repeated());
   }
   std::vector<RecordingReport> reports = merger.Reports();
-  if (reports.empty()) throw std::runtime_error("nothing to merge: the files have no lines of recordings");
+  if (reports.empty()) throw std::runtime_error("nothing to merge: the files contain no lines of recordings");
   line.replay = merger.Settings().value_or(ReplayOptions());
   LineOutputs lineOutputs(line);
   for (const RecordingReport& report : reports) lineOutputs.Write(report);

@@ -24,21 +24,23 @@ namespace {
 constexpr const char* kDescription =
     R"(Replays recorded page loads through the preloading plugin and shows what it gained.
 
-Every repeat visit of a page runs four times in one model of the network: off (without the plugin), plugin, hints
-(everything known is requested at the document's first byte) and oracle (everything known is in memory: a bound).)";
+Every repeat visit of a page runs in six ways in the same model of the network: off (without the plugin), plugin,
+hints (everything known is requested at the document's first byte), preconnect (without the plugin, but connections
+are opened ahead), reachable (what the best preloader could reach) and oracle (everything known is in memory).)";
 
 constexpr const char* kExamples = R"(Examples:
-  kiv_replay shop.har                                 the table, on the 4g profile
-  kiv_replay --profile 3g --html report.html *.har    and the waterfalls of every visit
-  kiv_replay --json - *.har | jq .gap_closed          one JSON object per recording
+  kiv_replay shop.har                                 prints the table, for the 4g profile
+  kiv_replay --profile 3g --html report.html *.har    also writes the waterfalls of every visit
+  kiv_replay --json - *.har | jq .gap_closed          prints one JSON object per recording
   kiv_replay --prop net.cv.kiv.prlimit=8 --log 4 shop.har
   kiv_replay --fail-if 'slower_visits > 0' recordings/  for a CI job
-  kiv_replay merge --html all.html results/*.jsonl    one report of what was replayed elsewhere with --json
+  kiv_replay merge --html all.html results/*.jsonl    makes one report of results written with --json
 
-A report on standard output moves the table and the log to standard error.
-Exit status: 0, 1 after a fault of the plugin or the program, 2 after bad input, 3 when a --fail-if holds.)";
+If a report goes to standard output, the table and the log go to standard error.
+Exit status: 0 on success, 1 after a fault of the plugin or the program, 2 after bad input, 3 if a --fail-if
+condition holds.)";
 
-// The values as given; each is read by a function below, so that all errors look alike.
+// The values as they were given. A function below reads each of them, so that all errors look alike.
 struct Texts {
   std::string profile = "4g";
   std::string rtt, down;
@@ -61,7 +63,11 @@ struct Texts {
   throw std::runtime_error(place + ": " + what);
 }
 
-// A decimal number that fills the text; nothing else.
+[[noreturn]] void RefuseValue(const char* option, const std::string& mustBe, const std::string& text) {
+  throw std::runtime_error(fmt::format("{} must be {}, got '{}'", option, mustBe, text));
+}
+
+// Returns nothing unless the whole text is one decimal number.
 template <typename Number>
 std::optional<Number> WholeNumber(std::string_view text) {
   Number value{};
@@ -73,7 +79,7 @@ std::optional<Number> WholeNumber(std::string_view text) {
 unsigned Count(const char* option, const std::string& text, unsigned least, unsigned most) {
   const auto value = WholeNumber<unsigned>(text);
   if (!value || *value < least || *value > most) {
-    Refuse(option, fmt::format("'{}' is no whole number from {} to {}", text, least, most));
+    RefuseValue(option, fmt::format("a whole number from {} to {}", least, most), text);
   }
   return *value;
 }
@@ -81,7 +87,7 @@ unsigned Count(const char* option, const std::string& text, unsigned least, unsi
 double Figure(const char* option, const std::string& text, const char* unit, double least, double most) {
   const auto value = WholeNumber<double>(text);
   if (!value || !(*value >= least && *value <= most)) {
-    Refuse(option, fmt::format("'{}' is no number of {} from {} to {}", text, unit, least, most));
+    RefuseValue(option, fmt::format("a number of {} from {} to {}", unit, least, most), text);
   }
   return *value;
 }
@@ -98,8 +104,7 @@ double Duration(const char* option, const std::string& text) {
                                       : 0;
   constexpr double kTenYears = 3650 * 86400e3;
   if (!value || factor == 0 || *value * factor > kTenYears) {
-    Refuse(option,
-           fmt::format("'{}' is no duration like 500ms, 90s, 30m, 1h or 2d (ten years at most)", text));
+    RefuseValue(option, "a duration of at most ten years, such as 500ms, 90s, 30m, 1h or 2d", text);
   }
   return *value * factor;
 }
@@ -124,8 +129,7 @@ std::string ProfilesText() {
 
 NetworkProfile Profile(const Texts& texts) {
   const NetworkProfile* const found = FindNetworkProfile(texts.profile);
-  if (found == nullptr)
-    Refuse("--profile", fmt::format("must be one of {}, got '{}'", ProfileNames(), texts.profile));
+  if (found == nullptr) RefuseValue("--profile", "one of " + ProfileNames(), texts.profile);
   NetworkProfile profile = *found;
   if (!texts.rtt.empty()) profile.rttMs = Figure("--rtt", texts.rtt, "milliseconds", 0, 60000);
   if (!texts.down.empty()) profile.downMbit = Figure("--down", texts.down, "Mbit/s", 0.001, 100000);
@@ -168,7 +172,7 @@ std::string WholeFile(const char* option, const std::string& path) {
 }
 
 bool OnOrOff(const char* option, const std::string& text) {
-  if (text != "on" && text != "off") Refuse(option, fmt::format("'{}' is neither on nor off", text));
+  if (text != "on" && text != "off") RefuseValue(option, "on or off", text);
   return text == "on";
 }
 
@@ -176,7 +180,7 @@ std::optional<ParentRule> Parents(const std::string& text) {
   if (text == "best") return std::nullopt;
   if (text == "recorded") return ParentRule::Recorded;
   if (text == "inferred") return ParentRule::Inferred;
-  Refuse("--parents", fmt::format("'{}' is none of best, recorded and inferred", text));
+  RefuseValue("--parents", "best, recorded or inferred", text);
 }
 
 ReplayOptions Replay(const Texts& texts) {
@@ -199,12 +203,13 @@ ReplayOptions Replay(const Texts& texts) {
   return options;
 }
 
-// An option without its value takes the next option for it.
+// An option whose value was forgotten takes the next option as its value.
 void CheckValue(const std::string& option, const std::string& value) {
   if (value.starts_with("--")) Refuse(option, fmt::format("needs a value, got the option '{}'", value));
 }
 
-// A merge has only outputs to choose: the rest is in the lines.
+// A merge accepts only options that choose outputs. All other settings were fixed when the lines were
+// written.
 void CheckMerge(const CLI::App& app, const std::vector<std::string>& paths) {
   const std::set<std::string> allowed = {"RECORDING", "--fail-if", "--force"};
   for (const CLI::Option* option : app.get_options()) {
@@ -212,12 +217,13 @@ void CheckMerge(const CLI::App& app, const std::vector<std::string>& paths) {
         std::any_of(ReportFormats().begin(), ReportFormats().end(),
                     [option](const ReportFormat& format) { return format.option == option->get_name(); });
     if (option->count() > 0 && !isOutput && !allowed.contains(option->get_name())) {
-      Refuse(option->get_name(), "is of no use to merge: it was chosen when the lines were made");
+      Refuse(option->get_name(), "cannot be used with merge: it was chosen when the JSON lines were written");
     }
   }
   for (size_t index = 0; index < paths.size(); ++index) {
     if (paths[index].empty() || !ReportFormats()[index].needsReplay) continue;
-    Refuse(ReportFormats()[index].option, "cannot be made by merge: JSON lines do not hold the loads");
+    Refuse(ReportFormats()[index].option,
+           "cannot be written by merge, because JSON lines do not contain the page loads");
   }
 }
 
@@ -234,57 +240,61 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     return app.add_option(name, value, what)->type_name(unit)->group("Options");
   };
   app.add_option("RECORDING", line.recordings,
-                 "HAR files, also gzip or zstd data; folders of them; @FILE for a list; - for standard input")
+                 "HAR files (may be compressed with gzip or zstd), folders of them, @FILE for a list, - for "
+                 "standard input")
       ->type_name("");
-  text("--default", texts.defaultRecording, "the recording to replay when none is named", "FILE");
-  text("--plugin", line.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
+  text("--default", texts.defaultRecording, "the recording to replay if no RECORDING is given", "FILE");
+  text("--plugin", line.pluginPath, "the plugin to load [libkiv_proc_plugin.so of the build]", "PATH");
   app.add_option("--prop", texts.properties, "set a system property; may be repeated")
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false);
-  text("--props", texts.propertiesFile, "set the properties in FILE: lines name=value, # comments", "FILE");
+  text("--props", texts.propertiesFile,
+       "set the properties in FILE, which has lines name=value and comments after #", "FILE");
   const std::string profiles = ProfilesText();
   text("--profile", texts.profile, profiles.c_str(), "NAME")->capture_default_str();
   text("--rtt", texts.rtt, "round trip time, instead of the profile's", "MS");
   text("--down", texts.down, "bandwidth, instead of the profile's", "MBIT");
   text("--sockets", texts.sockets, "connections per host over HTTP/1.1", "N")->capture_default_str();
-  text("--visits", texts.visits, "loads made of each page of a recording that loads no page twice", "N")
+  text("--visits", texts.visits, "how often to load each page of a recording that loads no page twice", "N")
       ->capture_default_str();
   text("--revisit-after", texts.revisitAfter, "time between visits: 500ms, 90s, 30m, 1h, 2d", "TIME")
       ->capture_default_str();
-  text("--join", texts.join, "on: a request waits for its preload under way; off: it is fetched twice",
-       "on|off")
+  text("--join", texts.join,
+       "on: a request waits for its running preload; off: the resource is fetched twice", "on|off")
       ->capture_default_str();
   text("--preconnect", texts.preconnect, "on: connections are opened before the page asks for them", "on|off")
       ->capture_default_str();
-  text(
-      "--parents", texts.parents,
-      "what late requests wait for: as recorded, inferred from what ended just before, or whichever predicts "
-      "another load of the page better",
-      "best|recorded|inferred")
+  text("--parents", texts.parents,
+       "what late requests wait for: the recorded initiator, the request that ended just before, or "
+       "whichever of "
+       "the two predicts another load of the page better",
+       "best|recorded|inferred")
       ->capture_default_str();
-  text("--certificates", texts.certificates, "on: a TLS set-up brings certificates over the link", "on|off")
+  text("--certificates", texts.certificates, "on: a TLS handshake transfers certificates over the link",
+       "on|off")
       ->capture_default_str();
-  text("--dns", texts.dns, "on: the first connection to a host name waits for its address", "on|off")
+  text("--dns", texts.dns, "on: the first connection to a host name waits for a DNS lookup", "on|off")
       ->capture_default_str();
-  text("--slow-start", texts.slowStart, "on: connections begin with a small window", "on|off")
+  text("--slow-start", texts.slowStart, "on: connections start with a small congestion window", "on|off")
       ->capture_default_str();
-  text("--beacons", texts.beaconsFile, "what counts as tracking, instead of replay/model/beacons.txt",
+  text("--beacons", texts.beaconsFile, "the list of beacons to use instead of replay/model/beacons.txt",
        "FILE");
-  text("--log", texts.log, "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines",
-       "LEVEL");
+  text("--log", texts.log,
+       "print the plugin's log: 0 for warnings and errors, 3 to add infos, 4 to add debug lines", "LEVEL");
   std::vector<std::string> paths(ReportFormats().size()), failConditions;
   for (size_t index = 0; index < paths.size(); ++index) {
     text(ReportFormats()[index].option, paths[index], ReportFormats()[index].what, "FILE");
   }
   app.add_option("--fail-if", failConditions,
-                 "exit with status 3 when it holds: a key of the JSON summary, compared with a number; may "
-                 "be repeated")
+                 "exit with status 3 if the condition holds, which compares a key of the JSON summary with a "
+                 "number; may be repeated")
       ->type_name("CONDITION")
       ->allow_extra_args(false);
-  app.add_flag("--force", line.force, "let a report replace a file that is not one");
-  text("--jobs", texts.jobs, "recordings replayed at a time [number of cores]", "N");
+  app.add_flag("--force", line.force, "let a report replace a file that is not a report");
+  text("--jobs", texts.jobs, "how many recordings to replay at the same time [number of cores]", "N");
 
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
+  std::vector<std::string> reversed(arguments.rbegin(),
+                                    arguments.rend());  // the parser takes them in this order
   line.merge = !arguments.empty() && arguments.front() == "merge";
   if (line.merge) reversed.pop_back();
   try {
@@ -306,7 +316,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   }
   if (line.merge) CheckMerge(app, paths);
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
-  if (line.recordings.empty()) Refuse("RECORDING", "name at least one (see --help)");
+  if (line.recordings.empty()) Refuse("RECORDING", "at least one is needed (see --help)");
   for (const std::string& condition : failConditions) {
     try {
       line.failConditions.push_back(ParseFailCondition(condition));

@@ -22,18 +22,18 @@ struct CommandLine {
   ReplayOptions replay;
   std::string pluginPath;               // empty: the library beside the program
   std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
-  std::vector<Output> outputs;          // the reports that are wanted
-  bool force = false;                   // they may replace files that are not reports
-  bool merge = false;                   // `recordings` are files of JSON lines; `replay` is what these say
+  std::vector<Output> outputs;          // the reports to write
+  bool force = false;                   // outputs may replace files that are not reports
+  bool merge = false;                   // `recordings` are files of JSON lines, which also set `replay`
   std::vector<FailCondition> failConditions;
   std::vector<std::string> settingsPaths;  // the other files that were read: lists, --props and --beacons
   unsigned jobs = 1;
-  bool visitsGiven = false;  // replay.visits was asked for
+  bool visitsGiven = false;  // --visits was given
 };
 
 // Reads the arguments after the program's name, the files of --props and --beacons, and lists and folders of
-// recordings. Nothing after --help or --version, whose text went to `out`. Throws std::runtime_error with one
-// line that names the option and the place.
+// recordings. Returns nothing after --help or --version, whose text it writes to `out`. Throws
+// std::runtime_error with one line that names the option and the place.
 std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& arguments, std::ostream& out);
 
 }  // namespace replay

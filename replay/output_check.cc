@@ -17,20 +17,20 @@
 namespace replay {
 namespace {
 
-constexpr size_t kSignatureReach = 512;  // bytes; within them a signature begins and ends
+constexpr size_t kSignatureReach = 512;  // bytes at the start of a file that must contain the signature
 
 [[noreturn]] void Refuse(const PlannedOutput& output, const std::string& what) {
   throw std::runtime_error(std::string(output.option) + ": '" + output.path + "' " + what);
 }
 
-// A file by what it is, not by how it is called.
+// Identifies a file independently of its path.
 struct FileId {
   dev_t device;
   ino_t number;
   auto operator<=>(const FileId&) const = default;
 };
 
-// Nothing for what is not there and for what is no regular file: writing to a device or a pipe destroys
+// Nothing if the path does not exist or is not a regular file: writing to a device or a pipe destroys
 // nothing.
 std::optional<FileId> IdOf(const std::string& path, int standardStream) {
   struct stat found {};
@@ -39,7 +39,7 @@ std::optional<FileId> IdOf(const std::string& path, int standardStream) {
   return FileId{found.st_dev, found.st_ino};
 }
 
-// The place that a new file gets, whatever leads to it.
+// The canonical path of a file that does not exist yet.
 std::string PlaceOf(const std::string& path) {
   if (path == "-") return path;
   std::error_code error;
@@ -55,7 +55,7 @@ void CheckAgainstInputs(const PlannedOutput& output, const std::map<FileId, std:
                                       : "is the same file as the input '" + input + "'; name another file");
 }
 
-// Files are replaced by new ones beside them, so their folders must be writable as well.
+// A file is replaced by a new one in the same folder, so the folder must be writable as well.
 void CheckWritable(const PlannedOutput& output) {
   if (output.path == "-") return;
   struct stat found {};

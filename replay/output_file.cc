@@ -33,7 +33,7 @@ void WriteDirectly(const std::string& path, const std::string& text) {
   if (close(file) != 0 || !written) Refuse(path);
 }
 
-// Through a new file beside it. A link stays a link: what it points to is replaced.
+// Writes a new file in the same folder and renames it. A link stays a link: its target is replaced.
 void Replace(const std::string& path, const std::string& text, mode_t mode) {
   std::error_code error;
   std::filesystem::path target = std::filesystem::weakly_canonical(path, error);

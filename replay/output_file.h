@@ -1,4 +1,4 @@
-// Writes a report to its place: wholly or not at all, or line by line as it is made.
+// Writes a report to its file: either the whole file or nothing, or line by line as the report is made.
 #ifndef REPLAY_OUTPUT_FILE_H_
 #define REPLAY_OUTPUT_FILE_H_
 
@@ -6,12 +6,11 @@
 
 namespace replay {
 
-// Replaces the file at `path` in one step; "-" is standard output. What is no regular file (a device, a pipe)
-// is written to directly. Throws std::runtime_error with one line that names the file; it is then as before.
+// Replaces the file at `path` in one step; "-" is standard output. A device or a pipe is written to directly.
+// Throws std::runtime_error with one line that names the file, which is then unchanged.
 void WriteOutput(const std::string& path, const std::string& text);
 
-// Writes to `path` as it is told to. The file is created, or emptied, by the first Write(); "-" is standard
-// output.
+// Writes to `path` piece by piece. The first Write() creates or empties the file; "-" is standard output.
 class OutputStream {
  public:
   explicit OutputStream(std::string path);
@@ -19,7 +18,7 @@ class OutputStream {
   OutputStream(const OutputStream&) = delete;
   OutputStream& operator=(const OutputStream&) = delete;
 
-  // The text is with the system when it returns. Throws std::runtime_error with one line that names the file.
+  // Returns when the system has the text. Throws std::runtime_error with one line that names the file.
   void Write(const std::string& text);
 
  private:

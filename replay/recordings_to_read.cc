@@ -82,7 +82,7 @@ RecordingsToRead FindRecordings(const std::vector<std::string>& arguments) {
   if (std::count(found.recordings.begin(), found.recordings.end(), "-") +
           std::count(found.lists.begin(), found.lists.end(), "-") >
       1) {
-    throw std::runtime_error("RECORDING: standard input ('-') can be read once only");
+    throw std::runtime_error("RECORDING: standard input ('-') can be read only once");
   }
   return found;
 }

@@ -7,26 +7,26 @@
 
 namespace http {
 
-// Seconds as max-age and Age hold them: digits only. A number too great for the type that holds it means
-// 2^31, as does every one beyond that. Nothing for anything else.
+// Parses seconds as in max-age and Age, which consist of digits only. Numbers above 2^31 become 2^31. Returns
+// nothing for any other text.
 std::optional<double> ParseSeconds(std::string_view text);
 
-// If a directive with a number is repeated, the first one counts. Directives that only concern shared caches
-// (s-maxage, proxy-revalidate) are left out.
+// If a directive with a number is repeated, the first one counts. Directives that concern only shared caches
+// (s-maxage, proxy-revalidate) are ignored.
 struct ResponseCacheControl {
   bool noStore = false;
   bool noCache =
-      false;  // also when it names fields: a cache may treat all alike. Also Pragma: no-cache alone.
+      false;  // even if it names fields, because a cache may ignore the names. Also Pragma: no-cache alone.
   bool mustRevalidate = false;
   bool mustUnderstand = false;
   bool isPublic = false;
-  bool isPrivate = false;  // also when it names fields
+  bool isPrivate = false;  // even if it names fields
   bool immutable = false;
   std::optional<double> maxAgeS;  // 0 if its value cannot be parsed
 };
 ResponseCacheControl ReadResponseCacheControl(std::string_view responseBlock);
 
-// A value that cannot be parsed counts as the most restrictive one.
+// A value that cannot be parsed counts as the most restrictive value.
 struct RequestCacheControl {
   bool noStore = false;
   bool noCache = false;  // also Pragma: no-cache alone

@@ -6,8 +6,8 @@
 
 namespace http {
 
-// Whether a header of that name ends at this connection's end, in requests or in responses, whether or not a
-// Connection header names it.
+// Whether a header with that name is for this connection only (hop-by-hop), in requests or in responses,
+// whether or not a Connection header names it.
 bool IsOfOneConnection(std::string_view name);
 
 }  // namespace http

@@ -7,8 +7,9 @@
 namespace http {
 
 // Whether the request accepts every coding in the response's Content-Encoding, or an uncoded body if there is
-// none. Without Accept-Encoding everything is accepted; with an empty one, only an uncoded body. A quality
-// that cannot be parsed counts as 0. The first mention of a coding counts.
+// no Content-Encoding. A request without Accept-Encoding accepts everything, and one with an empty
+// Accept-Encoding only an uncoded body. A quality that cannot be parsed counts as 0. If a coding is repeated,
+// the first one counts.
 bool AcceptsCodingOf(std::string_view requestHeaders, std::string_view responseBlock);
 
 }  // namespace http

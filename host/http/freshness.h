@@ -9,24 +9,24 @@
 
 namespace http {
 
-// Whether the headers of a GET and of its response let a private cache store it. What a cache makes of the
-// body, and of a 206 and a 304, which may be stored only as a part or as a renewal of something else, is up
-// to the cache.
+// Whether the headers of a GET and of its response permit a private cache to store the response. The cache
+// itself decides about the body, and about a 206 and a 304, which may be stored only as a part or a renewal
+// of another response.
 bool MayStore(int status, std::string_view requestHeaders, std::string_view responseBlock);
 
-// For how long after it was made a stored response is fresh: what the server says, else a tenth of the time
-// since it was last modified, for a status that allows a guess. May be negative. `receivedMs`, the moment of
-// its arrival, stands in for a missing Date. That it may have to be validated each time (no-cache) is a
-// matter of its own.
+// For how long after its creation a stored response is fresh: as the server says, else, for a status that
+// permits a heuristic, a tenth of the time since it was last modified. May be negative. `receivedMs`, the
+// time of its arrival, replaces a missing Date. This function ignores no-cache, which requires validation
+// each time.
 double LifetimeMs(int status, std::string_view responseBlock, std::optional<double> receivedMs);
 
-// The age of a response when it arrived: by its Age and how long it took to come, or by its Date, whichever
-// is more.
+// The age of a response when it arrived, computed from its Age and the duration of the request, or from its
+// Date, whichever is greater.
 double InitialAgeMs(std::string_view responseBlock, double requestedMs, double receivedMs);
 
-// Milliseconds from its arrival for which the response is fresh, by the rules for a private cache: 0 when it
-// may be stored but has to be validated each time, nothing when it may not be stored. `rawHeaders` is a block
-// as Request::responseHeaders holds it. Its age counts as far as Age tells it: clocks of recorders are not
+// For how many milliseconds after its arrival the response is fresh, by the rules for a private cache: 0 if
+// it may be stored but must be validated each time, nothing if it must not be stored. `rawHeaders` is a block
+// as in Request::responseHeaders. Its age is taken only from Age, because the clocks of recorders are not
 // compared with those of servers.
 std::optional<double> FreshForMs(std::string_view method, int status, const std::string& rawHeaders,
                                  std::optional<double> receivedMs = std::nullopt);

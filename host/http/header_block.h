@@ -1,6 +1,7 @@
-// Reads the two kinds of header blocks that this project hands around: a response's raw block (the status
-// line and the header lines, each ended by a NUL byte, and one more NUL at the end) and a request's header
-// text ("Name: value" CRLF for each header). Views point into the block. Any thread.
+// Reads the two kinds of header blocks that this project uses: the raw block of a response (the status line
+// and the header lines, each followed by a NUL byte, and one more NUL at the end) and the header text of a
+// request
+// ("Name: value" CRLF for each header). Views point into the block. Any thread.
 #ifndef HOST_HTTP_HEADER_BLOCK_H_
 #define HOST_HTTP_HEADER_BLOCK_H_
 
@@ -12,8 +13,8 @@
 
 namespace http {
 
-// The header lines of a block and what ends each of them. A block with a NUL byte in it is a response's; its
-// first line is not among them, whatever it says.
+// The header lines of a block and their terminator. A block that contains a NUL byte belongs to a response;
+// its first line is never one of the header lines.
 struct HeaderLines {
   std::string_view text;
   std::string_view lineEnd;
@@ -23,7 +24,7 @@ HeaderLines HeaderLinesOf(std::string_view block);
 // The first line of a response's block without its NUL; empty for a request.
 std::string_view StatusLine(std::string_view block);
 
-// Calls onHeader(name, value) for each header in the order of the lines, without the blanks around them.
+// Calls onHeader(name, value) for each header, in the order of the lines and without surrounding blanks.
 // Lines without a colon or a name are skipped.
 template <typename OnHeader>
 void ForEachHeader(std::string_view block, const OnHeader& onHeader) {
@@ -32,11 +33,11 @@ void ForEachHeader(std::string_view block, const OnHeader& onHeader) {
   while (net::TakeHeader(text, lineEnd, name, value)) onHeader(name, value);
 }
 
-// The value of the first header with that name, which may be empty; nothing if there is none.
+// The value of the first header with that name; it may be empty. Nothing if there is no such header.
 std::optional<std::string_view> FindHeader(std::string_view block, std::string_view name);
 
-// The values of all headers with that name, joined with ", ", for headers that are lists. Nothing if there
-// is none.
+// The values of all headers with that name, joined with ", ", for headers that are lists. Nothing if there is
+// no such header.
 std::optional<std::string> CombinedHeader(std::string_view block, std::string_view name);
 
 bool HasHeader(std::string_view block, std::string_view name);

@@ -1,5 +1,5 @@
-// The values of headers that are lists: items between commas, directives ("name" or "name=value"), entity
-// tags. Views point into the list. Any thread.
+// Parses the values of headers that are lists of items, of directives ("name" or "name=value") or of entity
+// tags, separated by commas. Views point into the list. Any thread.
 #ifndef HOST_HTTP_LISTS_H_
 #define HOST_HTTP_LISTS_H_
 
@@ -8,10 +8,10 @@
 
 namespace http {
 
-// Takes the next item off a list that is not empty, with its separator; what is left of the item without the
-// blanks around it may be empty. A separator inside a quoted string belongs to the item; in there a backslash
-// takes away the meaning of the character that follows. A quote that is never closed takes the rest of the
-// list.
+// Removes the next item and its separator from a list that is not empty, and returns the item without
+// surrounding blanks; it may be empty. A separator inside a quoted string belongs to the item. In a quoted
+// string, a backslash escapes the next character. A quotation mark that is never closed quotes the rest of
+// the list.
 std::string_view TakeItem(std::string_view& list, char separator = ',');
 
 // Calls onItem(item) for every item that is not empty.
@@ -22,10 +22,11 @@ void ForEachItem(std::string_view list, const OnItem& onItem) {
   }
 }
 
-// Whether one of the items is this one, without regard to case.
+// Whether one of the items equals this one, ignoring case.
 bool ListHas(std::string_view list, std::string_view token);
 
-// "max-age=60" or "no-store". The value stands without the quotes around it; nothing when there is no "=".
+// A directive like "max-age=60" or "no-store". The value has no quotes around it, and is absent without a
+// "=".
 struct Directive {
   std::string_view name;
   std::optional<std::string_view> value;
@@ -41,22 +42,22 @@ void ForEachDirective(std::string_view list, const OnDirective& onDirective) {
   });
 }
 
-// The value of an ETag header. A tag without quotes, which some servers send, is kept as it is and does not
-// equal any tag with quotes.
+// The value of an ETag header. A tag without quotes, which some servers send, is kept as it is, and is not
+// equal to any tag with quotes.
 struct EntityTag {
   bool weak = false;
   std::string_view opaque;  // with its quotes
 };
 
-// Nothing when the text is not exactly one entity tag.
+// Returns nothing unless the text is exactly one entity tag.
 std::optional<EntityTag> ParseEntityTag(std::string_view text);
 
-// Strong comparison: the same, and neither is weak. Weak comparison: the same.
+// The strong comparison requires equal tags of which neither is weak, the weak comparison only equal tags.
 bool MatchesStrongly(const EntityTag& a, const EntityTag& b);
 bool MatchesWeakly(const EntityTag& a, const EntityTag& b);
 
-// Takes the next item off a list of entity tags that is not empty; nothing when it is not a tag. Tags know no
-// backslashes.
+// Removes the next item from a list of entity tags that is not empty. Returns nothing if the item is not a
+// tag. Tags have no escapes.
 std::optional<EntityTag> TakeEntityTag(std::string_view& list);
 
 }  // namespace http

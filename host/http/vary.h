@@ -6,10 +6,10 @@
 
 namespace http {
 
-// Whether each header that the response's Vary names has the same value in the request as in the headers that
-// were sent when the response came. Values are compared as lists of items: neither the blanks around commas
-// nor how a list is spread over lines makes a difference. A header that is missing equals only one that is
-// missing. Never for "*".
+// Whether each header that the response's Vary names has the same value in the request as in the headers of
+// the request that fetched the response. Values are compared as lists of items, so blanks around commas and
+// the distribution of a list over lines make no difference. A missing header equals only a missing header.
+// Returns false for "*".
 bool VaryAllows(std::string_view responseBlock, std::string_view requestHeaders,
                 std::string_view sentHeaders);
 

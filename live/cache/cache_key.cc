@@ -8,42 +8,13 @@
 namespace live {
 namespace {
 
-// "http://a.test:80" of "http://a.test:80/path"; empty when there is no authority.
-std::string_view OriginText(std::string_view url) {
-  const size_t scheme = url.find("://");
-  if (scheme == std::string_view::npos) return {};
-  return url.substr(0, url.find_first_of("/?#", scheme + 3));
+std::string_view SchemeOf(std::string_view url) {
+  return url.substr(0, url.find(':'));
 }
 
-bool HasScheme(std::string_view reference) {
-  const size_t end = reference.find_first_of(":/?#");
-  return end != std::string_view::npos && end > 0 && reference[end] == ':';
-}
-
-bool SameOrigin(const std::string& a, const std::string& b) {
-  const GURL left(a), right(b);
-  return left.is_valid() && right.is_valid() && left.host() == right.host() &&
-         left.EffectiveIntPort() == right.EffectiveIntPort() &&
-         net::EqualsIgnoringCase(a.substr(0, a.find(':')), b.substr(0, b.find(':')));
-}
-
-// Takes "." and ".." out of a path that begins with a slash. What "?" introduces is kept as it is.
-std::string WithoutDots(std::string_view path) {
-  const std::string_view query = path.substr(std::min(path.find('?'), path.size()));
-  path.remove_suffix(query.size());
-  std::string clean;
-  while (!path.empty()) {
-    const size_t end = std::min(path.find('/', 1), path.size());
-    const std::string_view segment = path.substr(0, end);  // with the slash before it
-    path.remove_prefix(end);
-    if (segment == "/..") clean.resize(std::min(clean.rfind('/'), clean.size()));
-    if (segment != "/." && segment != "/..") {
-      clean += segment;
-    } else if (path.empty()) {
-      clean += '/';
-    }
-  }
-  return clean.append(query);
+bool HaveSameOrigin(const GURL& a, const GURL& b) {
+  return !a.host().empty() && a.host() == b.host() && a.EffectiveIntPort() == b.EffectiveIntPort() &&
+         net::EqualsIgnoringCase(SchemeOf(a.spec()), SchemeOf(b.spec()));
 }
 
 }  // namespace
@@ -53,24 +24,14 @@ std::string WithoutFragment(std::string_view url) {
 }
 
 std::optional<std::string> SameOriginTarget(const std::string& base, std::string_view reference) {
-  const std::string origin(OriginText(base));
-  if (origin.empty()) return std::nullopt;
-  reference = reference.substr(0, reference.find('#'));
-  if (reference.starts_with("//") || HasScheme(reference)) {
-    const std::string scheme = reference.starts_with("//") ? base.substr(0, base.find(':') + 1) : "";
-    const std::string absolute = scheme + std::string(reference);
-    if (!SameOrigin(base, absolute)) return std::nullopt;
-    reference = reference.substr(OriginText(absolute).size() - scheme.size());
-    if (!reference.starts_with('/')) return origin + "/" + std::string(reference);
-  }
-  if (reference.starts_with('/')) return origin + WithoutDots(reference);
-  std::string_view path = std::string_view(base).substr(origin.size());
-  path = path.substr(0, path.find('#'));
-  if (reference.empty()) return origin + std::string(path);
-  path = path.substr(0, path.find('?'));
-  if (!reference.starts_with('?')) path = path.substr(0, path.rfind('/') + 1);
-  std::string target = path.empty() ? "/" : std::string(path);
-  return origin + WithoutDots(target.append(reference));
+  const GURL from(base);
+  const GURL target = from.Resolve(std::string(reference));
+  if (!HaveSameOrigin(from, target)) return std::nullopt;
+  // Resolving the path once more spells the origin as in `base`, and removes dots from an absolute reference.
+  const std::string& url = target.spec();
+  const size_t pathBegin = std::min(url.find_first_of("/?", url.find("://") + 3), url.size());
+  const std::string path = url.substr(pathBegin);
+  return from.Resolve(path.starts_with('/') ? path : "/" + path).spec();
 }
 
 }  // namespace live

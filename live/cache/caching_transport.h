@@ -33,7 +33,9 @@ class CachingTransport final : public host::Transport {
   void SetUrgency(host::TransferId id, host::Urgency urgency) override;
   void SetReading(host::TransferId id, bool reading) override;
   host::TransferReport Cancel(host::TransferId id) override;
-  void Preconnect(const std::string& url, size_t count) override { network_.Preconnect(url, count); }
+  void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) override {
+    network_.Preconnect(url, count, context);
+  }
 
   // Whether a GET of the URL with these header lines would be answered without the network now.
   bool IsFresh(const std::string& url, const std::string& headers);

@@ -124,11 +124,11 @@ class ProxyEngine::NavigationContext final : public ConnectPolicy {
       : engine_(engine), origin_(OriginOf(request.url)), isCertain_(IsCertainNavigation(request.headers)) {}
 
   bool MayConnectTo(std::string_view address) const override {
-    const bool isPrivate = IsPrivateAddress(address);
-    if (isPrivate && !isCertain_ && !engine_.settings_.allowPrivate) return false;
-    engine_.isPrivateOrigin_.Use(origin_) = isPrivate;
+    return isCertain_ || engine_.settings_.allowPrivate || !IsPrivateAddress(address);
+  }
+  void SendsTo(std::string_view address) const override {
+    engine_.isPrivateOrigin_.Use(origin_) = IsPrivateAddress(address);
     engine_.isPrivateOrigin_.DropExcess();
-    return true;
   }
 
  private:
@@ -328,6 +328,13 @@ void ProxyEngine::SetReading(host::LoadId id, bool reading) {
   stack_.SetReading(id, reading);
 }
 
+// The origin that the browser names is all that an upgrade tells of its page.
+AddressRule ProxyEngine::AddressesFor(const BrowserRequest& request) {
+  return [policy = OutsideContextFor(request)](const std::string& address) {
+    return policy->MayConnectTo(address);
+  };
+}
+
 // --- Pages
 
 void ProxyEngine::BeginPage(TabId id, const BrowserRequest& request) {
@@ -382,6 +389,10 @@ std::shared_ptr<ConnectPolicy> ProxyEngine::ContextFor(const BrowserRequest& req
     return std::make_shared<NavigationContext>(*this, request);
   }
   if (page != nullptr) return page->context;
+  return OutsideContextFor(request);
+}
+
+std::shared_ptr<ConnectPolicy> ProxyEngine::OutsideContextFor(const BrowserRequest& request) const {
   // Scripts cannot choose these headers. "none" is what the user or the browser itself asks for.
   const std::string site = HeaderOf(request.headers, "Sec-Fetch-Site");
   std::string from = OriginOf(HeaderOf(request.headers, "Origin"));

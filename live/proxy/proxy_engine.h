@@ -75,6 +75,7 @@ class ProxyEngine final : public RequestHandler {
   host::LoadId Start(const BrowserRequest& request, host::LoadClient& client) override;
   void Cancel(host::LoadId id) override;
   void SetReading(host::LoadId id, bool reading) override;
+  AddressRule AddressesFor(const BrowserRequest& request) override;
 
   // What is known of pages, for who keeps it between runs. An observer must live as long as the engine, whose
   // end makes open pages known.
@@ -91,6 +92,7 @@ class ProxyEngine final : public RequestHandler {
   OpenPage* FindPage(host::TabId id);
   void BeginPage(host::TabId id, const BrowserRequest& request);
   std::shared_ptr<ConnectPolicy> ContextFor(const BrowserRequest& request, const Placement& placement);
+  std::shared_ptr<ConnectPolicy> OutsideContextFor(const BrowserRequest& request) const;
   bool MayReachPrivate(const std::string& origin) const;
   // What is known of a page's resource; null for nothing.
   const host::KnownResource* FindKnown(const std::string& pageUrl, const std::string& url) const;

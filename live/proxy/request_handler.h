@@ -3,6 +3,7 @@
 #ifndef LIVE_PROXY_REQUEST_HANDLER_H_
 #define LIVE_PROXY_REQUEST_HANDLER_H_
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -18,6 +19,8 @@ struct BrowserRequest {
   std::shared_ptr<host::UploadBody> body;  // null for none
 };
 
+using AddressRule = std::function<bool(const std::string& address)>;
+
 // Answers requests. The client hears the response, its body as it comes, and the end, never from inside these
 // calls; a result other than kOk before the response means that there is none, and after it that the response
 // is cut: it must not look complete to the browser. Responses have no headers of one connection; of their
@@ -32,6 +35,10 @@ class RequestHandler {
   virtual void Cancel(host::LoadId id) = 0;
   // While false, the client gets no body.
   virtual void SetReading(host::LoadId id, bool reading) = 0;
+
+  // For a request that does not come this way, because a tunnel carries it (an upgrade to WebSocket): to
+  // which addresses ("192.0.2.1", "2001:db8::1") the tunnel may lead. Empty: to any.
+  virtual AddressRule AddressesFor(const BrowserRequest& /*request*/) { return {}; }
 };
 
 }  // namespace live

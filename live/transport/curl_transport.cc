@@ -82,6 +82,16 @@ int32_t ResultOf(CURLcode code) {
   }
 }
 
+std::string AddressOf(const curl_sockaddr& address) {
+  char text[INET6_ADDRSTRLEN] = "";
+  if (address.family == AF_INET) {
+    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in&>(address.addr).sin_addr, text, sizeof text);
+  } else if (address.family == AF_INET6) {
+    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6&>(address.addr).sin6_addr, text, sizeof text);
+  }
+  return text;
+}
+
 template <typename Value>
 Value Info(CURL* easy, CURLINFO what) {
   Value value{};
@@ -180,8 +190,8 @@ class CurlTransport::Impl {
         --group.active;
         // libcurl must not find the transfer that is gone; the handle itself is removed outside of it.
         curl_easy_setopt(transfer->easy.get(), CURLOPT_PRIVATE, nullptr);
-        for (const CURLoption data :
-             {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA, CURLOPT_PREREQDATA}) {
+        for (const CURLoption data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA,
+                                      CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA}) {
           curl_easy_setopt(transfer->easy.get(), data, nullptr);
         }
         doomedLists_.push_back(std::move(transfer->headers));
@@ -194,20 +204,15 @@ class CurlTransport::Impl {
     return transfer->report;
   }
 
-  void Preconnect(const std::string& url, size_t count) {
-    const std::string key = host::ConnectionGroup(url);
-    Group& group = groups_[key];
-    const bool secure = key.starts_with("https:");
-    // A server that multiplexes keeps a connection that nothing was sent on; of the others only the socket
-    // can be kept, and its TLS has to wait for the request.
-    if (secure && !group.isKnown) count = std::min<size_t>(count, 1);
-    if (secure && (!group.isKnown || group.multiplexes)) {
-      // A connection that stands is found by libcurl and left as it is, one that has ended is replaced.
-      if (group.active == 0 && group.warming == 0) Warm(key, true);
-      return;
+  void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) {
+    Plan plan{.key = host::ConnectionGroup(url), .count = count, .policy = nullptr};
+    if (const auto* const policy = dynamic_cast<const ConnectPolicy*>(context)) {
+      plan.policy = policy->weak_from_this().lock();
+      if (plan.policy == nullptr) return;
     }
-    const size_t busy = group.active + group.warming + SparesOf(key);
-    for (size_t more = busy; more < std::min(count, SocketLimit()); ++more) Warm(key, false);
+    if (planned_.size() >= upstream_.maxPlannedPreconnects) planned_.pop_front();
+    planned_.push_back(std::move(plan));
+    OpenPlanned();
   }
 
   ConnectionCounts Connections() const { return counts_; }
@@ -220,14 +225,29 @@ class CurlTransport::Impl {
     bool isKnown = false;               // it has answered, or has said in TLS what it speaks
     bool multiplexes = false;
   };
+  // Who opens sockets.
+  struct Opener {
+    Impl& owner;
+    const ConnectPolicy* policy;  // null for none
+    // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it
+    // is told is connected, which the kernel lets pass only the first time.
+    bool takesSpares;
+    bool refused = false;  // an address, by the policy
+  };
   struct Transfer {
     Transfer(Impl& o, TransferId i, const host::TransferRequest& r, host::TransferClient& c)
-        : owner(o), id(i), request(r), client(c), lines(o.upstream_.maxHeaderBytes) {}
+        : owner(o),
+          id(i),
+          request(r),
+          client(c),
+          opener{o, dynamic_cast<const ConnectPolicy*>(r.context), true},
+          lines(o.upstream_.maxHeaderBytes) {}
 
     Impl& owner;
     const TransferId id;
     host::TransferRequest request;
     host::TransferClient& client;
+    Opener opener;
     std::string group;
     Easy easy;  // null while it waits
     StringList headers;
@@ -243,9 +263,18 @@ class CurlTransport::Impl {
     std::optional<int32_t> result;  // once libcurl is done with it
     host::TransferReport report;
   };
+  // What is to be opened when its turn comes.
+  struct Plan {
+    std::string key;  // of the group
+    size_t count;
+    std::shared_ptr<const ConnectPolicy> policy;
+    size_t tried = 0;
+  };
   struct Warming {
     std::string key;
+    std::shared_ptr<const ConnectPolicy> policy;
     bool multiplexed;  // TLS and all; else the socket alone
+    Opener opener;
     Easy easy;
     std::optional<bool> speaksHttp2;  // as its TLS has said
   };
@@ -313,7 +342,7 @@ class CurlTransport::Impl {
     CURL* const easy = transfer.easy.get();
     const host::TransferRequest& request = transfer.request;
     transfer.begun = loop_.Now();
-    SetUp(easy, request.url);
+    SetUp(easy, request.url, transfer.opener);
     curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
     // Where a server is known to multiplex, one connection is waited for instead of opening several.
     curl_easy_setopt(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
@@ -328,7 +357,7 @@ class CurlTransport::Impl {
     curl_multi_add_handle(multi_, easy);
   }
 
-  void SetUp(CURL* easy, const std::string& url) {
+  void SetUp(CURL* easy, const std::string& url, Opener& opener) {
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -339,7 +368,7 @@ class CurlTransport::Impl {
     curl_easy_setopt(easy, CURLOPT_SHARE, share_);
     curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OnOpenSocket);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, &opener);
     curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
     curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
@@ -463,8 +492,11 @@ class CurlTransport::Impl {
   static int OnConnected(void* data, char* address, char* /*own*/, int /*port*/, int /*ownPort*/) {
     auto* const transfer = static_cast<Transfer*>(data);
     if (transfer == nullptr) return CURL_PREREQFUNC_ABORT;
-    const auto* const policy = dynamic_cast<const ConnectPolicy*>(transfer->request.context);
-    return policy == nullptr || policy->MayConnectTo(address) ? CURL_PREREQFUNC_OK : CURL_PREREQFUNC_ABORT;
+    const ConnectPolicy* const policy = transfer->opener.policy;
+    if (policy == nullptr) return CURL_PREREQFUNC_OK;
+    if (!policy->MayConnectTo(address)) return CURL_PREREQFUNC_ABORT;
+    policy->SendsTo(address);
+    return CURL_PREREQFUNC_OK;
   }
 
   // The connection stands. What its server speaks is known, and nothing is to be sent.
@@ -480,16 +512,17 @@ class CurlTransport::Impl {
     return CURL_PREREQFUNC_ABORT;
   }
 
-  static curl_socket_t OnOpenSocket(void* data, curlsocktype purpose, curl_sockaddr* address) {
-    auto& self = *static_cast<Impl*>(data);
-    self.openedSpare_ = self.TakeSpare(*address);
+  static curl_socket_t OnOpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
+    auto* const opener = static_cast<Opener*>(data);
+    if (opener == nullptr) return CURL_SOCKET_BAD;
+    if (opener->policy != nullptr && !opener->policy->MayConnectTo(AddressOf(*address))) {
+      opener->refused = true;
+      return CURL_SOCKET_BAD;
+    }
+    Impl& self = opener->owner;
+    self.openedSpare_ = opener->takesSpares ? self.TakeSpare(*address) : -1;
     if (self.openedSpare_ >= 0) return self.openedSpare_;
-    return OnOpenNewSocket(data, purpose, address);
-  }
-  // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it is
-  // told is connected, which the kernel lets pass only the first time.
-  static curl_socket_t OnOpenNewSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
-    ++static_cast<Impl*>(data)->counts_.opened;
+    ++self.counts_.opened;
     return socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
@@ -536,7 +569,8 @@ class CurlTransport::Impl {
     --group.active;
     // A connection that ends within the headers is no error to libcurl.
     const bool cut = code == CURLE_OK && !transfer.responded;
-    transfer.result = cut ? host::kConnectionClosed : ResultOf(code);
+    const bool refused = code == CURLE_COULDNT_CONNECT && transfer.opener.refused;
+    transfer.result = cut ? host::kConnectionClosed : refused ? host::kAborted : ResultOf(code);
     curl_multi_remove_handle(multi_, easy);
     ready_.insert(transfer.id);
     Pump();
@@ -598,23 +632,46 @@ class CurlTransport::Impl {
 
   // --- Connections for later
 
+  // As many as may be set up for nobody at a time.
+  void OpenPlanned() {
+    while (!planned_.empty()) {
+      Plan& plan = planned_.front();
+      const Group& group = groups_[plan.key];
+      // A server that multiplexes keeps a connection that nothing was sent on; of the others only the socket
+      // can be kept, and its TLS has to wait for the request.
+      const bool multiplexed = plan.key.starts_with("https:") && (!group.isKnown || group.multiplexes);
+      const size_t most = multiplexed ? 1 : std::min(plan.count, SocketLimit());
+      if (plan.tried >= most || group.active + group.warming + SparesOf(plan.key) >= most) {
+        planned_.pop_front();
+        continue;
+      }
+      if (warming_.size() >= settings_.maxPreconnects) return;
+      ++plan.tried;
+      // Of those that multiplex, one that stands is found by libcurl, and one that has ended is replaced.
+      Warm(plan, multiplexed);
+    }
+  }
+
   // A handle that sets up a connection and sends nothing.
-  void Warm(const std::string& key, bool multiplexed) {
-    if (warming_.size() >= settings_.maxPreconnects) return;
-    Easy easy(curl_easy_init());
-    CURL* const handle = easy.get();
+  void Warm(const Plan& plan, bool multiplexed) {
+    CURL* const handle = curl_easy_init();
+    Warming& warming =
+        warming_
+            .emplace(
+                handle,
+                Warming{
+                    plan.key, plan.policy, multiplexed, {*this, plan.policy.get(), false}, Easy(handle), {}})
+            .first->second;
     if (multiplexed) {
-      SetUp(handle, key + "/");
+      SetUp(handle, plan.key + "/", warming.opener);
       curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, OnWarm);
+      curl_easy_setopt(handle, CURLOPT_PREREQDATA, &warming);
     } else {
       // The socket alone, whatever is spoken on it later.
-      SetUp(handle, "http" + key.substr(key.find(':')) + "/");
+      SetUp(handle, "http" + plan.key.substr(plan.key.find(':')) + "/", warming.opener);
       curl_easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
     }
-    curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, OnOpenNewSocket);
-    ++groups_[key].warming;
-    const auto place = warming_.emplace(handle, Warming{key, multiplexed, std::move(easy)}).first;
-    curl_easy_setopt(handle, CURLOPT_PREREQDATA, &place->second);
+    ++groups_[plan.key].warming;
     tasks_.Post([this, handle] {
       if (!warming_.contains(handle)) return;
       curl_multi_add_handle(multi_, handle);
@@ -623,9 +680,8 @@ class CurlTransport::Impl {
   }
 
   void Warmed(CURL* handle, CURLcode code) {
-    const auto place = warming_.find(handle);
-    const Warming warming = std::move(place->second);
-    warming_.erase(place);
+    const auto node = warming_.extract(handle);
+    const Warming& warming = node.mapped();
     Group& group = groups_[warming.key];
     --group.warming;
     const bool opened = Info<long>(handle, CURLINFO_NUM_CONNECTS) > 0;
@@ -644,6 +700,7 @@ class CurlTransport::Impl {
     }
     curl_multi_remove_handle(multi_, handle);
     Pump();
+    OpenPlanned();
   }
 
   size_t SparesOf(const std::string& key) const {
@@ -703,6 +760,7 @@ class CurlTransport::Impl {
   std::set<TransferId> ready_;  // have events for their clients
   std::vector<Easy> doomed_;    // to be removed outside of libcurl
   std::vector<StringList> doomedLists_;
+  std::deque<Plan> planned_;
   std::map<CURL*, Warming> warming_;
   std::map<std::string, std::vector<Spare>> spare_;  // by group
   int openedSpare_ = -1;                             // the one that libcurl was given just now
@@ -729,8 +787,8 @@ void CurlTransport::SetReading(TransferId id, bool reading) {
 host::TransferReport CurlTransport::Cancel(TransferId id) {
   return impl_->Cancel(id);
 }
-void CurlTransport::Preconnect(const std::string& url, size_t count) {
-  impl_->Preconnect(url, count);
+void CurlTransport::Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) {
+  impl_->Preconnect(url, count, context);
 }
 ConnectionCounts CurlTransport::Connections() const {
   return impl_->Connections();

@@ -34,7 +34,9 @@ class CurlTransport final : public host::Transport {
   void SetUrgency(host::TransferId id, host::Urgency urgency) override;
   void SetReading(host::TransferId id, bool reading) override;
   host::TransferReport Cancel(host::TransferId id) override;
-  void Preconnect(const std::string& url, size_t count) override;
+  // When many connections are being set up for nobody already, it waits until one stands. Beyond
+  // UpstreamSettings::maxPlannedPreconnects the oldest plan is dropped.
+  void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) override;
 
   ConnectionCounts Connections() const;
 

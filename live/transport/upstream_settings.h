@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,14 +28,19 @@ struct UpstreamSettings {
 
   // How long a connection that was opened before anybody needed it is kept unused.
   int64_t keepPreconnectedMs = 30'000;
+  // Calls of Preconnect that wait because many connections are being set up; more drop the oldest one.
+  size_t maxPlannedPreconnects = 64;
 };
 
-// A request context that says which servers its transfers may reach.
-class ConnectPolicy : public net::URLRequestContext {
+// A request context that says which servers its transfers may reach. Addresses are numeric ("192.0.2.1",
+// "2001:db8::1"). Connections that are opened ahead share it; one that nobody owns by a shared pointer opens
+// none.
+class ConnectPolicy : public net::URLRequestContext, public std::enable_shared_from_this<ConnectPolicy> {
  public:
-  // Whether a transfer may use a connection to the address ("192.0.2.1", "2001:db8::1"). Asked before
-  // anything is sent, on connections that exist already as well.
+  // Whether a connection to the address may be opened, or one that exists be used. Asked for each.
   virtual bool MayConnectTo(std::string_view address) const = 0;
+  // A transfer's request is about to be sent there.
+  virtual void SendsTo(std::string_view /*address*/) const {}
 };
 
 }  // namespace live

@@ -1,16 +1,17 @@
-// Which requests of a page are beacons: tracking and advertising, which a load event may wait for and a
-// person does not. Plain functions; any thread.
+// Which requests of a page are beacons: tracking and advertising. The load event may wait for them, but
+// people do not. Plain functions; any thread.
 //
 // A request other than the navigation is a beacon when one of these holds:
-// - it is listed: its host or its path is on the list;
+// - it is listed: its host name or its path is on the list;
 // - it was initiated by a script or a frame that is a beacon;
-// - it brought nothing to show: an image of at most 100 bytes, or data with status 204, a declared length of
-//   0, or, when it was no GET, at most 100 bytes. Redirects and errors are not judged by this.
+// - its response has nothing to show: an image of at most 100 bytes, or data with status 204, with a declared
+//   length of 0, or, if the request was not a GET, of at most 100 bytes. This does not apply to redirects and
+//   errors.
 //
-// The list is text, one entry per line, # begins a comment, case does not count. An entry with a dot is a
-// host name and covers its subdomains; one with a slash at its start is the beginning of a path; any other
-// word is a label of a host name or a segment of a path, there up to its first dot (`pixel` covers
-// /a/pixel.gif).
+// The list is text with one entry per line. # starts a comment, and case is ignored. An entry with a dot is a
+// host name and covers its subdomains. An entry that starts with a slash is the beginning of a path. Any
+// other entry is a label of a host name or a segment of a path, compared up to the first dot of the segment
+// (`pixel` covers /a/pixel.gif).
 #ifndef REPLAY_MODEL_BEACONS_H_
 #define REPLAY_MODEL_BEACONS_H_
 
@@ -37,7 +38,7 @@ const BeaconList& DefaultBeaconList();
 
 bool IsListed(const BeaconList& list, const std::string& url);
 
-// By index of Page::requests. The plan tells who initiated whom.
+// The result is indexed like Page::requests. The plan says which request initiated which.
 std::vector<bool> FindBeacons(const Page& page, const PagePlan& plan, const BeaconList& list);
 
 }  // namespace replay

@@ -1,5 +1,5 @@
-// The content of simulated bodies: bytes that are not real but depend on URL and visit, so that a body served
-// in place of another is noticed. Any thread.
+// The content of simulated bodies. The bytes are not real but depend on the URL and the visit, so that it is
+// noticed if one body is served instead of another. Any thread.
 #ifndef REPLAY_MODEL_CONTENT_H_
 #define REPLAY_MODEL_CONTENT_H_
 
@@ -10,14 +10,14 @@
 
 namespace replay {
 
-// Which body is meant; from the URL and what else tells one from another.
+// Identifies a body by its URL and by whatever else distinguishes it.
 uint64_t ContentSeed(std::string_view url, uint64_t version);
 
-// Hands out `size` bytes of the body piece by piece, in order, until `take` answers false. The pieces stay
-// valid.
+// Calls `take` with `size` bytes of the body piece by piece, in order, until `take` returns false. The pieces
+// stay valid.
 void GenerateContent(uint64_t seed, int64_t size, const std::function<bool(std::string_view)>& take);
 
-// Whether these are the bytes.
+// Whether these are the bytes of the body.
 bool IsContent(uint64_t seed, std::string_view body);
 
 }  // namespace replay

@@ -1,5 +1,5 @@
 // The cookies of the simulated browser. Recorders often leave out their values, so only whether a request
-// carries cookies can be told. One thread.
+// carries cookies is known. One thread.
 #ifndef REPLAY_MODEL_COOKIE_PRESENCE_H_
 #define REPLAY_MODEL_COOKIE_PRESENCE_H_
 
@@ -14,23 +14,23 @@ namespace replay {
 
 class CookiePresence final : public net::URLRequestContext {
  public:
-  // What a GET of a URL is recorded as on the visit under way; null when it is not.
+  // The recorded GET of a URL in the current visit; null if none was recorded.
   using FindRequest = std::function<const Request*(const std::string& url)>;
   explicit CookiePresence(FindRequest find) : find_(std::move(find)) {}
 
-  // The request's header lines, with a placeholder for the value of its cookies. A request that carries
-  // cookies shows that there are some for its server.
+  // Returns the request's header lines, with a placeholder for the value of its cookies. A request that
+  // carries cookies shows that its server has set some.
   std::string SentWith(const Request& request);
-  // So does a response that sets some.
+  // A response that sets cookies shows the same.
   void ResponseSeen(const Request& request);
 
-  // The browser sends cookies with a URL when its recorded request has some, and their server is known to
-  // have set some by now.
+  // The browser sends cookies with a URL if its recorded request has some and its server is known to have set
+  // some before.
   std::string CookiesFor(const std::string& url) override;
 
  private:
   const FindRequest find_;
-  std::set<std::string> servers_;  // by host name; a leading dot stands for all names that end so
+  std::set<std::string> servers_;  // by host name; with a leading dot for all names that end in this way
 };
 
 }  // namespace replay

@@ -1,5 +1,5 @@
-// What a real network costs beyond round trips and bandwidth, each with a switch. It applies where round
-// trips and bandwidth are a profile's; what was recorded has it in its times. Any thread.
+// What a real network costs beyond round trips and bandwidth, each with a switch. These costs apply if round
+// trips and bandwidth come from a profile; recorded times already include them. Any thread.
 #ifndef REPLAY_MODEL_NETWORK_COSTS_H_
 #define REPLAY_MODEL_NETWORK_COSTS_H_
 
@@ -8,21 +8,21 @@
 namespace replay {
 
 struct NetworkCosts {
-  // A TLS set-up brings the server's certificates over the link. On: connections that nobody ends up using
-  // would be free otherwise, and a slow link notices them.
+  // A TLS set-up transfers the server's certificates over the link. This is on because connections that
+  // nobody uses in the end would otherwise cost nothing, although they slow down a slow link.
   bool certificates = true;
 
-  // The first connection to a host name waits for its address. On: browsers remember addresses for a minute,
-  // and visits are further apart.
+  // The first connection to a host name waits for a name lookup. This is on because browsers remember
+  // addresses for a minute, and visits are further apart.
   bool nameLookups = true;
 
-  // A connection begins with a small window and widens it as its bytes are acknowledged. On: most responses
-  // of a page are over before the window is wide.
+  // A connection starts with a small window, which grows as bytes are acknowledged. This is on because most
+  // responses of a page are complete before the window is large.
   bool slowStart = true;
 };
 
-// Of one set-up: a chain of two or three certificates, as most servers send it. Within a visit, later
-// connections of a group resume the session of an earlier one, which takes none.
+// The size of the two or three certificates that most servers send in one set-up. Later connections of a
+// group in the same visit resume the session of an earlier one, and need none.
 inline constexpr int64_t kCertificateBytes = 4000;
 inline constexpr int64_t kResumedBytes = 300;
 

@@ -121,7 +121,7 @@ host::TransferReport NetworkModel::Cancel(host::TransferId id) {
   return report;
 }
 
-void NetworkModel::Preconnect(const std::string& url, size_t count) {
+void NetworkModel::Preconnect(const std::string& url, size_t count, net::URLRequestContext* /*context*/) {
   planned_.push_back({&GroupOf(url), count});
   OpenPlanned();
 }

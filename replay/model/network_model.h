@@ -1,5 +1,6 @@
 // The network of a simulated page load: sockets per group, round trips, server times and the shared access
-// link. It answers with what was recorded. One thread; docs/replay-model.md has the rules and their limits.
+// link. It answers with the recorded responses. One thread. docs/replay-model.md describes the rules and
+// their limits.
 #ifndef REPLAY_MODEL_NETWORK_MODEL_H_
 #define REPLAY_MODEL_NETWORK_MODEL_H_
 
@@ -26,8 +27,8 @@ namespace replay {
 
 class NetworkModel final : public host::Transport {
  public:
-  // The server: the recorded request that answers a transfer, or null for one that nobody recorded (it is
-  // answered with 404). The record must outlive the model.
+  // The server: returns the recorded request that answers a transfer, or null if none was recorded (the
+  // answer is then a 404). The record must outlive the model.
   using Server = std::function<const Request*(const host::TransferRequest&)>;
 
   NetworkModel(host::VirtualClock& clock, const NetworkProfile& profile, const NetworkCosts& costs,
@@ -37,14 +38,15 @@ class NetworkModel final : public host::Transport {
   void SetUrgency(host::TransferId id, host::Urgency urgency) override;
   void SetReading(host::TransferId id, bool reading) override;
   host::TransferReport Cancel(host::TransferId id) override;
-  void Preconnect(const std::string& url, size_t count) override;
+  void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) override;
 
-  // Connections whose set-up began since the last Reset, and those of them that have carried no request.
+  // How many connections began their set-up since the last Reset, and how many of these have carried no
+  // request.
   size_t Connections() const { return connections_; }
   size_t UnusedConnections() const;
 
-  // Closes every connection. Only while nothing is under way. The bodies of what
-  // follows are those of `contentVersion` (see replay/model/content.h).
+  // Closes every connection. May be called only while no transfer is running. From then on, bodies are those
+  // of `contentVersion` (see replay/model/content.h).
   void Reset(uint64_t contentVersion);
 
  private:

@@ -1,4 +1,4 @@
-// The networks that can be asked for by name: names and figures as WebPageTest and sitespeed.io use them. Any
+// The networks that can be chosen by name. Names and figures are those of WebPageTest and sitespeed.io. Any
 // thread.
 #ifndef REPLAY_MODEL_NETWORK_PROFILES_H_
 #define REPLAY_MODEL_NETWORK_PROFILES_H_
@@ -10,7 +10,7 @@
 
 namespace replay {
 
-// An access link. Without a value, a request keeps what was recorded.
+// An access link. If a value is absent, requests keep their recorded times.
 struct NetworkProfile {
   std::string_view name = "4g";
   std::optional<double> rttMs = 170;
@@ -34,7 +34,7 @@ inline constexpr std::array<NetworkProfile, 13> kNetworkProfiles = {{
     {"native", std::nullopt, std::nullopt, std::nullopt},
 }};
 
-// The profile of that name, or null.
+// The profile with that name, or null.
 inline const NetworkProfile* FindNetworkProfile(std::string_view name) {
   const auto found = std::find_if(kNetworkProfiles.begin(), kNetworkProfiles.end(),
                                   [name](const NetworkProfile& profile) { return profile.name == name; });

@@ -1,6 +1,6 @@
-// When a page first paints, when DOMContentLoaded and the load event come, and what they wait for. The events
-// of the recording say what was waited for; the simulated load says when that was there. docs/replay-model.md
-// has the rules. Plain functions; any thread.
+// When a page first paints, when DOMContentLoaded and the load event come, and what they wait for. The
+// recorded events show which requests they waited for, and the simulated load shows when these were complete.
+// docs/replay-model.md describes the rules. Plain functions; any thread.
 #ifndef REPLAY_MODEL_PAGE_EVENTS_H_
 #define REPLAY_MODEL_PAGE_EVENTS_H_
 
@@ -13,8 +13,8 @@ namespace replay {
 
 PageEvents PlanEvents(const Page& page, const PagePlan& plan, const BeaconList& list);
 
-// Fills in the times of a load, the request that its load event came after, and which rows are beacons, from
-// its rows, whose times count from the page's request. The plan must have its events.
+// Computes from the rows of a load its times, the request that its load event came after, and which rows are
+// beacons. The times of the rows count from the page's request. The plan must contain its events.
 void TimeEvents(const PagePlan& plan, WayResult& way);
 
 }  // namespace replay

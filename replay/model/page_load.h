@@ -1,5 +1,5 @@
-// The browser of the simulation: asks for the requests of a page when its plan lets it, and notes when each
-// one was answered. How a request is answered is the caller's matter. One thread.
+// The simulated browser: starts the requests of a page when its plan allows, and records when each of them
+// was answered. The caller decides how a request is answered. One thread.
 #ifndef REPLAY_MODEL_PAGE_LOAD_H_
 #define REPLAY_MODEL_PAGE_LOAD_H_
 
@@ -16,11 +16,11 @@ namespace replay {
 
 class PageLoad {
  public:
-  // `ask` is called once for each request, when the browser wants it; it must see to it that FirstByte and
+  // `ask` is called once for each request, when the browser starts it. It must make sure that FirstByte and
   // then Done are called for that index later. The plan must outlive the load.
   PageLoad(host::VirtualClock& clock, const PagePlan& plan, std::function<void(size_t index)> ask);
 
-  // Called when the page has its load event.
+  // Called at the load event of the page.
   std::function<void()> onLoad;
 
   // Requests the page, now.
@@ -28,11 +28,10 @@ class PageLoad {
 
   void FirstByte(size_t index);
   void Done(size_t index);
-  // Both, for an answer that is there at once; in a task of its own.
+  // Calls both, in a task of its own, for an answer that is available at once.
   void AnswerAtOnce(size_t index);
 
-  // The row of a request, to be filled in with what `ask` knows. Times of the clock; Finish makes them
-  // relative.
+  // The row of a request, which `ask` fills in. Its times are those of the clock; Finish makes them relative.
   RequestRow& Row(size_t index) { return rows_[index]; }
 
   // The result, once every request is done.

@@ -1,5 +1,5 @@
-// When the browser asks for each request of a page: what it waits for, and how long it then thinks. Made from
-// the recording alone, so it is the same for every way of running the page. Any thread.
+// When the browser starts each request of a page: what the request waits for, and for how long after that.
+// The plan is made only from the recording, so it is the same for every way of running the page. Any thread.
 #ifndef REPLAY_MODEL_PAGE_PLAN_H_
 #define REPLAY_MODEL_PAGE_PLAN_H_
 
@@ -15,27 +15,27 @@ namespace replay {
 
 inline constexpr size_t kPageStart = static_cast<size_t>(-1);
 
-// Recorders note the ends of requests and the page's events with clocks that differ a little: up to so much
-// later than an event, an end still belongs before it.
+// Recorders take the ends of requests and the page's events from clocks that differ a little. An end that is
+// at most this much later than an event counts as before it.
 inline constexpr double kEventSlackMs = 50;
 
 struct PlannedRequest {
-  size_t parent = kPageStart;  // index of the request that this one waits for
-  bool fromFirstByte = false;  // the parent streams: its first byte counts, not its last
+  size_t parent = kPageStart;  // index of the request that this request waits for
+  bool fromFirstByte = false;  // the parent streams, so its first byte counts and not its last
   int64_t thinkUs = 0;         // from there to the request
   bool blocksLoad = false;     // the page's load event waits for it
 };
 
-// When its parent, as recorded, lets a request's think time begin.
+// When a request's think time began in the recording, given its parent.
 double ReleaseMs(const PlannedRequest& planned, const Request& parent);
 
-// What one of the page's events waits for, beside the document's first byte.
+// What one of the page's events waits for in addition to the document's first byte.
 struct AwaitedEvent {
-  std::vector<size_t> requests;  // index in Page::requests; complete when it comes
+  std::vector<size_t> requests;  // indexes in Page::requests; they are complete when the event comes
   int64_t restUs = 0;            // from the end of the last of them to the event
 };
 
-// An event that the recording does not tell is as the next later one.
+// An event that is not in the recording equals the next later event.
 struct PageEvents {
   AwaitedEvent firstPaint;
   AwaitedEvent contentLoaded;  // DOMContentLoaded

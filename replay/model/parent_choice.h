@@ -1,5 +1,5 @@
-// Which rule tells best what a page's late requests wait for: the one by which one load predicts another load
-// of the same page. Any thread.
+// Chooses the rule that determines what a page's late requests wait for: the rule by which one load of the
+// page predicts another load best. Any thread.
 #ifndef REPLAY_MODEL_PARENT_CHOICE_H_
 #define REPLAY_MODEL_PARENT_CHOICE_H_
 
@@ -11,11 +11,12 @@
 
 namespace replay {
 
-// From each load to the next one of the same page, and back.
+// Compares each load with the next load of the same page, in both directions.
 StartErrors CompareRules(const std::vector<const Page*>& loads);
 
-// `rule`: for all pages; nothing to choose for each page the one with the smaller median error. Where the
-// loads of a page do not tell, the recording is believed: over the pages that tell, inferring is no better.
+// `rule` is used for all pages. If it is absent, the rule with the smaller median error is chosen for each
+// page. If the loads of a page do not show a difference, the recorded initiators are used, because over the
+// pages that do, inferring is not better.
 ParentChoice ChooseParents(const Recording& recording, std::optional<ParentRule> rule);
 
 }  // namespace replay

@@ -1,5 +1,5 @@
-// What a late request, one that follows its initiator by more than a moment, is taken to wait for. Plain
-// values; any thread.
+// What a late request is assumed to wait for. A request is late if it follows its initiator by more than a
+// moment. Plain values; any thread.
 #ifndef REPLAY_MODEL_PARENT_RULE_H_
 #define REPLAY_MODEL_PARENT_RULE_H_
 
@@ -11,11 +11,11 @@
 namespace replay {
 
 enum class ParentRule {
-  Recorded,  // what the recording names as its initiator, however long ago that ended
-  Inferred,  // the script, stylesheet, data or frame that ended last before it, if that was just before
+  Recorded,  // the recorded initiator, however long ago it ended
+  Inferred,  // the script, stylesheet, data or frame that ended last, if that was just before the request
 };
 
-// How far off the starts of another load are that the rules predict, for the requests about which they
+// The errors with which the rules predict the starts of another load, for the requests on which the rules
 // differ.
 struct StartErrors {
   std::vector<double> recordedMs;  // one for each request that was compared
@@ -25,7 +25,7 @@ struct StartErrors {
 // A rule for each page of a recording, by the URL of its request.
 struct ParentChoice {
   std::map<std::string, ParentRule> rules;
-  StartErrors errors;  // of the pages whose loads could be compared
+  StartErrors errors;  // over the pages whose loads could be compared
 };
 
 }  // namespace replay

@@ -182,8 +182,8 @@ WayResult RunPreconnect(PlainBrowser& browser, const host::KnownPage& known) {
     fresh.push_back(browser.IsFresh(resource.url));
   }
   for (const host::ConnectionNeed& need : DecidePreconnects(known, fresh, browser.Setup().settings)) {
-    browser.Clock().PostDelayed(need.atUs,
-                                [&browser, need] { browser.Network().Preconnect(need.url, need.count); });
+    browser.Clock().PostDelayed(
+        need.atUs, [&browser, need] { browser.Network().Preconnect(need.url, need.count, nullptr); });
   }
   return browser.Run();
 }

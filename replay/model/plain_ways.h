@@ -1,4 +1,4 @@
-// The ways of running a page that need no plugin. Each run has a clock and a network of its own. One thread.
+// The ways of running a page without the plugin. Each run has its own clock and network. One thread.
 #ifndef REPLAY_MODEL_PLAIN_WAYS_H_
 #define REPLAY_MODEL_PLAIN_WAYS_H_
 
@@ -10,8 +10,8 @@
 
 namespace replay {
 
-// Runs a visit in any way but Way::Plugin and the bounds, on the disk cache that this way's last visit has
-// left. `known`: what earlier visits have taught; null for nothing.
+// Runs a visit in any way except Way::Plugin and the bounds, with the disk cache as the last visit in this
+// way has left it. `known` is what earlier visits have taught; null for nothing.
 WayResult RunPlainWay(Way way, const VisitSetup& setup, const host::KnownPage* known, DiskCache& diskCache);
 
 }  // namespace replay

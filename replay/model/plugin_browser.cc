@@ -124,7 +124,7 @@ class PluginBrowser::Client final : public host::LoadClient {
     const bool same =
         isSame_ && static_cast<int64_t>(body_.size()) == fetched_->bodyBytes && IsContent(seed_, body_);
     if (!same) {
-      throw std::runtime_error("what was preloaded for " + Wanted().url + " is not what was fetched");
+      throw std::runtime_error("the preloaded body of " + Wanted().url + " is not the one that was fetched");
     }
   }
 

@@ -1,6 +1,5 @@
-// The browser with the plugin: page loads through the real library, with Corvane's running side around it. It
-// keeps what a browser keeps between visits: disk cache, page database, and the plugin's own memory. One per
-// process.
+// The browser with the plugin: it loads pages through the real library and the host. Between visits it keeps
+// what a browser keeps: the disk cache, the page database, and the plugin's own memory. One per process.
 #ifndef REPLAY_MODEL_PLUGIN_BROWSER_H_
 #define REPLAY_MODEL_PLUGIN_BROWSER_H_
 
@@ -35,11 +34,11 @@ class PluginBrowser {
 
   bool IsFresh(const std::string& url, int64_t atUs) const { return diskCache_.IsFresh(url, atUs); }
 
-  // Loads the page and fills in the visit's plugin way and counts. Throws std::runtime_error when a body that
-  // was served is not what was fetched.
+  // Loads the page and fills in the visit's plugin way and its counts. Throws std::runtime_error if a served
+  // body is not the one that was fetched.
   void Load(const VisitSetup& setup, Visit& visit);
 
-  // The plugin's log so far, each line in the form of logcat's threadtime, when the options ask for it.
+  // The plugin's log so far, if the options ask for it. The lines have the format of logcat's threadtime.
   std::vector<std::string> TakeLog();
 
  private:
@@ -59,7 +58,7 @@ class PluginBrowser {
   CookiePresence cookies_;
   DiskCache diskCache_;
 
-  // The visit under way.
+  // The current visit.
   uint64_t contentVersion_ = 0;  // its number: each visit finds other content
   const VisitSetup* setup_ = nullptr;
   class PageLoad* load_ = nullptr;

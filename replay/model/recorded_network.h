@@ -1,5 +1,5 @@
-// What a recording tells of the network that it was made on: per group of sockets (scheme, host and port) the
-// protocol, the round trip and the connection set-up. Made once, then only read.
+// What a recording shows of the network on which it was made: for each group of connections the protocol, the
+// round trip and the connection set-up. Made once, then only read.
 #ifndef REPLAY_MODEL_RECORDED_NETWORK_H_
 #define REPLAY_MODEL_RECORDED_NETWORK_H_
 
@@ -12,18 +12,18 @@
 namespace replay {
 
 struct RecordedGroup {
-  Protocol protocol = Protocol::Http1;  // the one that most of its requests used
+  Protocol protocol = Protocol::Http1;  // the protocol that most of its requests used
   bool secure = false;
-  double rttMs = 0;      // the TCP part of its fastest connection; else that of the recording
+  double rttMs = 0;      // the TCP part of its fastest connection, or else of the recording
   double connectMs = 0;  // as recorded, with name lookup; else estimated from rttMs
 };
 
-// By host::ConnectionGroup.
+// The key is host::ConnectionGroup.
 using RecordedNetwork = std::map<std::string, RecordedGroup>;
 
 RecordedNetwork MeasureNetwork(const Recording& recording);
 
-// Round trips that a new connection costs before the first request can go out.
+// How many round trips a new connection takes before the first request can be sent.
 int ConnectRoundTrips(const RecordedGroup& group);
 
 }  // namespace replay

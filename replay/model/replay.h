@@ -1,4 +1,4 @@
-// Runs a recording through the plugin, each visit in four ways, in the model that docs/replay-model.md
+// Runs a recording through the plugin, each visit in all ways, in the model that docs/replay-model.md
 // describes.
 #ifndef REPLAY_MODEL_REPLAY_H_
 #define REPLAY_MODEL_REPLAY_H_
@@ -12,12 +12,14 @@
 
 namespace replay {
 
-// Why the visits would take more virtual time than the clock's dates can hold; empty when they do not.
+// Why the visits would take more virtual time than the dates of the clock can represent; empty if they do
+// not.
 std::string WhyTooLong(const Recording& recording, const ReplayOptions& options);
 
-// One recording in one process: the library's state is process-wide, so nothing else may use it before or
-// meanwhile. The visits must not be too long. Throws std::runtime_error on a fault of the plugin (a body that
-// is not what was fetched, an exported function that answers what it must not).
+// Replays one recording. The library's state is process-wide, so nothing else in the process may have used it
+// before or use it meanwhile. The visits must not be too long. Throws std::runtime_error on a fault of the
+// plugin (a body that is not the one that was fetched, or an exported function that returns what it must
+// not).
 RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions& options,
                                 const host::PluginFunctions& plugin);
 

@@ -1,4 +1,4 @@
-// What a replay is asked to do.
+// The options of a replay.
 #ifndef REPLAY_MODEL_REPLAY_OPTIONS_H_
 #define REPLAY_MODEL_REPLAY_OPTIONS_H_
 
@@ -18,11 +18,11 @@ struct ReplayOptions {
   NetworkProfile profile;
   NetworkCosts costs;
   int socketsPerGroup = 6;
-  uint32_t visits = 3;  // loads made of a recording that holds a single load of each page
+  uint32_t visits = 3;  // how often each page is loaded if the recording contains a single load of each page
   double revisitAfterMs = 3600e3;
   bool join = true;
   bool preconnect = true;
-  std::optional<ParentRule> parents;  // nothing: chosen for each page
+  std::optional<ParentRule> parents;  // absent: chosen for each page
   BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
   std::optional<int> logLevel;                    // keep the plugin's log at this verbosity

@@ -1,5 +1,5 @@
-// What a replay found: plain records that the reports print. Times are microseconds of the virtual clock,
-// counted from the moment the page is requested.
+// The results of a replay: plain records that the reports print. Times are microseconds of the virtual clock,
+// counted from the moment when the page is requested.
 #ifndef REPLAY_MODEL_RESULTS_H_
 #define REPLAY_MODEL_RESULTS_H_
 
@@ -15,13 +15,13 @@
 
 namespace replay {
 
-// Where a request of the page got its response from.
+// Where the response to a request of the page came from.
 enum class Source {
   Network,    // its own transaction
   DiskCache,  // fresh in the HTTP cache: no transaction
   Served,     // held by the plugin
-  Joined,     // waited for a preload, or what stands for one in a way without the plugin, that was under way
-  Memory,     // there already, in a way without the plugin
+  Joined,     // waited for a running preload, or for what takes its place in a way without the plugin
+  Memory,     // already there, in a way without the plugin
 };
 
 const char* SourceText(Source source);  // "network", "disk cache", ...
@@ -29,10 +29,10 @@ const char* SourceText(Source source);  // "network", "disk cache", ...
 struct RequestRow {
   size_t request = 0;  // index in Page::requests
   Source source = Source::Network;
-  // Of the plugin way, for a resource that came from the network or the disk cache, or that joined.
+  // Why the resource was not served. Only the plugin way sets it.
   host::NotServed why = host::NotServed::None;
   int64_t wantedUs = 0;   // the browser asks
-  int64_t connectUs = 0;  // its connection set-up begins; equals sentUs when none was needed
+  int64_t connectUs = 0;  // its connection set-up begins; equals sentUs if none was needed
   int64_t sentUs = 0;     // the request goes out
   int64_t firstByteUs = 0;
   int64_t endUs = 0;
@@ -40,7 +40,7 @@ struct RequestRow {
   bool beacon = false;      // by the rule of replay/model/beacons.h
 };
 
-// What became of a preload.
+// How a preload ended.
 enum class PreloadFate { Served, Joined, Unused, Cancelled, Failed };
 
 const char* FateText(PreloadFate fate);  // "served", ...
@@ -50,7 +50,7 @@ struct PreloadRow {
   host::ResourceKind kind = host::ResourceKind::Other;
   int64_t orderedUs = 0;
   int64_t launchedUs = 0;  // CorvaneFetch
-  int64_t connectUs = 0;   // as in RequestRow; all equal launchedUs when it never got so far
+  int64_t connectUs = 0;   // as in RequestRow; all equal launchedUs if it never got that far
   int64_t sentUs = 0;
   int64_t firstByteUs = 0;
   int64_t endUs = 0;  // done, or the end of the visit
@@ -72,11 +72,11 @@ struct WayResult {
   size_t lastRequest = 0;            // index in Page::requests: the load event came after this one
   std::vector<RequestRow> requests;  // in order of wantedUs
   std::vector<PreloadRow> preloads;  // plugin way only, in order of launch
-  uint64_t connections = 0;          // that were set up, or begun to be
-  uint64_t unusedConnections = 0;    // of these, that carried no request
+  uint64_t connections = 0;          // whose set-up was at least begun
+  uint64_t unusedConnections = 0;    // those of them that carried no request
 };
 
-// What the recorded first paint, which the simulated ones are made from, was taken from.
+// Which recorded event is used as the first paint, from which the simulated ones are computed.
 enum class PaintSource { Recorded, ContentLoaded, Load };
 
 struct Visit {
@@ -86,9 +86,9 @@ struct Visit {
   bool repeat = false;  // only repeat visits count in the figures
   bool copy = false;    // a repeat visit that replays the very load that taught the host
   PaintSource paintSource = PaintSource::Recorded;
-  PerWay<WayResult> ways;  // of a first visit only those that IsRunOnFirstVisits
+  PerWay<WayResult> ways;  // a first visit has only those for which IsRunOnFirstVisits is true
 
-  // Of the plugin way. Sub-resources only: the navigation is not counted.
+  // These are of the plugin way. They count resources, not the navigation.
   uint64_t served = 0;
   uint64_t joined = 0;
   uint64_t fetched = 0;  // over the network by the page itself
@@ -110,10 +110,10 @@ struct RecordingResult {
 
 const WayResult& Of(const Visit& visit, Way way);
 
-// Whether the load event came after a beacon.
+// Whether the last request before the load event was a beacon.
 bool EndedByBeacon(const WayResult& way);
 
-// What every report calls later or slower, in any unit: by more than 1%.
+// The definition of "later" and "slower" in every report: by more than 1%. In any unit.
 constexpr bool IsLater(double time, double reference) {
   return time * 100 > reference * 101;
 }

@@ -1,5 +1,5 @@
-// The access link: what is being received shares its bandwidth. The browser's transfers get equal shares, and
-// preloads what host/link_policy.h leaves them. One thread.
+// The access link, whose bandwidth all running transfers share. The browser's transfers get equal shares, and
+// preloads get what host/link_policy.h leaves them. One thread.
 #ifndef REPLAY_MODEL_SHARED_LINK_H_
 #define REPLAY_MODEL_SHARED_LINK_H_
 
@@ -21,17 +21,17 @@ class SharedLink {
  public:
   SharedLink(host::VirtualClock& clock, double bytesPerUs, const host::HostSettings& settings);
 
-  // Begins to transfer; `done` is called in a task of its own when the last byte is in, and never once the
-  // link is gone. The id is the caller's.
+  // Starts a transfer. `done` is called in a task of its own when the last byte has arrived, but not after
+  // the link was destroyed. The caller chooses the id.
   void Add(uint64_t id, int64_t bytes, host::Urgency urgency, std::function<void()> done);
-  // Without effect on an id that is not being transferred.
+  // Has no effect for an id that is not being transferred.
   void SetUrgency(uint64_t id, host::Urgency urgency);
-  // Stops a transfer; how many of its bytes have come.
+  // Stops a transfer and returns how many of its bytes have arrived.
   int64_t Remove(uint64_t id);
 
  private:
-  // Transfers of one urgency progress alike, so one number tells how far they all have come: the bytes that a
-  // transfer which is there since the beginning would have received. A transfer ends at a fixed value of it.
+  // Transfers of one urgency progress equally, so one number describes the progress of all: the bytes that a
+  // transfer which has existed from the start would have received. Each transfer ends at a fixed value of it.
   struct Class {
     double progress = 0;
     std::set<std::pair<double, uint64_t>> ends;  // by progress at the end

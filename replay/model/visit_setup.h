@@ -1,4 +1,4 @@
-// All that the ways of one visit have in common. Only read while they run.
+// What all ways of one visit have in common. It is only read while they run.
 #ifndef REPLAY_MODEL_VISIT_SETUP_H_
 #define REPLAY_MODEL_VISIT_SETUP_H_
 
@@ -15,7 +15,7 @@
 
 namespace replay {
 
-// The requests that a GET of a URL is answered with, the first one of each URL. Texts are the recording's.
+// The request that answers a GET, for each URL: the first one. The texts belong to the recording.
 using RequestIndex = std::unordered_map<std::string_view, const Request*>;
 void AddToIndex(const Page& page, RequestIndex& index);
 
@@ -30,8 +30,8 @@ struct VisitSetup {
   int64_t nowUs;  // when the visit begins, as the disk caches count
 };
 
-// The request that a page's own transaction or a preload is answered with: this page's, else another load's.
-// Null when nobody recorded one.
+// The recorded request that answers a transaction of the page or a preload: one of this page, else one of
+// another load. Null if none was recorded.
 const Request* FindRecorded(const VisitSetup& setup, const host::TransferRequest& request);
 
 }  // namespace replay

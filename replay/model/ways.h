@@ -1,5 +1,4 @@
-// The ways in which a visit is run: the one table of them. Any thread. docs/replay-model.md says more of
-// each.
+// The table of the ways in which a visit is run. docs/replay-model.md describes each of them. Any thread.
 #ifndef REPLAY_MODEL_WAYS_H_
 #define REPLAY_MODEL_WAYS_H_
 
@@ -10,7 +9,7 @@ namespace replay {
 
 enum class Way { Off, Plugin, Hints, Preconnect, Reachable, Oracle };
 
-// In the order in which reports show them.
+// In the order of the reports.
 inline constexpr std::array kWays = {Way::Off,        Way::Plugin,    Way::Hints,
                                      Way::Preconnect, Way::Reachable, Way::Oracle};
 
@@ -28,7 +27,7 @@ struct WayWords {
 };
 const WayWords& WordsFor(Way way);
 
-// Whether first visits have this way as well. The others need what a visit has taught.
+// Whether first visits are run in this way as well. The other ways need what an earlier visit has taught.
 constexpr bool IsRunOnFirstVisits(Way way) {
   return way == Way::Off || way == Way::Plugin;
 }

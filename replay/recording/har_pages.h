@@ -1,4 +1,4 @@
-// The rows of a HAR put into pages, in time's order. Any thread.
+// Puts the rows of a HAR into pages, ordered by time. Any thread.
 #ifndef REPLAY_RECORDING_HAR_PAGES_H_
 #define REPLAY_RECORDING_HAR_PAGES_H_
 
@@ -18,11 +18,11 @@ struct HarRow {
   double durationMs = 0;
 };
 
-// Every row lands in a page: in the one that it names (the one whose time it falls into, where several have
-// that name), else in the one whose time it falls into. Where the file has no pages, each name that rows use
-// makes one, and rows that name none make one more. A page without rows is dropped. A row without a date, or
-// with one more than a day off the others, starts with the dated row before it; a page without any date has
-// all of its rows start at 0, in file order.
+// Every row is put into a page: into the one that it names, or, if it names none or several pages have that
+// name, into the one during which it started. If the file has no pages, each name that rows use makes a page,
+// and the rows that name none make one more. A page without rows is dropped. A row without a date, or with a
+// date more than a day away from the others, starts together with the dated row before it. If no row of a
+// page has a date, all of them start at 0, in file order.
 std::vector<Page> MakePages(const std::vector<HarPage>& harPages, std::vector<HarRow> rows);
 
 }  // namespace replay

@@ -20,14 +20,13 @@ using JsonValue = simdjson::ondemand::value;
 static_assert(kJsonPadding >= simdjson::SIMDJSON_PADDING);
 
 constexpr size_t kMostHeaders =
-    1000;  // of one message; real ones stay far below, and each is looked up by name
+    1000;  // per message; real messages have far fewer, and each header is looked up by name
 constexpr int kMostStackParents = 100;  // followed from a script's stack to the one that scheduled it
 
-// --- Values of any type. Only broken JSON throws; a value that is not wanted is stepped over by the
-// iteration.
+// --- Values of any type. Only invalid JSON throws; the iteration skips values that are not needed.
 
-// The text of a string without its quotes; it is copied (by the parser) only when something is escaped in it.
-// What no text can hold, such as half a surrogate pair, stays escaped.
+// The text of a string without its quotes. The parser copies it only if it contains escapes. An escape that
+// has no text, such as half a surrogate pair, stays as it is.
 std::string_view Text(JsonValue value) {
   std::string_view token = value.raw_json_token();
   if (!token.starts_with('"')) return {};
@@ -37,12 +36,12 @@ std::string_view Text(JsonValue value) {
   return value.get_string().get(unescaped) == simdjson::SUCCESS ? unescaped : token;
 }
 
-// A number that no figure can be made of: "nan", "inf", or one beyond what a double holds.
+// Thrown for a number that cannot be used: "nan", "inf", or a number that a double cannot represent.
 struct NotFinite {
   const char* place;  // in the JSON text
 };
 
-// A number written as a string, as some recorders do; nothing for other text.
+// Reads a number that is written as a string, as some recorders do. Returns nothing for other text.
 std::optional<double> NumberInText(std::string_view text, const char* place) {
   double number = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -61,7 +60,7 @@ std::optional<double> Number(JsonValue value) {
   return number;
 }
 
-// Calls `onField(key, value)` for each field; false when it is no object.
+// Calls `onField(key, value)` for each field. Returns false if the value is not an object.
 template <typename OnField>
 bool ForEachField(JsonValue value, const OnField& onField) {
   if (value.type() != json_type::object) return false;
@@ -69,7 +68,8 @@ bool ForEachField(JsonValue value, const OnField& onField) {
   return true;
 }
 
-// Calls `onElement(value)` for each element until it returns false; false when it is no array.
+// Calls `onElement(value)` for each element until it returns false. Returns false if the value is not an
+// array.
 template <typename OnElement>
 bool ForEachElement(JsonValue value, const OnElement& onElement) {
   if (value.type() != json_type::array) return false;
@@ -97,7 +97,7 @@ bool IsWebUrl(std::string_view text) {
   return text.starts_with("http://") || text.starts_with("https://");
 }
 
-// The URL of the innermost frame that has one; else that of the stack which scheduled this one.
+// The URL of the innermost frame that has one, else the URL of the stack that scheduled this one.
 std::string_view StackUrl(JsonValue stack, int parents = 0) {
   std::string_view own;
   std::string_view parent;
@@ -115,7 +115,7 @@ std::string_view StackUrl(JsonValue stack, int parents = 0) {
   return own.empty() ? parent : own;
 }
 
-// A URL, or an object that names one itself or by its stack.
+// The value is a URL, or an object that contains a URL or a stack with one.
 std::string_view InitiatorUrl(JsonValue value) {
   std::string_view url = Text(value);
   std::string_view stackUrl;
@@ -168,7 +168,7 @@ void ReadTimings(JsonValue value, HarEntry& entry) {
   });
 }
 
-// Firefox describes the cache's entry when the response came from there.
+// Firefox describes the cache entry if the response came from the cache.
 bool NamesCacheEntry(JsonValue value) {
   bool names = false;
   ForEachField(value, [&names](JsonKey key, JsonValue field) {
@@ -211,11 +211,12 @@ std::string ReadProgram(JsonValue value) {
   return program.append(version);
 }
 
-// What recorders call the first paint, in a page or in its timings: the first of these that has a time.
+// The names of the first paint in a page or in its timings. The first one in this list that has a time
+// counts.
 constexpr std::array<std::string_view, 5> kPaintNames = {"_firstPaint", "_firstContentfulPaint",
                                                          "_startRender", "_render", "_firstVisualChange"};
 
-// A page's first paint as read so far, and the place of its name.
+// The first paint of a page as far as it was read, and the place of its name in the list.
 struct FirstPaint {
   size_t place = kPaintNames.size();
   std::optional<double> ms;
@@ -234,7 +235,7 @@ struct FirstPaint {
 HarPage ReadPage(JsonValue value) {
   HarPage page;
   FirstPaint paint;
-  std::optional<double> contentLoadedMs;  // some recorders name it outside of the timings only
+  std::optional<double> contentLoadedMs;  // some recorders write it only outside of the timings
   ForEachField(value, [&](JsonKey key, JsonValue field) {
     if (key == "id") page.id = Text(field);
     if (key == "title") page.title = Text(field);
@@ -260,7 +261,8 @@ void ReadPages(JsonValue value, std::vector<HarPage>& pages) {
   });
 }
 
-// False when it is no array. The entry is one record used again, so that its vectors keep their memory.
+// Returns false if the value is not an array. One record is reused for all entries, so that its vectors keep
+// their memory.
 bool ReadEntries(JsonValue value, const std::function<void(const HarEntry&)>& onEntry) {
   HarEntry entry;
   return ForEachElement(value, [&](JsonValue element) {
@@ -304,7 +306,7 @@ size_t FirstControlInString(std::string_view json) {
   return json.size();
 }
 
-// The parser's first stage tells what is wrong with the text and not where.
+// The first stage of the parser says what is wrong with the text, but not where.
 size_t FirstStageFault(simdjson::error_code error, std::string_view json) {
   if (error == simdjson::UTF8_ERROR) return FirstInvalidUtf8(json);
   if (error == simdjson::UNESCAPED_CHARS) return FirstControlInString(json);
@@ -314,21 +316,21 @@ size_t FirstStageFault(simdjson::error_code error, std::string_view json) {
 const char* Describe(simdjson::error_code error) {
   switch (error) {
     case simdjson::EMPTY:
-      return "there is nothing in it";
+      return "the file is empty";
     case simdjson::UTF8_ERROR:
       return "not UTF-8";
     case simdjson::UNESCAPED_CHARS:
-      return "a control character inside a string";
+      return "a string contains a control character";
     case simdjson::UNCLOSED_STRING:
-      return "it ends inside a string";
+      return "the file ends inside a string";
     case simdjson::CAPACITY:
-      return "it is too large: more than 4 GB";
+      return "the file is too large: more than 4 GB";
     case simdjson::MEMALLOC:
-      return "there is no memory for it";
+      return "there is not enough memory to read the file";
     case simdjson::INCOMPLETE_ARRAY_OR_OBJECT:
-      return "it ends before its objects and arrays are closed";
+      return "the file ends before its objects and arrays are closed";
     case simdjson::TRAILING_CONTENT:
-      return "there is more after the end of the JSON document";
+      return "there is more text after the end of the JSON document";
     default:
       return "not JSON";
   }
@@ -337,13 +339,13 @@ const char* Describe(simdjson::error_code error) {
 [[noreturn]] void FailAt(const std::string& name, const char* what, std::string_view json, size_t offset) {
   const std::string_view before = json.substr(0, std::min(offset, json.size()));
   const auto line = std::count(before.begin(), before.end(), '\n') + 1;
-  const size_t lineStart = before.rfind('\n') + 1;  // 0 when there is none
+  const size_t lineStart = before.rfind('\n') + 1;  // 0 if there is none
   Fail(name, "line " + std::to_string(line) + ", column " + std::to_string(before.size() - lineStart + 1) +
                  " (byte " + std::to_string(before.size()) + "): " + what);
 }
 
-// Where the iteration stands; the end when it is through. What is unclosed is noticed at the start, and
-// missing at the end.
+// The position of the iteration, or the end of the text if the iteration is complete. The parser notices an
+// unclosed object or array at its beginning, but what is missing is missing at the end.
 size_t SecondStageFault(simdjson::error_code error, simdjson::ondemand::document& document,
                         std::string_view json) {
   const char* location = nullptr;
@@ -358,12 +360,12 @@ size_t SecondStageFault(simdjson::error_code error, simdjson::ondemand::document
 }
 
 constexpr size_t kMostKeysKept =
-    100;  // of an object that is no HAR; they only serve to tell what else it may be
+    100;  // of an object that is not a HAR; they only serve to recognise its format
 
-// A key without its quotes, as it stands in the file.
+// A key without its quotes, as it is in the file.
 std::string KeyText(JsonKey key) {
   const char* end = key.raw();
-  while (*end != '"') end += *end == '\\' ? 2 : 1;  // the first pass over the text has found it closed
+  while (*end != '"') end += *end == '\\' ? 2 : 1;  // the first stage has checked that it is closed
   return {key.raw(), end};
 }
 
@@ -378,7 +380,7 @@ std::vector<std::string> KeysOf(JsonValue value) {
   return keys;
 }
 
-// Not an object: nothing of a HAR is in it.
+// Fails for a document that is not an object and therefore not a HAR.
 [[noreturn]] void FailOtherDocument(simdjson::ondemand::document& document, const std::string& name) {
   if (document.type() != json_type::array) FailNoHar(name, "the JSON document is not an object");
   std::vector<std::string> keys;
@@ -426,7 +428,7 @@ HarLog ReadDocument(simdjson::ondemand::document& document, const std::string& n
 HarLog ParseHar(std::string_view json, const std::string& name,
                 const std::function<void(const HarEntry&)>& onEntry) {
   if (const char* const other = LooksLikeOtherBytes(json)) FailNoHar(name, other);
-  const std::string_view whole = json;  // places count the byte order mark
+  const std::string_view whole = json;  // positions in errors include the byte order mark
   if (json.starts_with("\xef\xbb\xbf")) json.remove_prefix(3);
   simdjson::ondemand::parser parser;
   simdjson::ondemand::document document;

@@ -1,5 +1,5 @@
-// HAR text to the few fields of it that a replay needs, as they stand in the file: unchecked, each of them
-// possibly absent. One forward pass; bodies, cookies and whatever else is not needed are stepped over. Any
+// Reads from HAR text the few fields that a replay needs, as they are in the file: they are not checked, and
+// each of them may be absent. It is one forward pass that skips bodies, cookies and everything else. Any
 // thread.
 #ifndef REPLAY_RECORDING_HAR_PARSER_H_
 #define REPLAY_RECORDING_HAR_PARSER_H_
@@ -17,8 +17,8 @@ struct HarHeader {
   std::string_view value;
 };
 
-// A row. Texts are empty, and numbers nothing, when the file has no such field or one of another type; the
-// views live as long as the call that hands the entry out.
+// A row. A text is empty, and a number is absent, if the file has no such field or one of another type. The
+// views are valid during the call that receives the entry.
 struct HarEntry {
   std::string_view pageref;
   std::string_view startedDateTime;
@@ -66,10 +66,10 @@ struct HarLog {
   std::vector<HarPage> pages;
 };
 
-// Hands each element of log.entries that is an object to `onEntry`, in file order, and returns the rest of
-// the log. Throws std::runtime_error with one line that opens with `name` and tells the place, when `json` is
-// not one whole JSON document or has no log.entries; `onEntry` may have been called by then. `json` must have
-// kJsonPadding readable bytes after its end, of any value.
+// Calls `onEntry` for each element of log.entries that is an object, in file order, and returns the rest of
+// the log. Throws std::runtime_error with one line that starts with `name` and names the place if `json` is
+// not one complete JSON document or has no log.entries; `onEntry` may have been called before. `json` must
+// have kJsonPadding readable bytes of any value after its end.
 inline constexpr size_t kJsonPadding = 64;
 HarLog ParseHar(std::string_view json, const std::string& name,
                 const std::function<void(const HarEntry&)>& onEntry);

@@ -43,7 +43,7 @@ class GrowingText {
   }
   void Grow(size_t bytes) {
     if (bytes > 0 && size_ == most_) {
-      Fail(name_, "it is too large: its text has more than " + std::to_string(most_) + " bytes");
+      Fail(name_, "the file is too large: its text has more than " + std::to_string(most_) + " bytes");
     }
     size_ += bytes;
   }
@@ -109,7 +109,8 @@ constexpr std::string_view kGzipMagic = "\x1f\x8b";
 
 void Inflate(const std::string& name, ChunkReader& reader, GrowingText& text) {
   z_stream stream{};
-  if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK) Fail(name, "there is no memory for decompressing it");
+  if (inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK)
+    Fail(name, "there is not enough memory to decompress it");
   const std::unique_ptr<z_stream, int (*)(z_stream*)> ender(&stream, inflateEnd);
   while (true) {
     const std::string_view chunk = reader.Peek();
@@ -138,7 +139,7 @@ constexpr std::string_view kZstdMagic = "\x28\xb5\x2f\xfd";
 void DecompressZstd(const std::string& name, ChunkReader& reader, GrowingText& text) {
   const std::unique_ptr<ZSTD_DStream, size_t (*)(ZSTD_DStream*)> stream(ZSTD_createDStream(),
                                                                         ZSTD_freeDStream);
-  if (stream == nullptr) Fail(name, "there is no memory for decompressing it");
+  if (stream == nullptr) Fail(name, "there is not enough memory to decompress it");
   size_t wanted = 1;  // 0 between two frames
   while (true) {
     const std::string_view chunk = reader.Peek();

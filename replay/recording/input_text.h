@@ -1,5 +1,5 @@
-// Bytes from anywhere into the text of a recording: what gzip or zstd compressed is decompressed on the way,
-// which is told by the bytes and not by the name. Any thread.
+// Reads the text of a recording from any source, and decompresses gzip and zstd data, which it recognises by
+// the bytes and not by the name. Any thread.
 #ifndef REPLAY_RECORDING_INPUT_TEXT_H_
 #define REPLAY_RECORDING_INPUT_TEXT_H_
 
@@ -9,18 +9,18 @@
 
 namespace replay {
 
-// Puts the next bytes into the buffer, as many as fit or fewer, and returns their number; 0 at the end. May
+// Puts the next bytes into the buffer, at most as many as fit, and returns their number; 0 at the end. May
 // throw.
 using ByteSource = std::function<size_t(char* buffer, size_t size)>;
 
-// A text may not be larger: the parser takes no more.
+// The maximum size of a text, which is the limit of the parser.
 inline constexpr size_t kMostTextBytes = 4'000'000'000;
 
-// Everything that the source gives, decompressed when the first bytes say that it is compressed; several gzip
-// members or zstd frames behind one another make one text. Holds the text once, compressed data never as a
-// whole. The string has at least kJsonPadding bytes of spare capacity. `expectedBytes` is room to begin with.
-// Throws std::runtime_error with one line that opens with `name` when compressed data is damaged or ends
-// early, and when the text is too large.
+// Returns everything that the source gives, decompressed if the first bytes show that it is compressed.
+// Several gzip members or zstd frames in a row make one text. The text is in memory only once, and compressed
+// data is never in memory as a whole. The string has at least kJsonPadding bytes of spare capacity.
+// `expectedBytes` is the capacity to start with. Throws std::runtime_error with one line that starts with
+// `name` if compressed data is damaged or ends early, or if the text is too large.
 std::string ReadText(const ByteSource& source, const std::string& name, size_t expectedBytes,
                      size_t mostBytes = kMostTextBytes);
 

@@ -1,5 +1,5 @@
-// A recording of page loads as the replay uses it: plain records, cleaned of what cannot be replayed. They
-// are made once by the reader and never changed afterwards.
+// A recording of page loads as the replay uses it: plain records without anything that cannot be replayed.
+// The reader makes them, and nothing changes them afterwards.
 #ifndef REPLAY_RECORDING_RECORDING_H_
 #define REPLAY_RECORDING_RECORDING_H_
 
@@ -25,11 +25,11 @@ struct Request {
   double sslMs = 0;   // the TLS part of connectMs
   double waitMs = 0;  // from sent to first byte; 0 when unknown
   double receiveMs = 0;
-  double endMs = 0;  // when its last byte was in, from the start of its page
+  double endMs = 0;  // when its last byte had arrived, from the start of its page
   int status = 0;
   Protocol protocol = Protocol::Http1;
   host::ResourceKind kind = host::ResourceKind::Other;
-  bool lowPriority = false;  // the recorded browser fetched it as something that nothing waits for
+  bool lowPriority = false;  // the browser that was recorded fetched it with a low priority
   std::string mimeType;      // without parameters, lower case; may be empty
   std::string
       initiatorUrl;     // empty when unknown; another request's URL otherwise, not necessarily of this page
@@ -37,10 +37,10 @@ struct Request {
   std::string requestHeaders;  // "Name: value" CRLF per header, as net::HttpRequestHeaders::ToString prints
   std::string
       responseHeaders;    // raw block: status line and header lines, each ended by NUL, and one more NUL
-  int64_t bodyBytes = 0;  // on the wire, the best that the recording tells
+  int64_t bodyBytes = 0;  // on the wire, by the most reliable field of the recording
   int64_t declaredLength = -1;  // Content-Length as the network stack reads it; -1 when there is none
   std::optional<double>
-      freshForMs;  // how long a cache may use it without asking; nothing: it may not be stored
+      freshForMs;  // how long a cache may use it without asking; absent if it may not be stored
 };
 
 // One load of one page. Requests are in the order in which they were wanted; the first one is the navigation.
@@ -51,7 +51,7 @@ struct Page {
   double onContentLoadMs = -1;
   double onLoadMs = -1;
   std::vector<Request> requests;  // never empty
-  size_t document = 0;            // index of the main document, or of what stands in its place
+  size_t document = 0;            // index of the main document, or of the request that takes its place
 };
 
 struct Recording {

@@ -51,11 +51,11 @@ size_t NavigationsOf(const Page& page) {
 
 std::string WhyNothingToReplay(const Recording& recording) {
   if (!recording.pages.empty()) return "";
-  if (recording.skipped.empty()) return "nothing to replay: its log has no entries";
-  std::string why = "nothing to replay: of its entries ";
+  if (recording.skipped.empty()) return "nothing to replay: log.entries is empty";
+  std::string why = "nothing to replay: none of its entries can be used: ";
   const char* separator = "";
   for (const auto& [reason, count] : recording.skipped) {
-    why += separator + std::to_string(count) + " cannot be used (" + reason + ")";
+    why += separator + std::to_string(count) + " (" + reason + ")";
     separator = ", ";
   }
   return why;
@@ -68,14 +68,14 @@ std::vector<std::string> WarningsOf(const Recording& recording) {
   if (recording.fromCache * kFewFromCache > requests) {
     warnings.push_back(
         std::to_string(recording.fromCache) + " of " + std::to_string(requests) +
-        " responses came from the browser's cache, so that their times say nothing of the network; " +
+        " responses came from the browser's cache, so their times say nothing about the network; " +
         "record with the cache disabled");
   }
   for (const Page& page : recording.pages) {
     const size_t navigations = NavigationsOf(page);
     if (navigations < 2) continue;
-    warnings.push_back("page '" + page.id + "' holds " + std::to_string(navigations) +
-                       " navigations and is replayed as one visit; record each load as a page of its own");
+    warnings.push_back("page '" + page.id + "' contains " + std::to_string(navigations) +
+                       " navigations but is replayed as one visit; record each load as a separate page");
   }
   return warnings;
 }

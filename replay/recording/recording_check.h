@@ -1,4 +1,4 @@
-// What a reader of the figures should know about a recording before he believes them. Any thread.
+// Warnings about recordings whose figures may be misleading. Any thread.
 #ifndef REPLAY_RECORDING_RECORDING_CHECK_H_
 #define REPLAY_RECORDING_RECORDING_CHECK_H_
 
@@ -9,11 +9,11 @@
 
 namespace replay {
 
-// Why nothing of the recording can be replayed, with the reasons of its rows; empty when something can.
+// Why nothing in the recording can be replayed, with the reasons of its rows; empty if something can.
 std::string WhyNothingToReplay(const Recording& recording);
 
-// One line for each page that seems to hold more than one navigation, since the replay takes a page for one
-// visit, and one when many responses came from the cache of the browser that recorded them.
+// Returns one line for each page that seems to contain more than one navigation, because the replay treats a
+// page as one visit, and one line if many responses came from the cache of the browser that was recorded.
 std::vector<std::string> WarningsOf(const Recording& recording);
 
 }  // namespace replay

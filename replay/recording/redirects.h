@@ -10,7 +10,7 @@ namespace replay {
 
 bool IsRedirect(const Request& request);
 
-// The address that a redirect leads to; empty when it tells none.
+// The URL that a redirect leads to; empty if it has none.
 std::string RedirectTarget(const Request& request);
 
 }  // namespace replay

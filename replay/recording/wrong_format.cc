@@ -13,11 +13,12 @@ struct Beginning {
   const char* what;
 };
 
-constexpr const char* kCapture = "it looks like a capture of packets; a HAR is recorded in the browser";
-constexpr const char* kNetlog = "it looks like a netlog; a HAR is exported from the browser's network panel";
+constexpr const char* kCapture = "it looks like a packet capture; record a HAR in the browser instead";
+constexpr const char* kNetlog =
+    "it looks like a netlog; export a HAR from the browser's network panel instead";
 constexpr const char* kHtml =
-    "it looks like an HTML page; save the HAR itself, not the page that shows or offers it";
-constexpr const char* kUtf16 = "it looks like UTF-16 text; a HAR is UTF-8";
+    "it looks like an HTML page; save the HAR itself, not the page that shows it or links to it";
+constexpr const char* kUtf16 = "it looks like UTF-16 text; convert it to UTF-8";
 
 constexpr std::array<Beginning, 17> kBeginnings = {{
     {std::string_view("PK\x03\x04", 4),
@@ -26,8 +27,9 @@ constexpr std::array<Beginning, 17> kBeginnings = {{
     {std::string_view("\xfd"
                       "7zXZ",
                       5),
-     "it looks like xz data; only gzip and zstd are decompressed here"},
-    {std::string_view("BZh", 3), "it looks like bzip2 data; only gzip and zstd are decompressed here"},
+     "it looks like xz data; decompress it first, because only gzip and zstd are supported"},
+    {std::string_view("BZh", 3),
+     "it looks like bzip2 data; decompress it first, because only gzip and zstd are supported"},
     {std::string_view("Rar!", 4), "it looks like a rar archive; unpack it"},
     {std::string_view("\xd4\xc3\xb2\xa1", 4), kCapture},
     {std::string_view("\xa1\xb2\xc3\xd4", 4), kCapture},
@@ -59,12 +61,13 @@ constexpr std::array<TellingKey, 13> kTellingKeys = {{
     {"constants", kNetlog},
     {"traceEvents", kTrace},
     {"ph", kTrace},  // of the first event, where the trace is a bare array
-    {"lighthouseVersion", "it looks like a Lighthouse report, which does not hold the requests"},
-    {"browserScripts", "it looks like a result of browsertime; the HAR lies beside it as browsertime.har"},
+    {"lighthouseVersion", "it looks like a Lighthouse report, which does not contain the requests"},
+    {"browserScripts",
+     "it looks like a result of browsertime; the HAR is in the same folder as browsertime.har"},
     {"pageTimings", "it looks like one page of a HAR; the whole file is needed"},
     {"startedDateTime", "it looks like one entry of a HAR; the whole file is needed"},
     {"entries",
-     "it looks like the log of a HAR without the object around it: put {\"log\": before it and } behind it"},
+     "it looks like the log of a HAR without the object around it: put {\"log\": before it and } after it"},
     {"statusCode", "it looks like a result of WebPageTest in JSON; export the HAR instead"},
     {"recording", "it looks like JSON lines that kiv_replay wrote; 'kiv_replay merge' reads them"},
     {"charlesVersion", "it looks like a session of Charles; export it as HAR (.har)"},
@@ -100,7 +103,8 @@ const char* LooksLikeOtherBytes(std::string_view text) {
   if (StartsWithIgnoringCase(text, "<!doctype html") || StartsWithIgnoringCase(text, "<html")) return kHtml;
   if (text.starts_with('<')) return "it looks like XML; export the log as HAR";
   if (LooksLikeCall(text)) {
-    return "it looks like JSONP, a HAR inside of a function call; remove the call around the JSON object";
+    return "it looks like JSONP, a HAR inside a function call; remove the function call around the JSON "
+           "object";
   }
   return nullptr;
 }

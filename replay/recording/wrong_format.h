@@ -1,4 +1,4 @@
-// Files that are given for a HAR and are something else: what they look like, so that the error can say so.
+// Recognises files of other formats that are given instead of a HAR, so that the error can name the format.
 // Any thread.
 #ifndef REPLAY_RECORDING_WRONG_FORMAT_H_
 #define REPLAY_RECORDING_WRONG_FORMAT_H_
@@ -9,12 +9,12 @@
 
 namespace replay {
 
-// What the text looks like by its first bytes, and what to do about it: "it looks like a zip archive: unpack
-// it". Null when it may be JSON.
+// What the text looks like judging by its first bytes, and what to do: "it looks like a zip archive: unpack
+// it". Null if it may be JSON.
 const char* LooksLikeOtherBytes(std::string_view text);
 
-// What a JSON document looks like by the keys of its outermost object, or of the first object of its
-// outermost array. Null for keys that are not known.
+// What a JSON document looks like judging by the keys of its outermost object, or of the first object in its
+// outermost array. Null if the keys are not known.
 const char* LooksLikeOtherJson(const std::vector<std::string>& keys);
 
 }  // namespace replay

@@ -16,7 +16,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-// The longer ones first, so that "<=" is not taken for "<".
+// Longer operators come first, so that "<=" is not read as "<".
 constexpr std::array<std::string_view, 6> kComparisons = {"<=", ">=", "==", "!=", "<", ">"};
 
 [[noreturn]] void Refuse(const std::string& text, const std::string& what) {
@@ -36,7 +36,7 @@ std::optional<double> FiniteNumber(std::string_view text) {
   return whole && std::isfinite(number) ? std::optional(number) : std::nullopt;
 }
 
-// The value that the key leads to; null when there is none.
+// The value of the key; null if there is none.
 const Json* Find(const Json& object, std::string_view key) {
   const size_t dot = key.find('.');
   const auto found = object.is_object() ? object.find(std::string(key.substr(0, dot))) : object.end();
@@ -44,7 +44,7 @@ const Json* Find(const Json& object, std::string_view key) {
   return dot == std::string_view::npos ? &*found : Find(*found, key.substr(dot + 1));
 }
 
-// Objects whose keys are what occurred: what is missing in them did not occur.
+// Objects that have a key for everything that occurred: a missing key means that it did not occur.
 bool CountsWhatOccurred(std::string_view key) {
   return key.starts_with("reasons.") || key.starts_with("skipped.");
 }
@@ -72,7 +72,7 @@ FailCondition ParseFailCondition(const std::string& text) {
   if (comparison.empty()) Refuse(text, "must be like 'slower_visits > 0'");
   const std::string_view whole = text;
   const auto number = FiniteNumber(Trimmed(whole.substr(at + comparison.size())));
-  if (!number) Refuse(text, "there must be a number behind " + std::string(comparison));
+  if (!number) Refuse(text, "there must be a number after " + std::string(comparison));
   const std::string key(Trimmed(whole.substr(0, at)));
   static const Json kKeys = Json::parse(JsonSummaryLine({}, ReplayOptions()));
   const Json* const value = Find(kKeys, key);
@@ -89,7 +89,7 @@ std::string WhyFailed(const FailCondition& condition, const std::string& summary
   if (value == nullptr && !CountsWhatOccurred(condition.key))
     return condition.text + ": there is no such figure";
   if (value != nullptr && !value->is_number()) {
-    return condition.text + ": " + condition.key + " cannot be told of these visits";
+    return condition.text + ": " + condition.key + " has no value for these visits";
   }
   const double figure = value != nullptr ? value->get<double>() : 0;
   if (!Holds(figure, condition.comparison, condition.number)) return "";

@@ -1,4 +1,4 @@
-// Conditions on the figures of all recordings, by which a CI job tells a good run from a bad one. Any thread.
+// Conditions on the figures of all recordings, with which a CI job decides whether a run is good. Any thread.
 #ifndef REPLAY_REPORT_FAIL_CONDITION_H_
 #define REPLAY_REPORT_FAIL_CONDITION_H_
 
@@ -6,8 +6,8 @@
 
 namespace replay {
 
-// "real.gain_ms.p5 < -10": a key of the JSON summary line with dots between the names, one of < <= > >= ==
-// !=, and a number.
+// For example "real.gain_ms.p5 < -10": a key of the JSON summary line with dots between the names, one of
+// < <= > >= == !=, and a number.
 struct FailCondition {
   std::string text;  // as it was written
   std::string key;
@@ -15,12 +15,12 @@ struct FailCondition {
   double number = 0;
 };
 
-// Throws std::runtime_error with one line when the text is no such condition, or when no summary has the key.
+// Throws std::runtime_error with one line if the text is not such a condition, or if no summary has the key.
 FailCondition ParseFailCondition(const std::string& text);
 
-// Why the run fails by this condition: one line with the figure; empty when it does not. `summaryLine` is
-// what JsonSummaryLine returned. A figure that cannot be told (null) makes the run fail as well: passing
-// would mislead.
+// Why the run fails because of this condition: one line with the figure, or empty if it does not fail.
+// `summaryLine` is what JsonSummaryLine returned. A figure that is null makes the run fail as well, because
+// passing would be misleading.
 std::string WhyFailed(const FailCondition& condition, const std::string& summaryLine);
 
 }  // namespace replay

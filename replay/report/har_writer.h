@@ -1,6 +1,7 @@
-// The simulated loads with the plugin as a HAR 1.2 file that other viewers open: a page per visit, its
-// requests, and the preloads as entries of their own. Beyond the format, entries carry `_source` (where the
-// response came from), `_whyNot`, and for preloads `_preload` (what became of it) and `_orderedAt` (ms).
+// Writes the simulated loads with the plugin as a HAR 1.2 file that other viewers can open: a page for each
+// visit, its requests, and the preloads as separate entries. In addition to the standard fields, entries have
+// `_source` (where the response came from) and `_whyNot`, and preloads have `_preload` (how the preload
+// ended) and `_orderedAt` (ms).
 #ifndef REPLAY_REPORT_HAR_WRITER_H_
 #define REPLAY_REPORT_HAR_WRITER_H_
 
@@ -13,18 +14,18 @@
 
 namespace replay {
 
-// JSON texts of the objects of one recording, separated by commas: what goes into the file's two arrays.
+// The JSON objects of one recording for the two arrays of the file, separated by commas.
 struct HarPart {
   std::string pages;
   std::string entries;
 };
 
-// The part of one recording, the `index`th of the file, counted from 0. Loads begin at a fixed date, and
-// follow each other after the time between visits.
+// Returns the part of one recording. `index` is its place in the file, counted from 0. The first load begins
+// at a fixed date, and the others follow after the time between visits.
 HarPart HarPartOf(size_t index, const Recording& recording, const RecordingResult& result,
                   const ReplayOptions& options);
 
-// The whole file.
+// Returns the whole file.
 std::string HarFile(const std::vector<HarPart>& parts);
 
 }  // namespace replay

@@ -102,8 +102,8 @@ void LineMerger::AddLine(const std::string& line) {
     const Json& parts = object.at("merge");
     const std::string settings = parts.at("settings").dump();
     if (settings_ && settings != settingsText_) {
-      throw std::runtime_error("was made with other settings than the lines before: " + settings + ", not " +
-                               settingsText_);
+      throw std::runtime_error("was written with other settings than the lines before: " + settings +
+                               ", not " + settingsText_);
     }
     settings_ = SettingsOf(parts.at("settings"));
     settingsText_ = settings;

@@ -1,4 +1,4 @@
-// Everything that the reports need of one recording, as it travels from the process that replayed it.
+// Everything that the reports need from one recording. The process that replayed it sends this record.
 #ifndef REPLAY_REPORT_RECORDING_REPORT_H_
 #define REPLAY_REPORT_RECORDING_REPORT_H_
 
@@ -11,21 +11,23 @@
 
 namespace replay {
 
-// What became of the recording; the numbers are the program's exit statuses. What is left out after an
-// interruption was not replayed.
+// The outcome of a recording; the numbers are the program's exit statuses. A recording that was left out
+// after an interruption was not replayed.
 enum class ReplayStatus { Done = 0, Fault = 1, BadInput = 2, LeftOut = 130 };
 
 struct RecordingReport {
   ReplayStatus status = ReplayStatus::Done;
-  std::string error;  // one line when it is not Done; the rest is then empty, except the summary's name
-  std::vector<std::string> recordingWarnings;  // one line each: why its figures may mislead
+  std::string
+      error;  // one line if the status is not Done; everything else except the summary's name is then empty
+  std::vector<std::string> recordingWarnings;  // one line each: why its figures may be misleading
   Summary summary;
-  HtmlSection html;  // empty when not wanted, as `har` is
+  HtmlSection html;  // empty if it was not asked for, like `har`
   HarPart har;
   std::vector<std::string> logLines;
 };
 
-// To bytes and back; any strings survive. Unpack throws std::runtime_error when the bytes are not whole.
+// Converts a report to bytes and back, with any strings. Unpack throws std::runtime_error if bytes are
+// missing.
 std::string Pack(const RecordingReport& report);
 RecordingReport Unpack(const std::string& bytes);
 

@@ -10,8 +10,8 @@
 
 namespace replay {
 
-// Lines with their ends. Every row has the columns of the heading; those of a failed recording are empty
-// except for its name and `error`, the last column.
+// All lines include their line ends. Every row has the columns of the heading. For a recording that failed
+// they are empty except for its name and `error`, the last column.
 std::string CsvHeading();
 std::string CsvRow(const Summary& summary, const ReplayOptions& options);
 std::string CsvErrorRow(const std::string& name, const std::string& error);

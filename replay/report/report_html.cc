@@ -340,10 +340,13 @@ std::string VisitTags(const Visit& visit) {
 
 std::string VisitHtml(size_t number, size_t index, const Recording& recording, const Visit& visit) {
   const Page& page = recording.pages.at(visit.page);
+  const auto gainUs = [&visit](Metric metric) {
+    return Of(visit, Way::Off).times.*metric - Of(visit, Way::Plugin).times.*metric;
+  };
   return fmt::format(
-      R"(<details class="visit{}" id="r{}v{}" data-visit="{}" data-tags="{}"><summary>{}</summary>{}{}<div class="waterfall"></div></details>)",
-      visit.repeat ? "" : " first", number, index, index, VisitTags(visit), VisitSummary(visit),
-      VisitTable(page, visit), VisitFacts(visit));
+      R"(<details class="visit{}" id="r{}v{}" data-visit="{}" data-tags="{}" data-paint="{}" data-load="{}"><summary>{}</summary>{}{}<div class="waterfall"></div></details>)",
+      visit.repeat ? "" : " first", number, index, index, VisitTags(visit), gainUs(&LoadTimes::firstPaintUs),
+      gainUs(&LoadTimes::pageLoadUs), VisitSummary(visit), VisitTable(page, visit), VisitFacts(visit));
 }
 
 // The visits of a page follow each other, under its address; pages are in the order of their first visits.
@@ -422,7 +425,7 @@ std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<
   html += kPageFilter;
   for (const HtmlSection& section : sections) html += section.text;
   html += kPageLegend;
-  return html + "</main>\n<script>" + kPageScript + "</script>\n</body>\n</html>\n";
+  return html + "</main>\n<script type=\"module\">" + kPageScript + "</script>\n</body>\n</html>\n";
 }
 
 }  // namespace replay

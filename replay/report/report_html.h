@@ -1,5 +1,5 @@
-// The report as one HTML file that needs nothing else: the figures as plain HTML, and the waterfalls of every
-// visit, drawn when the visit is opened. The same results always give the same bytes.
+// Writes the report as one HTML file that needs no other files: the figures as plain HTML, and the waterfalls
+// of every visit, which are drawn when the visit is opened. The same results always give the same bytes.
 #ifndef REPLAY_REPORT_REPORT_HTML_H_
 #define REPLAY_REPORT_REPORT_HTML_H_
 
@@ -12,16 +12,16 @@
 
 namespace replay {
 
-// The part of one recording. `number` tells recordings of a report apart; links within the page use it.
+// Returns the part of one recording. `number` is unique in the report; links within the page use it.
 struct HtmlSection {
   size_t number = 0;
   std::string text;
 };
 HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result);
-// The same without visits and their waterfalls, where only the summary is left of the replay.
+// The same without visits and waterfalls, for a recording of which only the summary exists.
 HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary);
 
-// The whole file. `sections` are in the order of `summaries`.
+// Returns the whole file. `sections` are in the order of `summaries`.
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
                        const ReplayOptions& options);
 

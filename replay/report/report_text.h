@@ -10,14 +10,14 @@
 
 namespace replay {
 
-// What the text is shown on.
+// Where the text is shown.
 struct Terminal {
   bool colour = false;  // it understands terminal escapes
   size_t columns = 120;
 };
 
-// The table with a row per recording, then the totals, why sub-resources were not served, and what of the
-// recordings could not be replayed. Ends with a line's end.
+// Returns the table with a row for each recording, then the totals, the reasons why resources were not
+// served, and the rows of the recordings that could not be replayed. The text ends with a line end.
 std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options,
                        const Terminal& terminal);
 

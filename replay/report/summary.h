@@ -1,5 +1,5 @@
-// The figures of a replay: one record per repeat visit, with all ways of it side by side, and what many of
-// them add up to. Plain values; any thread.
+// The figures of a replay: one record for each repeat visit, which contains all ways, and the sums and
+// medians over many of them. Plain values; any thread.
 #ifndef REPLAY_REPORT_SUMMARY_H_
 #define REPLAY_REPORT_SUMMARY_H_
 
@@ -15,7 +15,7 @@
 
 namespace replay {
 
-// One repeat visit. The counts are of the plugin's way, and of resources: the navigation is not counted.
+// One repeat visit. The counts are those of the plugin's way. They count resources, not the navigation.
 struct VisitFigures {
   std::string page;
   uint32_t number = 0;  // of this page in its recording, from 2 on
@@ -35,7 +35,7 @@ struct VisitFigures {
   uint64_t unusedConnections = 0;
 };
 
-// Figures that can be added up. Everything that compares is of repeat visits only.
+// Figures that can be added up. All comparisons are over repeat visits only.
 struct Summary {
   std::string name;
   uint64_t visits = 0;
@@ -43,11 +43,11 @@ struct Summary {
   std::vector<VisitFigures> repeats;
   std::map<host::NotServed, uint64_t> reasons;         // resources of repeat visits that were not served
   std::map<host::NotServed, uint64_t> fetchedReasons;  // of these, the ones that were fetched
-  uint64_t commands = 0;                               // of all visits from here on
+  uint64_t commands = 0;                               // this and the following: of all visits
   uint64_t unansweredCommands = 0;
   uint64_t warnings = 0;
   std::map<std::string, size_t> skipped;
-  // Pages by what their late requests are taken to wait for, and how well the rules predict.
+  // How many pages use each rule for their late requests, and how well the rules predict.
   uint64_t recordedPages = 0;
   uint64_t inferredPages = 0;
   StartErrors startErrors;
@@ -55,11 +55,11 @@ struct Summary {
 
 Summary Summarize(const RecordingResult& result);
 
-// Adds every figure of `other` to `total`, whose name stays.
+// Adds every figure of `other` to `total`, but keeps the name of `total`.
 void AddTo(Summary& total, const Summary& other);
 
-// How far off another load's starts the two rules are, over the requests about which they differ: medians,
-// and how often the inferred parent is closer. Nothing when there are none to compare.
+// The errors with which the two rules predict another load's starts, over the requests on which they differ:
+// the medians, and how often the inferred parent is closer. Nothing if there is nothing to compare.
 struct Prediction {
   size_t requests = 0;
   size_t inferredCloser = 0;
@@ -70,7 +70,7 @@ std::optional<Prediction> PredictionOf(const StartErrors& errors);
 
 // --- One time over several repeat visits.
 
-// The times by the names that all outputs use. Those that lead a report come first.
+// The metrics with the names that all outputs use. The most important ones come first.
 using Metric = int64_t LoadTimes::*;
 struct MetricWords {
   Metric metric;
@@ -85,59 +85,61 @@ inline constexpr std::array kMetrics = {
     MetricWords{&LoadTimes::objectIndexUs, "object_index_ms", "object index"},
 };
 
-// What is taken off in one visit: positive when the way is faster than without the plugin.
+// The gain of a way in one visit. Positive if it is faster than without the plugin.
 int64_t GainUs(const VisitFigures& visit, Metric metric, Way way = Way::Plugin);
 
-// The gain per visit over several visits, in microseconds. No percentile of fewer than 20 visits.
+// The gains over several visits, in microseconds. There are no percentiles of fewer than 20 visits.
 inline constexpr size_t kLeastForPercentiles = 20;
 struct Gains {
   double median = 0;
-  std::optional<double> p5, p95;  // by nearest rank; p5 is the worse end
-  double worst = 0;               // negative when a visit got slower
+  std::optional<double> p5, p95;  // by nearest rank; p5 is the worst end
+  double worst = 0;               // negative if a visit got slower
   double best = 0;
   double total = 0;
 };
-std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits, Metric metric);  // nothing: no visits
+std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits,
+                             Metric metric);  // nothing if there are no visits
 
-// One figure per way, in microseconds; nothing when there are no visits, or too few for a percentile.
+// One figure for each way, in microseconds; nothing if there are no visits, or too few for a percentile.
 using Figures = std::optional<PerWay<double>>;
 Figures Medians(const std::vector<VisitFigures>& visits, Metric metric);        // the mean of the middle two
 Figures Percentile95s(const std::vector<VisitFigures>& visits, Metric metric);  // nearest rank
 
-double At(const Figures& figures, Way way);  // the figures must be there
+double At(const Figures& figures, Way way);  // the figures must not be absent
 
-// (off - time) / off; nothing when off is not above 0.
+// (off - time) / off; nothing unless off is above 0.
 std::optional<double> GainShare(double off, double time);
 
-// The share of the gap between off and a bound that a time closes: 1 reaches the bound, below 0 loses.
-// Nothing when the gap is below 1 ms.
+// The share of the gap between off and a bound that a time closes: 1 means that it reaches the bound, a
+// negative share that it is slower than off. Nothing if the gap is below 1 ms.
 std::optional<double> GapClosed(double offUs, double timeUs, double boundUs);
 
-// By the plugin, of the load events: of their sums, and the median over the visits that have a gap.
+// The gap that the plugin closes for the load event: for the sums over all visits, and the median over the
+// visits that have a gap.
 std::optional<double> GapClosedOverall(const std::vector<VisitFigures>& visits, Way bound);
 std::optional<double> GapClosedPerVisit(const std::vector<VisitFigures>& visits, Way bound);
 
-// What "gap closed" is measured against.
+// The bound against which "gap closed" is measured.
 inline constexpr Way kBound = Way::Reachable;
 
-// The ways that a table with a row per recording has room for; the tables of gains have all.
+// The ways that fit into a table with a row for each recording; the tables of gains have all ways.
 inline constexpr std::array kRowWays = {Way::Off, Way::Plugin, kBound, Way::Oracle};
 
 // --- Repeat visits together.
 
-// Real repeats and copies are never added up. The headline is of the real ones, and of the copies when there
-// are no others.
+// Real repeats and copies are never added up. The headline figures are those of the real ones, or of the
+// copies if there are no real ones.
 std::vector<VisitFigures> Select(const std::vector<VisitFigures>& visits, bool copies);
 bool HeadlineIsOfCopies(const std::vector<VisitFigures>& visits);
 std::vector<VisitFigures> Headline(const std::vector<VisitFigures>& visits);
 
-// What the plugin did in several visits.
+// The totals of the plugin over several visits.
 struct Totals {
   uint64_t visits = 0;
-  uint64_t slowerVisits = 0;      // whose load event is later by IsLater
-  uint64_t laterPaintVisits = 0;  // likewise the first paint
+  uint64_t slowerVisits = 0;      // visits whose load event is later, as IsLater defines it
+  uint64_t laterPaintVisits = 0;  // the same for the first paint
   uint64_t endedByBeacon = 0;     // visits whose load event without the plugin came after a beacon
-  uint64_t paintNotRecorded = 0;  // visits whose first paint is made from another event
+  uint64_t paintNotRecorded = 0;  // visits whose first paint is computed from another event
   PerWay<LoadTimes> times;        // sums, microseconds
   uint64_t served = 0;
   uint64_t joined = 0;
@@ -152,7 +154,7 @@ struct Totals {
 };
 Totals TotalsOf(const std::vector<VisitFigures>& visits);
 
-// part / whole; nothing when there is no whole.
+// part / whole; nothing if the whole is 0.
 std::optional<double> ShareOf(uint64_t part, uint64_t whole);
 
 // Reasons, most frequent first.

@@ -1,5 +1,5 @@
-// Summaries as JSON with everything in them, as they travel from one process to another: from a child to its
-// parent, and from a run to a later merge.
+// Converts summaries to and from JSON with all their figures, to hand them from a child process to its
+// parent, or from a run to a later merge.
 #ifndef REPLAY_REPORT_SUMMARY_JSON_H_
 #define REPLAY_REPORT_SUMMARY_JSON_H_
 

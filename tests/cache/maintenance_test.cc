@@ -8,11 +8,13 @@ using MaintenanceTest = PluginTest;
 
 TEST(MaintenanceWithOwnHost, AFlushRemovesEveryPreloadAndReportsTheStuckOnes) {
   enum { kPending, kDelayed, kRunning, kPreloaded, kFailed };
+  constexpr int64_t kFarMs = INT64_MAX / 1000;  // the last time that microseconds can represent
   const struct {
     int state;
     int64_t ageMs;
     bool reported;
     const char* why;
+    int64_t madeMs = 1'000'000;
   } rows[] = {
       {kPending, 0, true, "on its way"},
       {kPending, 10'000'000, true, "at any age"},
@@ -23,12 +25,19 @@ TEST(MaintenanceWithOwnHost, AFlushRemovesEveryPreloadAndReportsTheStuckOnes) {
       {kPreloaded, 120'001, false, "held longer than two minutes"},
       {kPreloaded, 3'000'000'000, false, "longer than 32 bits of milliseconds"},
       {kPreloaded, -5, true, "the clock went back"},
+      // The age is a signed number of 32 bits; a clock that jumps must not make an old preload young.
+      {kPreloaded, int64_t{INT32_MAX} + 1, false, "the smallest age, if it wrapped"},
+      {kPreloaded, (int64_t{1} << 32) + 5, false, "5, if it were cut off"},
+      {kPreloaded, -(int64_t{1} << 32) + 120'001, true, "back by more than 32 bits"},
+      {kPreloaded, -2 * kFarMs, true, "from the end of all clocks to their beginning", kFarMs},
+      {kPreloaded, 2 * kFarMs, false, "and the other way", -kFarMs},
       {kFailed, 10'000'000, false, "an ordinary end"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.state) + " " + row.why);
     ScriptedHost host;
     host.Start();
+    host.nowMs = row.madeMs;
     host.Learn(kPage);
     host.hasHttpCache = row.state != kDelayed;
     host.Order(kUrl, kPage);

@@ -86,7 +86,7 @@ class LyingTransport final : public Transport {
     Later(id, 10, [this, id] { Send(id); });
   }
   TransferReport Cancel(TransferId id) override { return transfers_.erase(id), TransferReport(); }
-  void Preconnect(const std::string&, size_t) override {}
+  void Preconnect(const std::string&, size_t, net::URLRequestContext*) override {}
 
  private:
   struct Transfer {

@@ -6,41 +6,34 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <new>
-#include <sstream>
 
 #include "replay/child_jobs.h"
 #include "replay/options_parser.h"
 #include "replay/output_check.h"
 #include "replay/output_file.h"
 #include "replay/recordings_to_read.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/text.h"
 
 namespace replay {
 namespace {
 
-std::filesystem::path TestFolder() {
-  const std::filesystem::path folder =
-      std::filesystem::path(testing::TempDir()) / ("kiv_options_" + std::to_string(getpid()));
-  std::filesystem::create_directories(folder);
-  return folder;
-}
+using tests::ErrorOf;
+using tests::TemporaryFolder;
+using tests::TextOf;
+using tests::Words;
 
-std::string FileWith(const std::string& name, const std::string& text) {
-  const std::string path = TestFolder() / name;
-  std::ofstream(path) << text;
-  return path;
-}
-
-CommandLine Parsed(std::vector<std::string> arguments) {
-  arguments.push_back("a.har");
+CommandLine ParsedLine(const std::string& line) {
   std::ostringstream out;
-  return ParseCommandLine(arguments, out).value();
+  return ParseCommandLine(Words(line), out).value();
+}
+CommandLine Parsed(const std::string& options) {
+  return ParsedLine(options + " a.har");
 }
 
 TEST(CommandLine, Defaults) {
-  const CommandLine line = Parsed({});
+  const CommandLine line = Parsed("");
   EXPECT_EQ(line.replay.profile.name, "4g");
   EXPECT_EQ(line.replay.profile.rttMs, 170);
   EXPECT_EQ(line.replay.profile.downMbit, 9);
@@ -52,17 +45,14 @@ TEST(CommandLine, Defaults) {
 }
 
 TEST(CommandLine, ProfilesAndDurations) {
-  struct Case {
-    std::vector<std::string> arguments;
-    const char* name;
+  const struct {
+    const char *options, *name;
     std::optional<double> rttMs, downMbit;
-  };
-  for (const Case& row : {Case{{"--profile", "3g"}, "3g", 300, 1.6}, Case{{"--profile=lte"}, "lte", 70, 12},
-                          Case{{"--profile", "cable"}, "cable", 28, 5},
-                          Case{{"--profile", "native"}, "native", std::nullopt, std::nullopt},
-                          Case{{"--rtt", "0"}, "custom", 0, 9},
-                          Case{{"--profile", "native", "--down", "2.5"}, "custom", std::nullopt, 2.5}}) {
-    const NetworkProfile profile = Parsed(row.arguments).replay.profile;
+  } profiles[] = {{"--profile 3g", "3g", 300, 1.6},    {"--profile=lte", "lte", 70, 12},
+                  {"--profile cable", "cable", 28, 5}, {"--profile native", "native", {}, {}},
+                  {"--rtt 0", "custom", 0, 9},         {"--profile native --down 2.5", "custom", {}, 2.5}};
+  for (const auto& row : profiles) {
+    const NetworkProfile profile = Parsed(row.options).replay.profile;
     EXPECT_EQ(profile.name, row.name);
     EXPECT_EQ(profile.rttMs, row.rttMs) << row.name;
     EXPECT_EQ(profile.downMbit, row.downMbit) << row.name;
@@ -70,127 +60,118 @@ TEST(CommandLine, ProfilesAndDurations) {
   const std::map<std::string, double> durations = {{"500ms", 500},   {"90s", 90e3},    {"30m", 1800e3},
                                                    {"1.5h", 5400e3}, {"2d", 172800e3}, {"0s", 0}};
   for (const auto& [text, milliseconds] : durations) {
-    EXPECT_EQ(Parsed({"--revisit-after", text}).replay.revisitAfterMs, milliseconds) << text;
+    EXPECT_EQ(Parsed("--revisit-after " + text).replay.revisitAfterMs, milliseconds) << text;
   }
 }
 
 TEST(CommandLine, AListOfBeaconsReplacesTheOwnOne) {
-  const std::string path = FileWith("beacons", "mine.test\n");
-  const CommandLine line = Parsed({"--beacons", path});
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("beacons", "mine.test\n");
+  const CommandLine line = Parsed("--beacons " + path);
   EXPECT_TRUE(IsListed(line.replay.beacons, "https://a.mine.test/x"));
   EXPECT_FALSE(IsListed(line.replay.beacons, "https://www.google-analytics.com/collect"));
   EXPECT_EQ(line.settingsPaths, std::vector<std::string>{path}) << "no output may replace it";
-  EXPECT_TRUE(Parsed({"--visits", "3"}).visitsGiven);
-  EXPECT_FALSE(Parsed({}).visitsGiven);
-  EXPECT_THROW(Parsed({"--beacons", path + ".missing"}), std::runtime_error);
+  EXPECT_TRUE(Parsed("--visits 3").visitsGiven);
+  EXPECT_FALSE(Parsed("").visitsGiven);
+  EXPECT_THROW(Parsed("--beacons " + path + ".missing"), std::runtime_error);
 }
 
 TEST(CommandLine, PropertiesOfTheFileAndTheLine) {
-  const std::string path =
-      FileWith("props", "# limits\r\n\n  net.cv.kiv.prlimit=3\r\nnet.cv.kiv.idlesock=0\nnet.cv.kiv.on=1 \n");
-  EXPECT_EQ(
-      Parsed({"--prop", "net.cv.kiv.prlimit=8", "--props", path, "--prop", "net.cv.kiv.cslimit=2147483647"})
-          .replay.properties,
-      (std::map<std::string, std::string>{{"net.cv.kiv.prlimit", "8"},
-                                          {"net.cv.kiv.idlesock", "0"},
-                                          {"net.cv.kiv.on", "1"},
-                                          {"net.cv.kiv.cslimit", "2147483647"}}))
+  const TemporaryFolder folder;
+  const std::string path = folder.Write(
+      "props", "# limits\r\n\n  net.cv.kiv.prlimit=3\r\nnet.cv.kiv.idlesock=0\nnet.cv.kiv.on=1 \n");
+  EXPECT_EQ(Parsed("--prop net.cv.kiv.prlimit=8 --props " + path + " --prop net.cv.kiv.cslimit=2147483647")
+                .replay.properties,
+            (std::map<std::string, std::string>{{"net.cv.kiv.prlimit", "8"},
+                                                {"net.cv.kiv.idlesock", "0"},
+                                                {"net.cv.kiv.on", "1"},
+                                                {"net.cv.kiv.cslimit", "2147483647"}}))
       << "the command line wins over the file, wherever it stands";
 }
 
 TEST(CommandLine, TheDefaultRecordingStandsInForNoneOnly) {
-  std::ostringstream out;
-  EXPECT_EQ(ParseCommandLine({"--default", "d.har", "--log", "3"}, out)->recordings,
-            std::vector<std::string>{"d.har"});
-  EXPECT_EQ(ParseCommandLine({"--default", "d.har", "page.json"}, out)->recordings,
-            std::vector<std::string>{"page.json"});
+  EXPECT_EQ(ParsedLine("--default d.har --log 3").recordings, Words("d.har"));
+  EXPECT_EQ(ParsedLine("--default d.har page.json").recordings, Words("page.json"));
 }
 
 TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
-  const std::string unknown = FileWith("unknown", "# one\nnet.cv.kiv.onn=1\n");
-  const std::string noValue = FileWith("novalue", "net.cv.kiv.on\n");
+  const TemporaryFolder folder;
+  const std::string unknown = folder.Write("unknown", "# one\nnet.cv.kiv.onn=1\n");
+  const std::string noValue = folder.Write("novalue", "net.cv.kiv.on\n");
   const struct {
-    std::vector<std::string> arguments, parts;  // of the message
+    std::string line;
+    std::vector<std::string> parts;  // of the message
   } cases[] = {
       // clang-format off
-      {{}, {"RECORDING"}},
-      {{"--colour", "a.har"}, {"--colour"}},
-      {{"a.har", "--json"}, {"--json"}},
-      {{"--profile", "5g", "a.har"}, {"--profile", "'5g'", "cable"}},
-      {{"--rtt", "12x", "a.har"}, {"--rtt", "'12x'"}},
-      {{"--rtt", "nan", "a.har"}, {"--rtt", "'nan'"}},
-      {{"--down", "0", "a.har"}, {"--down", "'0'"}},
-      {{"--sockets", "0", "a.har"}, {"--sockets", "'0'", "1"}},
-      {{"--visits=-1", "a.har"}, {"--visits", "'-1'"}},
-      {{"--jobs", "99999999999", "a.har"}, {"--jobs"}},
-      {{"--revisit-after", "1", "a.har"}, {"--revisit-after", "'1'", "90s"}},
-      {{"--revisit-after", "1e9d", "a.har"}, {"--revisit-after"}},
-      {{"--revisit-after", "9999d", "a.har"}, {"--revisit-after", "ten years"}},
-      {{"--join", "yes", "a.har"}, {"--join", "'yes'"}},
-      {{"--preconnect", "1", "a.har"}, {"--preconnect", "'1'"}},
-      {{"--certificates", "no", "a.har"}, {"--certificates", "'no'"}},
-      {{"--dns", "", "a.har"}, {"--dns"}},
-      {{"--parents", "all", "a.har"}, {"--parents", "'all'", "inferred"}},
-      {{"--slow-start", "ON", "a.har"}, {"--slow-start", "'ON'"}},
-      {{"--log", "loud", "a.har"}, {"--log", "'loud'"}},
-      {{"--prop", "net.cv.kiv.on", "a.har"}, {"--prop", "name=value"}},
-      {{"--prop", "net.cv.kiv.limit=1", "a.har"}, {"--prop", "'net.cv.kiv.limit'", "net.cv.kiv.prlimit"}},
-      {{"--prop", "net.cv.kiv.on=true", "a.har"}, {"--prop", "net.cv.kiv.on", "from 0 to 1", "'true'"}},
-      {{"--props", unknown, "a.har"}, {"--props", unknown + ":2", "'net.cv.kiv.onn'"}},
-      {{"--props", noValue, "a.har"}, {"--props", noValue + ":1"}},
-      {{"--props", "/nowhere/at/all", "a.har"}, {"--props", "/nowhere/at/all"}},
-      {{"--props", TestFolder(), "a.har"}, {"--props", TestFolder()}},
-      {{"--html", "--json", "x", "a.har"}, {"--html", "'--json'"}},
-      {{"--html=--x", "a.har"}, {"--html", "'--x'"}},
-      {{"-", "a.har", "-"}, {"RECORDING", "standard input"}},
+      {"", {"RECORDING"}},
+      {"--colour a.har", {"--colour"}},
+      {"a.har --json", {"--json"}},
+      {"--profile 5g a.har", {"--profile", "'5g'", "cable"}},
+      {"--rtt 12x a.har", {"--rtt", "'12x'"}},
+      {"--rtt nan a.har", {"--rtt", "'nan'"}},
+      {"--down 0 a.har", {"--down", "'0'"}},
+      {"--sockets 0 a.har", {"--sockets", "'0'", "1"}},
+      {"--visits=-1 a.har", {"--visits", "'-1'"}},
+      {"--jobs 99999999999 a.har", {"--jobs"}},
+      {"--revisit-after 1 a.har", {"--revisit-after", "'1'", "90s"}},
+      {"--revisit-after 1e9d a.har", {"--revisit-after"}},
+      {"--revisit-after 9999d a.har", {"--revisit-after", "ten years"}},
+      {"--join yes a.har", {"--join", "'yes'"}},
+      {"--preconnect 1 a.har", {"--preconnect", "'1'"}},
+      {"--certificates no a.har", {"--certificates", "'no'"}},
+      {"--dns maybe a.har", {"--dns", "'maybe'"}},
+      {"--parents all a.har", {"--parents", "'all'", "inferred"}},
+      {"--slow-start ON a.har", {"--slow-start", "'ON'"}},
+      {"--log loud a.har", {"--log", "'loud'"}},
+      {"--prop net.cv.kiv.on a.har", {"--prop", "name=value"}},
+      {"--prop net.cv.kiv.limit=1 a.har", {"--prop", "'net.cv.kiv.limit'", "net.cv.kiv.prlimit"}},
+      {"--prop net.cv.kiv.on=true a.har", {"--prop", "net.cv.kiv.on", "from 0 to 1", "'true'"}},
+      {"--props " + unknown + " a.har", {"--props", unknown + ":2", "'net.cv.kiv.onn'"}},
+      {"--props " + noValue + " a.har", {"--props", noValue + ":1"}},
+      {"--props /nowhere/at/all a.har", {"--props", "/nowhere/at/all"}},
+      {"--props " + folder.Path() + " a.har", {"--props", folder.Path()}},
+      {"--html --json x a.har", {"--html", "'--json'"}},
+      {"--html=--x a.har", {"--html", "'--x'"}},
+      {"- a.har -", {"RECORDING", "standard input"}},
       // clang-format on
   };
   for (const auto& row : cases) {
-    std::string error = "no error";
-    try {
-      std::ostringstream out;
-      ParseCommandLine(row.arguments, out);
-    } catch (const std::runtime_error& caught) {
-      error = caught.what();
-    }
+    const std::string error = ErrorOf([&] { ParsedLine(row.line); });
     for (const std::string& part : row.parts) EXPECT_NE(error.find(part), std::string::npos) << error << part;
     EXPECT_EQ(error.find('\n'), std::string::npos) << error;
   }
 }
 
 TEST(CommandLine, RecordingsComeFromFoldersAndLists) {
-  const std::filesystem::path top = TestFolder() / "found";
+  const TemporaryFolder folder;
+  const std::filesystem::path top = folder.File("found");
   std::filesystem::create_directories(top / "inner");
   std::filesystem::create_directories(top / "empty.har");
   for (const char* name : {"b.har", "inner/A.HAR.GZ", "inner/c.har.zst", "inner/d.har.txt", "page.json"}) {
     std::ofstream(top / name) << "{}";
   }
   std::filesystem::create_directory_symlink(top, top / "inner" / "loop");
-  const std::string list = FileWith("list.txt", top.string() + "\n\nmissing.har\r\nx.har");
+  const std::string list = folder.Write("list.txt", top.string() + "\n\nmissing.har\r\nx.har");
   const std::vector<std::string> inTop = {top / "b.har", top / "inner/A.HAR.GZ", top / "inner/c.har.zst"};
   const struct {
     std::vector<std::string> arguments, recordings;
-    const char* error = nullptr;
+    const char* error = "none";
   } cases[] = {
       {{"page.json", "-"}, {"page.json", "-"}},
       {{top}, inTop},
       {{"z.har", "@" + list}, {"z.har", inTop[0], inTop[1], inTop[2], "missing.har", "x.har"}},
       {{top / "empty.har"}, {}, "without recordings"},
-      {{"@" + FileWith("empty.txt", "\n")}, {}, "names no recording"},
+      {{"@" + folder.Write("empty.txt", "\n")}, {}, "names no recording"},
       {{"@nowhere.txt"}, {}, "'@nowhere.txt' cannot be read"},
       {{"-", "a.har", "-"}, {}, "standard input"},
   };
   for (const auto& row : cases) {
-    try {
-      EXPECT_EQ(FindRecordings(row.arguments).recordings, row.recordings);
-      EXPECT_EQ(row.error, nullptr);
-    } catch (const std::runtime_error& error) {
-      ASSERT_NE(row.error, nullptr) << error.what();
-      EXPECT_NE(std::string(error.what()).find(row.error), std::string::npos) << error.what();
-    }
+    std::vector<std::string> found;
+    const std::string error = ErrorOf([&] { found = FindRecordings(row.arguments).recordings; });
+    EXPECT_EQ(found, row.recordings);
+    EXPECT_NE(error.find(row.error), std::string::npos) << error;
   }
   EXPECT_EQ(FindRecordings({"@" + list}).lists, std::vector<std::string>{list});
-  std::filesystem::remove_all(top);
 }
 
 TEST(CommandLine, HelpAndVersionEndIt) {
@@ -238,17 +219,15 @@ TEST(ChildJobs, KillTheRestWhenTheOwnerGivesUp) {
 }
 
 TEST(OutputFile, ReplacesTheWholeFileOrNothing) {
-  const std::filesystem::path folder = TestFolder() / "out";
-  std::filesystem::create_directories(folder);
+  const TemporaryFolder place;
+  const std::filesystem::path folder = place.Path();
   const std::string path = folder / "report";
   WriteOutput(path, std::string(100000, 'x'));
   ASSERT_EQ(chmod(path.c_str(), 0640), 0);
   std::filesystem::create_symlink("report", folder / "link");
   WriteOutput(folder / "link", "new");
   EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
-  std::string text;
-  EXPECT_TRUE(std::getline(std::ifstream(path), text, '\0'));
-  EXPECT_EQ(text, "new");
+  EXPECT_EQ(TextOf(path), "new");
   EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0640));
 
   EXPECT_THROW(WriteOutput(folder / "missing" / "report", "text"), std::runtime_error);
@@ -261,33 +240,29 @@ TEST(OutputFile, ReplacesTheWholeFileOrNothing) {
 }
 
 TEST(OutputStream, EmptiesTheFileWithTheFirstLineOnly) {
-  const std::string path = FileWith("lines", "of before");
-  const auto text = [&path] {
-    std::ostringstream all;
-    all << std::ifstream(path).rdbuf();
-    return all.str();
-  };
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("lines", "of before");
   OutputStream stream(path);
-  EXPECT_EQ(text(), "of before");
+  EXPECT_EQ(TextOf(path), "of before");
   stream.Write("a\n");
-  EXPECT_EQ(text(), "a\n") << "it can be read while more is made";
+  EXPECT_EQ(TextOf(path), "a\n") << "it can be read while more is made";
   stream.Write("b\n");
-  EXPECT_EQ(text(), "a\nb\n");
+  EXPECT_EQ(TextOf(path), "a\nb\n");
   EXPECT_THROW(OutputStream("/dev/full").Write("text"), std::runtime_error);
 }
 
 TEST(OutputCheck, RefusesWhatWouldBeLost) {
-  const std::string input = FileWith("input.har", "{}");
-  const std::string report = FileWith("report.html", "<i>sign</i>");
-  const std::string foreign = FileWith("foreign.txt", "mine");
-  const std::string empty = FileWith("empty", "");
-  const std::string link = TestFolder() / "link", hardLink = TestFolder() / "hardlink",
-                    fresh = TestFolder() / "new";
-  for (const std::string& path : {link, hardLink, fresh}) std::filesystem::remove(path);
+  const TemporaryFolder folder;
+  const std::string input = folder.Write("input.har", "{}");
+  const std::string report = folder.Write("report.html", "<i>sign</i>");
+  const std::string foreign = folder.Write("foreign.txt", "mine");
+  const std::string empty = folder.Write("empty", "");
+  const std::string link = folder.File("link"), hardLink = folder.File("hardlink"),
+                    fresh = folder.File("new");
   std::filesystem::create_symlink(input, link);
   std::filesystem::create_hard_link(input, hardLink);
-  const std::string roundabout = TestFolder() / "." / "new";
-  const std::string missingFolder = TestFolder() / "missing" / "x";
+  const std::string roundabout = folder.File("./new");
+  const std::string missingFolder = folder.File("missing/x");
   const struct {
     std::vector<std::string> outputs;
     const char* error;   // part of the message; null: allowed
@@ -305,21 +280,16 @@ TEST(OutputCheck, RefusesWhatWouldBeLost) {
       {{"-", "-"}, "is also the output of --1"},
       {{foreign}, "--force", false},
       {{missingFolder}, "its folder"},
-      {{TestFolder()}, "is a folder"},
+      {{folder.Path()}, "is a folder"},
   };
   for (const auto& row : cases) {
     for (const bool force : {false, true}) {
       std::vector<PlannedOutput> outputs;
       static const char* const kOptions[] = {"--1", "--2"};
       for (const std::string& path : row.outputs) outputs.push_back({kOptions[outputs.size()], path, "sign"});
-      std::string error;
-      try {
-        CheckOutputs(outputs, {"-", input, "missing.har"}, force);
-      } catch (const std::runtime_error& caught) {
-        error = caught.what();
-      }
+      const std::string error = ErrorOf([&] { CheckOutputs(outputs, {"-", input, "missing.har"}, force); });
       const bool refused = row.error != nullptr && (!force || row.forced);
-      EXPECT_EQ(!error.empty(), refused) << row.outputs.back() << ": " << error;
+      EXPECT_EQ(error != "none", refused) << row.outputs.back() << ": " << error;
       if (!refused) continue;
       EXPECT_NE(error.find(row.error), std::string::npos) << error;
       EXPECT_NE(error.find("'" + row.outputs.back() + "'"), std::string::npos) << error;

@@ -21,6 +21,8 @@
 #include "host/plugin_functions.h"
 #include "replay/model/replay.h"
 #include "replay/recording/har_reader.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/text.h"
 
 namespace replay {
 namespace {
@@ -141,12 +143,7 @@ TEST(Replay, ABodyThatIsNotWhatWasFetchedEndsTheReplay) {
   };
   for (const auto& row : rows) {
     tamper = row;
-    std::string error;
-    try {
-      Replay(Example(), {}, change);
-    } catch (const std::runtime_error& thrown) {
-      error = thrown.what();
-    }
+    const std::string error = tests::ErrorOf([&] { Replay(Example(), {}, change); });
     EXPECT_NE(error.find("http://"), std::string::npos) << "noticed: " << error;
   }
 }
@@ -225,30 +222,23 @@ TEST(Replay, LogLinesAreInThreadtimeForm) {
 
 class ProgramTest : public testing::Test {
  protected:
-  ProgramTest() { std::filesystem::create_directories(folder); }
-  ~ProgramTest() override { std::filesystem::remove_all(folder); }
-
   // Runs it in the folder, with the words as the shell reads them; its exit status.
   int Run(const std::string& words) {
-    const std::string line = "cd " + folder.string() + " && " KIV_REPLAY_PATH " " + words + " >out 2>errors";
+    const std::string line = "cd " + folder.Path() + " && " KIV_REPLAY_PATH " " + words + " >out 2>errors";
     const int status = std::system(line.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  std::string Text(const std::string& name) const {
-    std::ostringstream text;
-    text << std::ifstream(folder / name).rdbuf();
-    return text.str();
-  }
+  std::string Text(const std::string& name) const { return tests::TextOf(folder.File(name)); }
 
-  const std::filesystem::path folder =
-      std::filesystem::path(testing::TempDir()) / ("kiv_program_" + std::to_string(getpid()));
+  const tests::TemporaryFolder folder;
 };
 
 TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
-  std::ofstream(folder / "no.har") << "{\"log\": 5}";
-  std::ofstream(folder / "empty.har") << "{\"log\": {\"entries\": []}}";
-  std::ofstream(folder / "one.har")
-      << R"({"log": {"entries": [{"request": {"url": "http://a.test/"}, "response": {"status": 200}}]}})";
+  folder.Write("no.har", "{\"log\": 5}");
+  folder.Write("empty.har", "{\"log\": {\"entries\": []}}");
+  folder.Write(
+      "one.har",
+      R"({"log": {"entries": [{"request": {"url": "http://a.test/"}, "response": {"status": 200}}]}})");
   const std::string good = KIV_EXAMPLE_RECORDING;
   const struct {
     std::string words;
@@ -280,13 +270,13 @@ TEST_F(ProgramTest, BadInputIsOneLineAndStatus2AndTheRestIsDone) {
       EXPECT_EQ(object.contains("error"), !object.contains("visits")) << line;
     }
     EXPECT_EQ(names, row.linesOf) << row.words;
-    std::filesystem::remove(folder / "json");
+    std::filesystem::remove(folder.File("json"));
   }
   EXPECT_EQ(Text("no.har"), "{\"log\": 5}");
 }
 
 TEST_F(ProgramTest, AnInterruptionKeepsWhatIsFinishedAndNamesTheRest) {
-  std::filesystem::current_path(folder);
+  std::filesystem::current_path(folder.Path());
   mkfifo("pipe", 0600);  // nobody writes to it, so that its replay never ends
   for (const int number : {SIGINT, SIGTERM}) {
     std::filesystem::remove("json");
@@ -323,7 +313,7 @@ TEST_F(ProgramTest, SaysWhenVisitsIsIgnored) {
 
 TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {
   const std::string words = " --json json --html html --har-out har --log 4 - recording.har <recording.har";
-  std::filesystem::copy_file(KIV_EXAMPLE_RECORDING, folder / "recording.har");
+  std::filesystem::copy_file(KIV_EXAMPLE_RECORDING, folder.File("recording.har"));
   std::string outputs[2];
   for (const int jobs : {1, 2}) {
     EXPECT_EQ(Run("--jobs " + std::to_string(jobs) + words), 0) << Text("errors");

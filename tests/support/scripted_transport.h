@@ -43,7 +43,7 @@ struct ScriptedTransport : host::Transport {
     At(id).cancelled = true;
     return {.bodyBytes = 1};
   }
-  void Preconnect(const std::string& url, size_t count) override {
+  void Preconnect(const std::string& url, size_t count, net::URLRequestContext*) override {
     preconnects += " " + url + "*" + std::to_string(count);
   }
 

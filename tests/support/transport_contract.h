@@ -154,7 +154,7 @@ inline void ExpectTransportContract(TransportWorld world) {
   }
   {
     SCOPED_TRACE("a connection ahead of its use");
-    transport.Preconnect(world.server + "/", 1);
+    transport.Preconnect(world.server + "/", 1, nullptr);
     const ContractClient& client = start("/1000");
     runUntilDone(client);
     EXPECT_EQ(client.result, host::kOk);
@@ -166,7 +166,7 @@ inline void ExpectTransportContract(TransportWorld world) {
     bool begun = false;
     running.onBody = [&] { begun = true; };
     world.run([&] { return begun; });
-    transport.Preconnect(world.server + "/", 3);
+    transport.Preconnect(world.server + "/", 3, nullptr);
     world.transport.reset();
     running.heard = waiting.heard = "";
     bool later = false;

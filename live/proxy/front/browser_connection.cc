@@ -248,10 +248,13 @@ void BrowserConnection::BeginTunnel() {
                              " HTTP/1.1\r\nHost: " + ToText(request_.target, secure ? 443 : 80) + "\r\n" +
                              request_.headers + "Connection: Upgrade\r\nUpgrade: " + request_.upgrade +
                              "\r\n\r\n";
-    front_.replace(
-        this, std::make_shared<Tunnel>(
-                  front_, std::move(stream_),
-                  TunnelRequest{.target = request_.target, .secure = secure, .toServer = head + input_}));
+    AddressRule mayReach = front_.handler.AddressesFor(
+        {.method = request_.method, .url = request_.url, .headers = request_.headers, .body = nullptr});
+    front_.replace(this, std::make_shared<Tunnel>(front_, std::move(stream_),
+                                                  TunnelRequest{.target = request_.target,
+                                                                .secure = secure,
+                                                                .mayReach = std::move(mayReach),
+                                                                .toServer = head + input_}));
     return;
   }
   const std::string established = "HTTP/1.1 200 Connection established\r\n\r\n";

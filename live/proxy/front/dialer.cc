@@ -15,16 +15,18 @@ constexpr std::chrono::milliseconds kBetweenAttempts(250);
 
 Dialer::Dialer(FrontContext& front) : front_(front), timer_(front.loop.Io()) {}
 
-void Dialer::Dial(const HostPort& target, Done done) {
+void Dialer::Dial(const HostPort& target, AddressRule mayReach, Done done) {
   const HostPort to = Redirected(target, front_.settings.connectTo);
   done_ = std::move(done);
   name_ = ToText(target, 0);
-  front_.resolver.Resolve(to.host, to.port,
-                          [self = shared_from_this()](const Resolver::Endpoints& endpoints) {
-                            if (!self->done_) return;
-                            self->endpoints_ = endpoints;
-                            self->TryNext();
-                          });
+  front_.resolver.Resolve(
+      to.host, to.port,
+      [self = shared_from_this(), mayReach = std::move(mayReach)](const Resolver::Endpoints& endpoints) {
+        if (!self->done_) return;
+        self->endpoints_ = endpoints;
+        if (mayReach && self->DropForbidden(mayReach)) return;
+        self->TryNext();
+      });
 }
 
 void Dialer::Cancel() {
@@ -37,6 +39,16 @@ void Dialer::End(std::variant<Socket, Refusal> result) {
   const Done done = std::exchange(done_, nullptr);
   Cancel();
   done(std::move(result));
+}
+
+// Whether none is left; then this is over.
+bool Dialer::DropForbidden(const AddressRule& mayReach) {
+  const size_t dropped = std::erase_if(
+      endpoints_, [&](const auto& endpoint) { return !mayReach(endpoint.address().to_string()); });
+  if (dropped == 0 || !endpoints_.empty()) return false;
+  End(Refusal{
+      403, "The server " + name_ + " has a private address, which pages of public servers may not reach."});
+  return true;
 }
 
 void Dialer::TryNext() {

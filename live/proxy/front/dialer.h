@@ -22,11 +22,13 @@ class Dialer : public std::enable_shared_from_this<Dialer> {
 
   explicit Dialer(FrontContext& front);
 
-  // `done` is called once, never from inside, and not after Cancel.
-  void Dial(const HostPort& target, Done done);
+  // `done` is called once, never from inside, and not after Cancel. Only addresses that the rule allows are
+  // tried.
+  void Dial(const HostPort& target, AddressRule mayReach, Done done);
   void Cancel();
 
  private:
+  bool DropForbidden(const AddressRule& mayReach);
   void TryNext();
   void End(std::variant<Socket, Refusal> result);
 

@@ -11,10 +11,18 @@ namespace {
 
 namespace asio = boost::asio;
 
-enum class Guess { Tls, Other, TooEarly };
+enum class Guess { Tls, Http, Other, TooEarly };
 
-// A record of the handshake (22), of version 3, that holds a ClientHello (1).
+constexpr size_t kMostHead = 16 * 1024;  // bytes that are looked at
+constexpr std::string_view kGet = "GET ";
+
+// A record of the handshake (22), of version 3, that holds a ClientHello (1); or a WebSocket in the clear,
+// whose head is waited for.
 Guess GuessProtocol(const std::string& bytes) {
+  if (bytes.size() > kGet.size() ? bytes.starts_with(kGet) : !bytes.empty() && kGet.starts_with(bytes)) {
+    if (bytes.find("\r\n\r\n") != std::string::npos) return Guess::Http;
+    return bytes.size() < kMostHead ? Guess::TooEarly : Guess::Other;
+  }
   constexpr size_t kRecordHead = 5;
   const bool begins = (bytes.empty() || bytes[0] == 22) && (bytes.size() < 2 || bytes[1] == 3) &&
                       (bytes.size() <= kRecordHead || bytes[kRecordHead] == 1);
@@ -61,12 +69,10 @@ void Handshake::Look() {
   switch (GuessProtocol(read_)) {
     case Guess::Tls:
       return BeginTls();
+    case Guess::Http:
+      return BeginTunnel(AddressesForHttp());
     case Guess::Other:
-      closed_ = true;
-      return front_.replace(
-          this, std::make_shared<Tunnel>(
-                    front_, std::move(browser_),
-                    TunnelRequest{.target = target_, .toServer = std::move(read_), .explain = false}));
+      return BeginTunnel({});
     case Guess::TooEarly:
       break;
   }
@@ -78,6 +84,24 @@ void Handshake::Look() {
                        read_.append(chunk_.data(), count);
                        Look();
                      });
+}
+
+AddressRule Handshake::AddressesForHttp() const {
+  const size_t line = read_.find("\r\n");
+  const std::string path = read_.substr(kGet.size(), read_.find(' ', kGet.size()) - kGet.size());
+  return front_.handler.AddressesFor({.method = "GET",
+                                      .url = "http://" + ToText(target_, 80) + path,
+                                      .headers = read_.substr(line + 2, read_.find("\r\n\r\n", line) - line),
+                                      .body = nullptr});
+}
+
+void Handshake::BeginTunnel(AddressRule mayReach) {
+  closed_ = true;
+  front_.replace(this, std::make_shared<Tunnel>(front_, std::move(browser_),
+                                                TunnelRequest{.target = target_,
+                                                              .mayReach = std::move(mayReach),
+                                                              .toServer = std::move(read_),
+                                                              .explain = false}));
 }
 
 void Handshake::BeginTls() {

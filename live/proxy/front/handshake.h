@@ -27,6 +27,9 @@ class Handshake final : public Channel {
 
  private:
   void Look();
+  // What the head of a request in the clear, which has been read, says of where it may go.
+  AddressRule AddressesForHttp() const;
+  void BeginTunnel(AddressRule mayReach);
   void BeginTls();
   void TlsStands();
   void End();

@@ -22,7 +22,7 @@ Tunnel::Tunnel(FrontContext& front, std::unique_ptr<Stream> browser, TunnelReque
 
 void Tunnel::Start() {
   const auto self = std::static_pointer_cast<Tunnel>(shared_from_this());
-  dialer_->Dial(request_.target, [self](std::variant<Socket, Refusal> result) {
+  dialer_->Dial(request_.target, request_.mayReach, [self](std::variant<Socket, Refusal> result) {
     if (self->closed_) return;
     if (const auto* const refusal = std::get_if<Refusal>(&result)) return self->Fail(*refusal);
     Socket& socket = std::get<Socket>(result);

@@ -18,6 +18,7 @@ namespace live {
 struct TunnelRequest {
   HostPort target;
   bool secure = false;    // over TLS, with the server's certificate verified
+  AddressRule mayReach;   // empty for any address
   std::string toBrowser;  // before the server's bytes, once the server is reached
   std::string toServer;   // before the browser's bytes
   bool explain = true;    // tell the browser in a response when the server cannot be reached

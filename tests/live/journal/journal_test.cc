@@ -9,16 +9,16 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/virtual_clock.h"
 #include "live/journal/page_lines.h"
 #include "replay/recording/har_reader.h"
-#include "tests/live/support/child_process.h"
+#include "tests/support/header_lines.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/text.h"
 
 namespace live {
 namespace {
@@ -33,18 +33,7 @@ base::Time At(int64_t ms) {
   return base::Time::FromInternalValue(kBeganUs + ms * 1000);
 }
 
-std::string Text(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
-// "HTTP/1.1 200 OK" with these lines, as a raw block.
-std::string Block(const std::vector<std::string>& lines, const std::string& status = "200 OK") {
-  std::string block = "HTTP/1.1 " + status + std::string(1, '\0');
-  for (const std::string& line : lines) block += line + std::string(1, '\0');
-  return block + std::string(1, '\0');
-}
+using tests::TextOf;
 
 LoadRecord Load(host::TabId page, const std::string& url, int64_t askedMs) {
   LoadRecord load;
@@ -54,7 +43,7 @@ LoadRecord Load(host::TabId page, const std::string& url, int64_t askedMs) {
   load.method = "GET";
   load.url = url;
   load.requestHeaders = "Referer: https://shop.test/\r\nAccept: */*\r\n\r\n";
-  load.responseBlock = Block({"Content-Type: text/html", "Content-Length: 1000"});
+  load.responseBlock = tests::RawBlock(200, "Content-Type: text/html\nContent-Length: 1000\n");
   load.bodyBytes = 1000;
   load.asked = load.transfer.started = At(askedMs);
   load.transfer.connect = At(askedMs + 5);
@@ -104,7 +93,7 @@ class JournalTest : public testing::Test {
         [this](const std::string& line) { lines.push_back(line); },
         [this](const std::string& message) { told.push_back(message); });
   }
-  nlohmann::json Har() { return nlohmann::json::parse(Text(harPath))["log"]; }
+  nlohmann::json Har() { return nlohmann::json::parse(TextOf(harPath))["log"]; }
 
   const tests::TemporaryFolder folder;
   const std::string jsonPath = folder.File("pages.json"), harPath = folder.File("day.har");
@@ -118,10 +107,10 @@ TEST_F(JournalTest, WritesALinePerPageAtOnceAndBehindWhatIsThere) {
   auto journal = Open();
   journal->Observer().onPage({.url = "https://a.test/"});
   EXPECT_EQ(lines.size(), 1u);
-  const std::string first = Text(jsonPath);
+  const std::string first = TextOf(jsonPath);
   EXPECT_EQ(first.find("{\"of\":\"yesterday\"}\n{\"url\":\"https://a.test/\""), 0u) << first;
   journal->Observer().onPage({.url = "https://b.test/"});
-  EXPECT_EQ(Text(jsonPath), first + PageJson({.url = "https://b.test/"}, kWallUs));
+  EXPECT_EQ(TextOf(jsonPath), first + PageJson({.url = "https://b.test/"}, kWallUs));
 }
 
 TEST_F(JournalTest, TheReplayReadsItsHar) {
@@ -139,7 +128,7 @@ TEST_F(JournalTest, TheReplayReadsItsHar) {
     failed.result = host::kConnectionFailed;
     observer.onLoad(failed);
     LoadRecord moved = Load(1, "https://shop.test/old?x=1&y", 80);
-    moved.responseBlock = Block({"Location: /new"}, "302 Found");
+    moved.responseBlock = tests::RawBlock(302, "Location: /new\n");
     moved.method = "POST";
     observer.onLoad(moved);
     observer.onLoad(Load(2, "https://shop.test/", 10'000));
@@ -177,8 +166,8 @@ TEST_F(JournalTest, TheReplayReadsItsHar) {
 
   const std::string line = KIV_REPLAY_PATH " --json " + folder.File("figures") + " " + harPath + " >" +
                            folder.File("out") + " 2>&1";
-  ASSERT_EQ(std::system(line.c_str()), 0) << Text(folder.File("out"));
-  const std::string written = Text(folder.File("figures"));  // of the recording, and of all
+  ASSERT_EQ(std::system(line.c_str()), 0) << TextOf(folder.File("out"));
+  const std::string written = TextOf(folder.File("figures"));  // of the recording, and of all
   const nlohmann::json figures = nlohmann::json::parse(written.substr(0, written.find('\n')));
   EXPECT_EQ(figures["visits"], 2);
   EXPECT_EQ(figures["repeat_visits"], 1);
@@ -189,13 +178,14 @@ TEST_F(JournalTest, WritesNoSecretsIntoItsHar) {
   load.requestHeaders =
       "Cookie: sid=hunter2; theme=hunter3; hunter4\r\nAuthorization: Basic hunter5\r\nX-Api-Key: hunter6\r\n"
       "Accept: text/\xff\r\n\r\n";
-  load.responseBlock = Block({"Set-Cookie: sid=hunter7; Path=/; HttpOnly", "Set-Cookie: hunter8",
-                              "X-CSRF-Token: hunter9", "Content-Type: text/html"});
+  load.responseBlock = tests::RawBlock(200,
+                                       "Set-Cookie: sid=hunter7; Path=/; HttpOnly\nSet-Cookie: hunter8\n"
+                                       "X-CSRF-Token: hunter9\nContent-Type: text/html\n");
   {
     auto journal = Open();
     journal->Observer().onLoad(load);
   }
-  EXPECT_EQ(Text(harPath).find("hunter"), std::string::npos) << Text(harPath);
+  EXPECT_EQ(TextOf(harPath).find("hunter"), std::string::npos) << TextOf(harPath);
   const nlohmann::json entry = Har()["entries"][0];
   const nlohmann::json& sent = entry["request"]["headers"];
   EXPECT_EQ(sent[0], (nlohmann::json{{"name", "Cookie"}, {"value", "sid=; theme=; ="}}));
@@ -317,7 +307,7 @@ TEST_F(JournalTest, GoesOnWithoutItsFilesOnAFullDisk) {
     journal->Observer().onPage({.url = "https://shop.test/"});
   };
   pass();
-  const std::string json = Text(jsonPath);
+  const std::string json = TextOf(jsonPath);
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   const rlimit full = {.rlim_cur = json.size() + 10, .rlim_max = before.rlim_max};
@@ -326,7 +316,7 @@ TEST_F(JournalTest, GoesOnWithoutItsFilesOnAFullDisk) {
   setrlimit(RLIMIT_FSIZE, &before);
   pass();
   EXPECT_EQ(lines.size(), 3u) << "for people there is a line all the same";
-  EXPECT_EQ(Text(jsonPath), json) << "no half line";
+  EXPECT_EQ(TextOf(jsonPath), json) << "no half line";
   EXPECT_EQ(told.size(), 2u) << "once for each file";
 }
 
@@ -342,15 +332,10 @@ TEST_F(JournalTest, RefusesFilesThatItWouldSpoil) {
       {{.jsonPath = folder.Path()}, folder.Path() + ": cannot be written: Is a directory"},
   };
   for (const auto& row : cases) {
-    std::string error;
-    try {
-      Make()->Open(row.settings);
-    } catch (const std::runtime_error& caught) {
-      error = caught.what();
-    }
+    const std::string error = tests::ErrorOf([&] { Make()->Open(row.settings); });
     EXPECT_EQ(error.find(row.error), 0u) << error;
   }
-  EXPECT_EQ(Text(notes), "mine");
+  EXPECT_EQ(TextOf(notes), "mine");
 }
 
 }  // namespace

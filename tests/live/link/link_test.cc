@@ -6,6 +6,7 @@
 #include "live/link/link_queue.h"
 #include "live/link/options.h"
 #include "live/link/report.h"
+#include "tests/support/text.h"
 
 namespace live_link {
 namespace {
@@ -66,27 +67,20 @@ LinkOptions Parsed(std::vector<std::string> arguments) {
 
 TEST(LinkOptions, ProfilesAndFiguresOfTheLine) {
   const struct {
-    std::vector<std::string> arguments;
-    const char* profile;
+    const char *arguments, *profile;
     double rttMs;
     LinkSettings down, up;
   } cases[] = {
-      {{}, "4g", 170, {9'000'000, 85 * kMs, 375}, {9'000'000, 85 * kMs, 375}},
-      {{"--profile", "3g"}, "3g", 300, {1'600'000, 150 * kMs, 100}, {768'000, 150 * kMs, 100}},
-      {{"--rtt", "7", "--up", "0.01"}, "custom", 7, {9'000'000, 3'500'000, 375}, {10'000, 3'500'000, 100}},
-      {{"--profile", "native", "--rtt=0", "--down=1000", "--up=1", "--queue=9"},
-       "custom",
-       0,
-       {1'000'000'000, 0, 9},
-       {1'000'000, 0, 9}},
-      {{"--queue", "64kB"},
-       "4g",
-       170,
-       {9'000'000, 85 * kMs, SIZE_MAX, 64000},
-       {9'000'000, 85 * kMs, SIZE_MAX, 64000}},
+      // clang-format off
+      {"", "4g", 170, {9'000'000, 85 * kMs, 375}, {9'000'000, 85 * kMs, 375}},
+      {"--profile 3g", "3g", 300, {1'600'000, 150 * kMs, 100}, {768'000, 150 * kMs, 100}},
+      {"--rtt 7 --up 0.01", "custom", 7, {9'000'000, 3'500'000, 375}, {10'000, 3'500'000, 100}},
+      {"--profile native --rtt=0 --down=1000 --up=1 --queue=9", "custom", 0, {1'000'000'000, 0, 9}, {1'000'000, 0, 9}},
+      {"--queue 64kB", "4g", 170, {9'000'000, 85 * kMs, SIZE_MAX, 64000}, {9'000'000, 85 * kMs, SIZE_MAX, 64000}},
+      // clang-format on
   };
   for (const auto& row : cases) {
-    const LinkOptions options = Parsed(row.arguments);
+    const LinkOptions options = Parsed(tests::Words(row.arguments));
     EXPECT_EQ(options.profile, row.profile);
     EXPECT_EQ(options.rttMs, row.rttMs);
     for (const auto& [got, want] : {std::pair(options.down, row.down), std::pair(options.up, row.up)}) {
@@ -111,37 +105,33 @@ TEST(LinkOptions, CommandsAreLeftAsTheyAre) {
 
 TEST(LinkOptions, ErrorsNameTheOptionAndWhatIsWrong) {
   const struct {
-    std::vector<std::string> arguments, parts;  // of the message
+    const char* line;
+    std::vector<std::string> parts;  // of the message
   } cases[] = {
       // clang-format off
-      {{}, {"after --"}},
-      {{"--server", "x", "--"}, {"after --"}},
-      {{"curl", "--", "x"}, {"curl", "after --"}},
-      {{"--profile", "5g", "--", "x"}, {"--profile", "'5g'", "cable"}},
-      {{"--profile", "native", "--", "x"}, {"--rtt", "must be given"}},
-      {{"--rtt", "-1", "--", "x"}, {"--rtt", "'-1'"}},
-      {{"--rtt", "nan", "--", "x"}, {"--rtt", "'nan'"}},
-      {{"--rtt", "10001", "--", "x"}, {"--rtt", "10000"}},
-      {{"--down", "0", "--", "x"}, {"--down", "'0'", "0.01"}},
-      {{"--up", "5M", "--", "x"}, {"--up", "'5M'"}},
-      {{"--queue", "0", "--", "x"}, {"--queue", "'0'"}},
-      {{"--queue", "1kB", "--", "x"}, {"--queue", "1500", "'1kB'"}},
-      {{"--queue", "5MB", "--", "x"}, {"--queue", "'5MB'"}},
-      {{"--queue", "99999999999", "--", "x"}, {"--queue"}},
-      {{"--queue", "4294967295kB", "--", "x"}, {"--queue", "64 MB"}},
-      {{"--rtt", "10000", "--down", "1000", "--", "x"}, {"--rtt", "--down", "64 MB", "688 MB"}},
-      {{"--ready", "0", "--", "x"}, {"--ready", "'0'"}},
-      {{"--ready", "65536", "--", "x"}, {"--ready", "'65536'"}},
+      {"", {"after --"}},
+      {"--server x --", {"after --"}},
+      {"curl -- x", {"curl", "after --"}},
+      {"--profile 5g -- x", {"--profile", "'5g'", "cable"}},
+      {"--profile native -- x", {"--rtt", "must be given"}},
+      {"--rtt -1 -- x", {"--rtt", "'-1'"}},
+      {"--rtt nan -- x", {"--rtt", "'nan'"}},
+      {"--rtt 10001 -- x", {"--rtt", "10000"}},
+      {"--down 0 -- x", {"--down", "'0'", "0.01"}},
+      {"--up 5M -- x", {"--up", "'5M'"}},
+      {"--queue 0 -- x", {"--queue", "'0'"}},
+      {"--queue 1kB -- x", {"--queue", "1500", "'1kB'"}},
+      {"--queue 5MB -- x", {"--queue", "'5MB'"}},
+      {"--queue 99999999999 -- x", {"--queue"}},
+      {"--queue 4294967295kB -- x", {"--queue", "64 MB"}},
+      {"--rtt 10000 --down 1000 -- x", {"--rtt", "--down", "64 MB", "688 MB"}},
+      {"--ready 0 -- x", {"--ready", "'0'"}},
+      {"--ready 65536 -- x", {"--ready", "'65536'"}},
       // clang-format on
   };
   for (const auto& row : cases) {
-    std::string error = "no error";
-    try {
-      std::ostringstream out;
-      ParseLinkOptions(row.arguments, out);
-    } catch (const BadOption& caught) {
-      error = caught.what();
-    }
+    std::ostringstream out;
+    const std::string error = tests::ErrorOf([&] { ParseLinkOptions(tests::Words(row.line), out); });
     for (const std::string& part : row.parts) EXPECT_NE(error.find(part), std::string::npos) << error << part;
     EXPECT_EQ(error.find('\n'), std::string::npos) << error;
   }

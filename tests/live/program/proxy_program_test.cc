@@ -22,17 +22,13 @@
 
 #include "tests/live/support/child_process.h"
 #include "tests/live/support/scripted_server.h"
+#include "tests/support/text.h"
 
 namespace live {
 namespace {
 
 using nlohmann::json;
-
-std::string Text(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
+using tests::TextOf;
 
 // Looks every 20 ms, for 20 seconds at most.
 template <typename Condition>
@@ -102,9 +98,9 @@ class ProxyProgramTest : public testing::Test {
                                              "exec " KIV_PROXY_PATH " --listen 127.0.0.1:0 --mark " +
                                                  WithState(more) + " 2>" + folder.File("errors")},
                     output);
-    ASSERT_TRUE(Eventually([this] { return Text(output).find('\n') != std::string::npos; }))
-        << Text(folder.File("errors"));
-    address = Text(output).substr(0, Text(output).find('\n'));
+    ASSERT_TRUE(Eventually([this] { return TextOf(output).find('\n') != std::string::npos; }))
+        << TextOf(folder.File("errors"));
+    address = TextOf(output).substr(0, TextOf(output).find('\n'));
     EXPECT_TRUE(std::regex_match(address, std::regex("127\\.0\\.0\\.1:[0-9]+"))) << address;
   }
   // Its exit status.
@@ -170,7 +166,7 @@ class ProxyProgramTest : public testing::Test {
   // Waits until the last visit has settled, which is when its line is printed.
   void Settle() {
     const auto lines = [this] {
-      const std::string text = Text(output);
+      const std::string text = TextOf(output);
       return std::count(text.begin(), text.end(), '\n');
     };
     const auto before = lines();
@@ -198,9 +194,9 @@ TEST_F(ProxyProgramTest, PreloadsWhatEarlierVisitsNeededAcrossRestarts) {
   EXPECT_EQ(TimesAsked("/a"), 2) << "once by the browser, once by its preload";
   EXPECT_EQ(TimesAsked("/b"), 2);
   EXPECT_EQ(Stop(), 0) << "it ends cleanly, and the second visit is known too";
-  EXPECT_EQ(Text(folder.File("errors")), "");
+  EXPECT_EQ(TextOf(folder.File("errors")), "");
 
-  std::istringstream printed(Text(output));
+  std::istringstream printed(TextOf(output));
   std::string line;
   std::getline(printed, line);
   std::getline(printed, line);
@@ -208,14 +204,14 @@ TEST_F(ProxyProgramTest, PreloadsWhatEarlierVisitsNeededAcrossRestarts) {
       line.find(Url("shop.test", "/") + "  2 resources: 0 served, 0 joined, 2 fetched; 0 preloads unused"),
       0u)
       << line;
-  std::istringstream pages(Text(jsonPath));
+  std::istringstream pages(TextOf(jsonPath));
   std::vector<json> objects;
   while (std::getline(pages, line)) objects.push_back(json::parse(line));
   ASSERT_EQ(objects.size(), 2u);
   EXPECT_EQ(objects[1]["served"].get<int>() + objects[1]["joined"].get<int>(), 2);
   EXPECT_EQ(objects[1]["preloads"], 2);
   EXPECT_EQ(objects[1]["bytes"], 3000);
-  const json har = json::parse(Text(harPath));
+  const json har = json::parse(TextOf(harPath));
   EXPECT_EQ(har["log"]["pages"].size(), 2u);
   EXPECT_EQ(har["log"]["entries"].size(), 6u);
 
@@ -226,21 +222,6 @@ TEST_F(ProxyProgramTest, PreloadsWhatEarlierVisitsNeededAcrossRestarts) {
   EXPECT_FALSE(IsPreloaded(Visit()));
 }
 
-TEST_F(ProxyProgramTest, KeepsWhatIsStoredWhenItIsKilled) {
-  Start();
-  EXPECT_EQ(Visit(), kNotKnown);
-  Settle();
-  process->Kill(SIGKILL);
-  process->Wait();
-  Start();
-  const std::string marks = Visit();
-  EXPECT_TRUE(IsPreloaded(marks)) << marks;
-  EXPECT_EQ(Text(folder.File("errors")), "") << "the file is as good as before";
-  struct stat found {};
-  stat(state.c_str(), &found);
-  EXPECT_EQ(found.st_mode & 0777, 0600u);
-}
-
 TEST_F(ProxyProgramTest, ForgetsWhileItRuns) {
   Start();
   Visit();
@@ -249,7 +230,7 @@ TEST_F(ProxyProgramTest, ForgetsWhileItRuns) {
     const std::string line =
         KIV_PROXY_PATH " forget " + site + " --state " + state + " >" + folder.File("said");
     EXPECT_EQ(std::system(line.c_str()), 0);
-    return Text(folder.File("said"));
+    return TextOf(folder.File("said"));
   };
   EXPECT_EQ(forget("other.test"), "0 pages forgotten\n");
   EXPECT_EQ(forget("shop.test"), "1 pages forgotten\n");
@@ -257,7 +238,7 @@ TEST_F(ProxyProgramTest, ForgetsWhileItRuns) {
   EXPECT_EQ(Visit(), kNotKnown);
   Settle();
   EXPECT_EQ(forget(""), "1 pages forgotten\n");
-  EXPECT_EQ(Text(state).find("shop.test"), std::string::npos);
+  EXPECT_EQ(TextOf(state).find("shop.test"), std::string::npos);
 }
 
 TEST_F(ProxyProgramTest, ServesPagesWhateverIsMissing) {
@@ -274,7 +255,7 @@ TEST_F(ProxyProgramTest, ServesPagesWhateverIsMissing) {
     EXPECT_FALSE(IsPreloaded(Visit())) << row.options;
     EXPECT_FALSE(IsPreloaded(Visit()) && row.options.starts_with("--plugin")) << row.options;
     EXPECT_EQ(Stop(), 0) << row.options;
-    const std::string errors = Text(folder.File("errors"));
+    const std::string errors = TextOf(folder.File("errors"));
     EXPECT_NE(errors.find(row.said), std::string::npos) << errors;
     EXPECT_EQ(errors.find("kiv_proxy: "), 0u) << errors;
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
@@ -291,14 +272,15 @@ TEST_F(ProxyProgramTest, StandsInForServersBeforeWhoTrustsItsAuthority) {
                                     folder.File("key.pem"), folder.File("cert.pem")});
   ASSERT_TRUE(tests::WaitForPort(port));
   const std::string ca = folder.File("ca");
-  ASSERT_EQ(Run("ca --ca-dir " + ca), 0) << Text(folder.File("errors"));
-  std::string hash = Text(ca + "/spki");
+  ASSERT_EQ(Run("ca --ca-dir " + ca), 0) << TextOf(folder.File("errors"));
+  std::string hash = TextOf(ca + "/spki");
   ASSERT_EQ(hash.size(), 45u) << "a SHA-256 in base64, and the line's end";
   hash.pop_back();
-  EXPECT_NE(Text(folder.File("out")).find("--ignore-certificate-errors-spki-list=" + hash), std::string::npos)
-      << Text(folder.File("out"));
+  EXPECT_NE(TextOf(folder.File("out")).find("--ignore-certificate-errors-spki-list=" + hash),
+            std::string::npos)
+      << TextOf(folder.File("out"));
   EXPECT_EQ(Run("ca --ca-dir " + ca + " --only localhost"), 2) << "browsers may trust it already";
-  EXPECT_EQ(Text(ca + "/spki"), hash + "\n");
+  EXPECT_EQ(TextOf(ca + "/spki"), hash + "\n");
 
   folder.Write("secure_hosts", "127.0.0.1 localhost\n");
   Start("--intercept --ca-dir " + ca + " --hosts " + folder.File("secure_hosts") + " --connect-port " +
@@ -336,11 +318,11 @@ TEST_F(ProxyProgramTest, RefusesBadOptionsWithStatusTwo) {
                                                                  : row.words),
               row.status)
         << row.words;
-    const std::string errors = Text(folder.File("errors"));
+    const std::string errors = TextOf(folder.File("errors"));
     EXPECT_EQ(errors.find(row.error), 0u) << row.words << ": " << errors;
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), row.error.empty() ? 0 : 1) << errors;
   }
-  EXPECT_EQ(Text(har), "{}");
+  EXPECT_EQ(TextOf(har), "{}");
   EXPECT_NE(stat(state.c_str(), std::make_unique<struct stat>().get()), 0) << "no database is made for these";
 }
 

@@ -2,23 +2,18 @@
 // addresses its pages may reach.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <optional>
 
 #include "live/proxy/address_rules.h"
 #include "live/proxy/browser_cache_estimate.h"
 #include "live/proxy/cookie_view.h"
+#include "tests/support/header_lines.h"
+#include "tests/support/text.h"
 
 namespace live {
 namespace {
 
 constexpr const char* kSite = "https://page.test";
-
-std::string Block(std::string lines) {
-  lines = "HTTP/1.1 200 OK\n" + lines + "\n\n";
-  std::replace(lines.begin(), lines.end(), '\n', '\0');
-  return lines;
-}
 
 class CookieViewTest : public testing::Test {
  protected:
@@ -26,7 +21,7 @@ class CookieViewTest : public testing::Test {
     view.Sent(site, url, cookies.empty() ? "" : "Cookie: " + cookies + "\r\n");
   }
   void Set(const std::string& url, const std::string& cookie) {
-    view.Answered(kSite, url, Block("Set-Cookie: " + cookie), 1.7e12);
+    view.Answered(kSite, url, tests::RawBlock(200, "Set-Cookie: " + cookie + "\n"), 1.7e12);
   }
   // "?" when it cannot be told.
   std::string For(const std::string& url, bool carried = true, const std::string& site = kSite) {
@@ -81,9 +76,7 @@ TEST_F(CookieViewTest, IsBounded) {
 class BrowserCacheTest : public testing::Test {
  protected:
   void Deliver(const std::string& url, const std::string& headers, int status = 200) {
-    std::string block = Block(headers);
-    block.replace(9, 3, std::to_string(status));
-    estimate->Delivered(kSite, "GET", url, block, now);
+    estimate->Delivered(kSite, "GET", url, tests::RawBlock(status, headers + "\n"), now);
   }
   bool IsFresh(const std::string& url, const std::string& site = kSite) {
     return estimate->IsFresh(site, url, now);
@@ -139,36 +132,18 @@ TEST_F(BrowserCacheTest, ARequestThatAFullCacheWouldNotMakeShowsThatItWasCleared
 }
 
 TEST(AddressRulesTest, TellsPrivateAddresses) {
-  for (const char* const address : {"127.0.0.1",
-                                    "10.1.2.3",
-                                    "172.16.0.1",
-                                    "172.31.255.255",
-                                    "192.168.1.1",
-                                    "169.254.169.254",
-                                    "100.64.0.1",
-                                    "0.0.0.0",
-                                    "224.0.0.1",
-                                    "255.255.255.255",
-                                    "::1",
-                                    "::",
-                                    "fe80::1",
-                                    "fe80::1%eth0",
-                                    "fd00::1",
-                                    "::ffff:127.0.0.1",
-                                    "::ffff:10.0.0.1",
-                                    "64:ff9b::a00:1",
-                                    "64:ff9b:1::808:808",
-                                    "2002:7f00:1::",
-                                    "2001::1",
-                                    "203.0.113.1",
-                                    "2001:db8::1",
-                                    "not an address",
-                                    ""}) {
+  for (const std::string& address :
+       tests::Words("127.0.0.1 10.1.2.3 172.16.0.1 172.31.255.255 192.168.1.1 169.254.169.254 100.64.0.1 "
+                    "0.0.0.0 224.0.0.1 "
+                    "255.255.255.255 ::1 :: fe80::1 fe80::1%eth0 fd00::1 ::ffff:127.0.0.1 ::ffff:10.0.0.1 "
+                    "64:ff9b::a00:1 "
+                    "64:ff9b:1::808:808 2002:7f00:1:: 2001::1 203.0.113.1 2001:db8::1 not.an.address")) {
     EXPECT_TRUE(IsPrivateAddress(address)) << address;
   }
-  for (const char* const address :
-       {"8.8.8.8", "172.15.255.255", "172.32.0.1", "100.63.0.1", "192.169.0.1", "2606:4700::1111",
-        "::ffff:8.8.8.8", "64:ff9b::808:808", "2002:808:808::"}) {
+  EXPECT_TRUE(IsPrivateAddress(""));
+  for (const std::string& address :
+       tests::Words("8.8.8.8 172.15.255.255 172.32.0.1 100.63.0.1 192.169.0.1 2606:4700::1111 ::ffff:8.8.8.8 "
+                    "64:ff9b::808:808 2002:808:808::")) {
     EXPECT_FALSE(IsPrivateAddress(address)) << address;
   }
 }

@@ -12,8 +12,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -106,21 +104,6 @@ bool MakeCertificate(const std::string& folder) {
                         "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1", "-keyout",
                         folder + "/key.pem", "-out", folder + "/cert.pem"});
   return openssl.Wait() == 0;
-}
-
-TemporaryFolder::TemporaryFolder() {
-  path_ = (std::filesystem::temp_directory_path() / "kiv_test.XXXXXX").string();
-  if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("no folder can be made for the test");
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TemporaryFolder::Write(const std::string& name, const std::string& text) const {
-  std::ofstream(File(name), std::ios::binary) << text;
-  return File(name);
 }
 
 }  // namespace tests

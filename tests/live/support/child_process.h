@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/temporary_folder.h"
+
 namespace tests {
 
 class ChildProcess {
@@ -37,23 +39,6 @@ int FreePort();
 // A certificate and its key, for 127.0.0.1 and localhost, signed by itself: files "cert.pem" and "key.pem" in
 // the folder. False when they cannot be made.
 bool MakeCertificate(const std::string& folder);
-
-// A new empty folder, removed with what is in it at the end.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  const std::string& Path() const { return path_; }
-  std::string File(const std::string& name) const { return path_ + "/" + name; }
-  // Its path.
-  std::string Write(const std::string& name, const std::string& text) const;
-
- private:
-  std::string path_;
-};
 
 }  // namespace tests
 

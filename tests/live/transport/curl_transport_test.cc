@@ -198,7 +198,7 @@ TEST_F(CurlTransportTest, AServerIsSlowedDownByAClientThatDoesNotRead) {
 TEST_F(CurlTransportTest, SocketsThatWereOpenedAheadAreUsed) {
   Serve(tests::ServeBySize);
   for (const size_t count : {1, 3, 3}) {
-    transport->Preconnect(server->Url(), count);
+    transport->Preconnect(server->Url(), count, nullptr);
     bool later = false;
     loop.PostDelayed(100'000, [&] { later = true; });
     RunUntil(loop, [&] { return later && server->ConnectionCount() == static_cast<int>(count); });
@@ -213,9 +213,22 @@ TEST_F(CurlTransportTest, SocketsThatWereOpenedAheadAreUsed) {
   EXPECT_EQ(server->ConnectionCount(), 3);
   EXPECT_EQ(transport->Connections().preconnected, 3u);
   Serve(tests::ServeBySize, {.keepPreconnectedMs = 50});
-  transport->Preconnect(server->Url(), 1);
+  transport->Preconnect(server->Url(), 1, nullptr);
   RunUntil(loop, [&] { return transport->Connections().unused == 1; });
   EXPECT_EQ(Get("/10"), "200 b done 0");
+}
+
+TEST_F(CurlTransportTest, ConnectionsThatMayNotBeOpenedYetAreOpenedLater) {
+  settings.maxPreconnects = 2;
+  Serve(tests::ServeBySize, {.maxPlannedPreconnects = 1});
+  transport->Preconnect(server->Url(), 5, nullptr);
+  RunUntil(loop, [&] { return server->ConnectionCount() == 5; });
+  Serve(tests::ServeBySize, {.maxPlannedPreconnects = 1});
+  transport->Preconnect(server->Url(), 5, nullptr);
+  transport->Preconnect("http://localhost:" + std::to_string(server->Port()), 1, nullptr);
+  RunUntil(loop, [&] { return transport->Connections().preconnected == 3; });
+  EXPECT_EQ(Get("/10"), "200 b done 0");
+  EXPECT_EQ(server->ConnectionCount(), 3) << "what was planned first and not begun is dropped";
 }
 
 TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
@@ -225,14 +238,18 @@ TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
       EXPECT_EQ(address, "127.0.0.1");
       return allowed;
     }
-  } policy;
+  };
+  const auto shared = std::make_shared<Policy>();
+  Policy& policy = *shared;
   int requests = 0;
   Serve([&requests](Connection& connection) {
     while (!connection.ReadRequest().empty()) ++requests, connection.Write(OkResponse("", "x"));
   });
   for (const bool allowed : {false, true, false}) {
     policy.allowed = allowed;
+    if (!allowed) transport->Preconnect(server->Url(), 1, &policy);
     EXPECT_EQ(Get("/", {.context = &policy}), allowed ? "200 b done 0" : " done -3");
+    EXPECT_EQ(server->ConnectionCount(), requests);
   }
   EXPECT_EQ(requests, 1) << "the third one found a connection, and was not sent on it";
 }

@@ -80,7 +80,7 @@ TEST_F(Http2Test, ManyTransfersShareOneConnectionAndPausedOnesHoldUpNobody) {
 
 TEST_F(Http2Test, AConnectionThatWasOpenedAheadIsUsed) {
   const auto preconnect = [&] {
-    transport->Preconnect(origin + "/", 2);
+    transport->Preconnect(origin + "/", 2, nullptr);
     bool later = false;
     loop.PostDelayed(300'000, [&] { later = true; });
     RunUntil(loop, [&] { return later; });
@@ -106,9 +106,9 @@ TEST_F(Http2Test, OfAServerThatDoesNotMultiplexSocketsAreOpenedAhead) {
   server.emplace(std::vector<std::string>{"openssl", "s_server", "-quiet", "-www", "-accept", Port(), "-cert",
                                           folder.File("cert.pem"), "-key", folder.File("key.pem")});
   ASSERT_TRUE(tests::WaitForPort(port));
-  transport->Preconnect(origin + "/", 1);
+  transport->Preconnect(origin + "/", 1, nullptr);
   RunUntil(loop, [&] { return transport->Connections().unused == 1; });
-  transport->Preconnect(origin + "/", 1);
+  transport->Preconnect(origin + "/", 1, nullptr);
   RunUntil(loop, [&] { return transport->Connections().preconnected == 2; });
   ContractClient client;
   transport->Start({.url = origin + "/", .method = "GET"}, client);

@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
+
+#include "tests/support/temporary_folder.h"
+#include "tests/support/text.h"
 
 namespace replay {
 namespace {
@@ -64,11 +64,8 @@ std::vector<std::string> Stories(const Recording& recording) {
   return stories;
 }
 
-std::string ErrorOf(const std::string& sample) try {
-  ReadHar(Json(sample), "bad.har");
-  return "none";
-} catch (const std::runtime_error& error) {
-  return error.what();
+std::string ErrorOf(const std::string& sample) {
+  return tests::ErrorOf([&] { ReadHar(Json(sample), "bad.har"); });
 }
 
 TEST(HarReader, RefusesWhatIsNoHar) {
@@ -76,18 +73,18 @@ TEST(HarReader, RefusesWhatIsNoHar) {
     std::string sample, error;
   } cases[] = {
       // clang-format off
-      {"", "line 1, column 1 (byte 0): there is nothing in it"},
+      {"", "line 1, column 1 (byte 0): the file is empty"},
       {"callback {'log': {'entries': []}}", "line 1, column 1 (byte 0): not JSON"},
       {"{'log': {\n 'entries': [{}\n {}]}}", "line 3, column 2 (byte 27): not JSON"},
       {"{'log': {\n 'entries': [{'time': 1, 2}]}}", "line 2, column 26 (byte 35): not JSON"},
-      {"{'log': {'entries': [", "line 1, column 22 (byte 21): it ends before its objects and arrays are closed"},
-      {"{'log': {'entries': [{'time': '1", "line 1, column 33 (byte 32): it ends inside a string"},
+      {"{'log': {'entries': [", "line 1, column 22 (byte 21): the file ends before its objects and arrays are closed"},
+      {"{'log': {'entries': [{'time': '1", "line 1, column 33 (byte 32): the file ends inside a string"},
       {"{'log': {\n'a\\'': 'b\tc', 'entries': []}}",
-       "line 2, column 10 (byte 19): a control character inside a string"},
+       "line 2, column 10 (byte 19): a string contains a control character"},
       {"{'log': {'a\xc3\xa9': 'b\xe9g'}}", "line 1, column 19 (byte 18): not UTF-8"},
       {"\xef\xbb\xbf{'log': {'a': '\xff'}}", "line 1, column 19 (byte 18): not UTF-8"},
       {"{'log': {'entries': []}}\n{}",
-       "line 2, column 1 (byte 25): there is more after the end of the JSON document"},
+       "line 2, column 1 (byte 25): there is more text after the end of the JSON document"},
       {"[]", "not a HAR file: the JSON document is not an object"},
       {"{'entry': []}", "not a HAR file: log is missing"},
       {"{'log': []}", "not a HAR file: log is not an object"},
@@ -128,26 +125,19 @@ TEST(HarReader, EveryTruncationIsAnError) {
 }
 
 TEST(HarReader, ReadsFilesByPath) {
-  const std::string folder = ::testing::TempDir() + "har_reader_test";
-  std::filesystem::create_directories(folder);
-  const std::string path = folder + "/one.har";
-  std::ofstream(path) << "\xef\xbb\xbf" << Json("{'log': {'entries': [" + Start{"x", "00:00"}.Row() + R"(],
-      'browser': {'name': 'B'}, 'creator': {'version': '1.0', 'name': 'C'}}})");
+  const tests::TemporaryFolder folder;
+  const std::string path = folder.Write(
+      "one.har", "\xef\xbb\xbf" + Json("{'log': {'entries': [" + Start{"x", "00:00"}.Row() + R"(],
+      'browser': {'name': 'B'}, 'creator': {'version': '1.0', 'name': 'C'}}})"));
   const Recording recording = ReadHarFile(path);
   EXPECT_EQ(recording.name, "one.har");
   EXPECT_EQ(recording.creator, "C 1.0");
   EXPECT_EQ(recording.browser, "B");
   EXPECT_EQ(recording.pages.size(), 1u);
-  std::ofstream(path) << "{";
-  for (const std::string& bad : {path, folder, folder + "/none.har"}) {
-    try {
-      ReadHarFile(bad);
-      ADD_FAILURE() << bad;
-    } catch (const std::runtime_error& error) {
-      EXPECT_TRUE(std::string(error.what()).starts_with(bad + ": ")) << error.what();
-    }
+  for (const std::string& bad : {folder.Write("bad.har", "{"), folder.Path(), folder.File("none.har")}) {
+    const std::string error = tests::ErrorOf([&] { ReadHarFile(bad); });
+    EXPECT_TRUE(error.starts_with(bad + ": ")) << error;
   }
-  std::filesystem::remove_all(folder);
 }
 
 TEST(HarReader, SkipsWhatCannotBeReplayed) {

@@ -11,6 +11,7 @@
 
 #include "replay/recording/har_parser.h"
 #include "replay/recording/wrong_format.h"
+#include "tests/support/text.h"
 
 namespace replay {
 namespace {
@@ -70,8 +71,9 @@ TEST(InputText, DecompressesWhatIsCompressed) {
       }
     }
     EXPECT_TRUE(TextOf(bytes, 1 << 16, 0, text.size()) == text) << "just fits";
-    EXPECT_EQ(TextOf(bytes, 1 << 16, 0, text.size() - 1),
-              "file: it is too large: its text has more than " + std::to_string(text.size() - 1) + " bytes");
+    EXPECT_EQ(
+        TextOf(bytes, 1 << 16, 0, text.size() - 1),
+        "file: the file is too large: its text has more than " + std::to_string(text.size() - 1) + " bytes");
   }
   EXPECT_EQ(TextOf("", 1), "");
   EXPECT_EQ(TextOf("\x1f", 1), "\x1f");
@@ -120,13 +122,9 @@ TEST(WrongFormat, IsNamed) {
       {std::string(257, '{') + "ustar", "tar archive"},
   };
   for (const auto& row : cases) {
-    std::string padded = row.bytes, error = "none";
+    std::string padded = row.bytes;
     padded.reserve(padded.size() + kJsonPadding);
-    try {
-      ParseHar(padded, "file", [](const HarEntry&) {});
-    } catch (const std::runtime_error& caught) {
-      error = caught.what();
-    }
+    const std::string error = tests::ErrorOf([&] { ParseHar(padded, "file", [](const HarEntry&) {}); });
     EXPECT_TRUE(error.starts_with("file: not a HAR file: ") && error.find(row.part) != std::string::npos)
         << error;
   }

@@ -28,9 +28,9 @@ TEST(RecordingNames, TellEqualNamesApart) {
 
 TEST(RecordingCheck, SaysWhyNothingCanBeReplayed) {
   EXPECT_EQ(WhyNothingToReplay({.pages = {{.requests = {{}}}}}), "");
-  EXPECT_EQ(WhyNothingToReplay({}), "nothing to replay: its log has no entries");
+  EXPECT_EQ(WhyNothingToReplay({}), "nothing to replay: log.entries is empty");
   EXPECT_EQ(WhyNothingToReplay({.skipped = {{"data: URL", 2}, {"websocket", 1}}}),
-            "nothing to replay: of its entries 2 cannot be used (data: URL), 1 cannot be used (websocket)");
+            "nothing to replay: none of its entries can be used: 2 (data: URL), 1 (websocket)");
 }
 
 TEST(RecordingCheck, WarnsOfSeveralNavigationsInOnePage) {
@@ -66,7 +66,7 @@ TEST(RecordingCheck, WarnsOfSeveralNavigationsInOnePage) {
   Page three = {.id = "p7", .requests = {3, document("a.test", 0, "document")}};
   EXPECT_EQ(
       WarningsOf({.pages = {three}}).at(0),
-      "page 'p7' holds 3 navigations and is replayed as one visit; record each load as a page of its own");
+      "page 'p7' contains 3 navigations but is replayed as one visit; record each load as a separate page");
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <map>
 #include <sstream>
-#include <stdexcept>
 
 #include "replay/report/fail_condition.h"
 #include "replay/report/merge_lines.h"
@@ -12,6 +11,7 @@
 #include "replay/report/report_json.h"
 #include "replay/report/report_text.h"
 #include "tests/replay/report/report_fixture.h"
+#include "tests/support/text.h"
 
 namespace replay {
 namespace {
@@ -39,12 +39,9 @@ void Add(LineMerger& merger, const std::string& text) {
   merger.Add(lines, "x.jsonl");
 }
 
-std::string ErrorOf(const std::string& text) try {
+std::string ErrorOf(const std::string& text) {
   LineMerger merger;
-  Add(merger, text);
-  return "none";
-} catch (const std::runtime_error& error) {
-  return error.what();
+  return tests::ErrorOf([&] { Add(merger, text); });
 }
 
 TEST(LineMerger, MakesTheSameReportsOfAnyShards) {
@@ -89,7 +86,7 @@ TEST(LineMerger, RefusesOtherLinesAndOtherSettings) {
   ReplayOptions other = SomeSettings();
   other.costs.slowStart = true;
   const std::string error = ErrorOf(line + JsonLine(SummaryNamed("b.har"), other));
-  EXPECT_TRUE(error.starts_with("x.jsonl: line 2 was made with other settings")) << error;
+  EXPECT_TRUE(error.starts_with("x.jsonl: line 2 was written with other settings")) << error;
 }
 
 TEST(CsvReport, EveryRowHasTheColumnsOfTheHeading) {
@@ -131,7 +128,7 @@ TEST(FailCondition, ComparesAFigureOfTheSummary) {
       {"copies.visits > 7", ""},
       {"reasons.no_context >= 1", ""},
       {"reasons.no_context == 0", "reasons.no_context == 0: reasons.no_context is 0"},
-      {"real.gain_ms.p5 < -10", "real.gain_ms.p5 < -10: real.gain_ms.p5 cannot be told of these visits"},
+      {"real.gain_ms.p5 < -10", "real.gain_ms.p5 < -10: real.gain_ms.p5 has no value for these visits"},
   };
   for (const auto& row : cases) EXPECT_EQ(WhyFailed(ParseFailCondition(row.condition), line), row.why);
   for (const char* wrong : {"", "visits", "visits >", "visits > x", "visits > nan", "slower > 0", "real > 1",

@@ -1,4 +1,4 @@
-// A replayed recording that nobody recorded: plausible figures in every field, the same at every call.
+// What the reports are made from: the example recording, replayed, with a URL in it that attacks the reports.
 #ifndef TESTS_REPLAY_REPORT_REPORT_FIXTURE_H_
 #define TESTS_REPLAY_REPORT_REPORT_FIXTURE_H_
 
@@ -14,8 +14,7 @@ struct Replayed {
   replay::RecordingResult result;
 };
 
-// One page of 40 requests, visited three times: two of the visits are repeat visits, and in the second of
-// these a preload is wasted.
+// Three visits to the first page of the example. In the last one, a preload from a hostile URL is unused.
 Replayed MakeReplayed(const std::string& name);
 
 }  // namespace tests

@@ -9,15 +9,16 @@
 
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <stdexcept>
 
-#include "tests/live/support/child_process.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/text.h"
 
 namespace live {
 namespace {
 
+using tests::ErrorOf;
 using tests::TemporaryFolder;
+using tests::TextOf;
 
 // Whether a client that trusts the root takes the leaf for that host at that time.
 bool Accepts(const Authority& authority, const Leaf& leaf, const std::string& host, std::time_t when) {
@@ -33,16 +34,6 @@ bool Accepts(const Authority& authority, const Leaf& leaf, const std::string& ho
   X509_VERIFY_PARAM_set_flags(how, X509_V_FLAG_X509_STRICT);
   X509_STORE_CTX_set_purpose(context.get(), X509_PURPOSE_SSL_SERVER);
   return X509_verify_cert(context.get()) == 1;
-}
-
-// The message of what `act` throws; empty when it does not.
-std::string MessageOf(const std::function<void()>& act) {
-  try {
-    act();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return {};
 }
 
 TEST(Authority, CertifiesWhatItMayAndNothingElse) {
@@ -110,8 +101,7 @@ TEST(Authority, IsKeptWhereNobodyElseReadsIt) {
   EXPECT_EQ(state.st_mode & 0777, 0600U);
   ASSERT_EQ(stat((place + "/root.pem").c_str(), &state), 0);
   EXPECT_EQ(state.st_mode & 0777, 0644U);
-  std::ifstream root(place + "/root.pem");
-  const std::string rootText{std::istreambuf_iterator<char>(root), {}};
+  const std::string rootText = TextOf(place + "/root.pem");
   EXPECT_EQ(rootText, RootAsPem(made));
   EXPECT_EQ(rootText.find("PRIVATE"), std::string::npos);
 
@@ -120,7 +110,7 @@ TEST(Authority, IsKeptWhereNobodyElseReadsIt) {
   EXPECT_EQ(loaded.onlyHosts, made.onlyHosts);
   EXPECT_TRUE(Accepts(made, MakeLeaf(loaded, "a.test"), "a.test", std::time(nullptr)));
 
-  EXPECT_NE(MessageOf([&] { StoreAuthority(MakeAuthority(), place); }).find("already"), std::string::npos);
+  EXPECT_NE(ErrorOf([&] { StoreAuthority(MakeAuthority(), place); }).find("already"), std::string::npos);
   EXPECT_EQ(RootKeyHash(LoadAuthority(place)), RootKeyHash(made)) << "it is kept";
   size_t files = 0;
   for (const auto& entry : std::filesystem::directory_iterator(place)) files += entry.exists();
@@ -128,15 +118,14 @@ TEST(Authority, IsKeptWhereNobodyElseReadsIt) {
 
   for (const unsigned mode : {0640U, 0604U, 0666U, 0610U}) {
     chmod(file.c_str(), mode);
-    EXPECT_NE(MessageOf([&] { LoadAuthority(place); }).find("other users"), std::string::npos) << mode;
+    EXPECT_NE(ErrorOf([&] { LoadAuthority(place); }).find("other users"), std::string::npos) << mode;
   }
 }
 
 TEST(Authority, OtherFilesAreRefused) {
   const TemporaryFolder folder, other;
   StoreAuthority(MakeAuthority(), other.Path());
-  std::ifstream good(other.File("authority.pem"));
-  const std::string text{std::istreambuf_iterator<char>(good), {}};
+  const std::string text = TextOf(other.File("authority.pem"));
   const size_t root = text.find("-----BEGIN CERTIFICATE");
   ASSERT_NE(root, std::string::npos);
   const struct {
@@ -150,15 +139,15 @@ TEST(Authority, OtherFilesAreRefused) {
       {text.substr(0, text.size() / 2), "half a file"},
       {text.substr(0, root) + RootAsPem(MakeAuthority()), "another's root"},
   };
-  EXPECT_NE(MessageOf([&] { LoadAuthority(folder.Path()); }).find("make one first"), std::string::npos);
+  EXPECT_NE(ErrorOf([&] { LoadAuthority(folder.Path()); }).find("make one first"), std::string::npos);
   for (const auto& row : rows) {
     chmod(folder.Write("authority.pem", row.text).c_str(), 0600);
-    EXPECT_NE(MessageOf([&] { LoadAuthority(folder.Path()); }).find("holds no certificate authority"),
+    EXPECT_NE(ErrorOf([&] { LoadAuthority(folder.Path()); }).find("holds no certificate authority"),
               std::string::npos)
         << row.why;
   }
   EXPECT_NE(
-      MessageOf([&] { StoreAuthority(MakeAuthority(), folder.File("authority.pem")); }).find("cannot make"),
+      ErrorOf([&] { StoreAuthority(MakeAuthority(), folder.File("authority.pem")); }).find("cannot make"),
       std::string::npos);
 }
 

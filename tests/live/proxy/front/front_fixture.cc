@@ -13,14 +13,10 @@
 #include <thread>
 
 #include "tests/live/support/run_until.h"
+#include "tests/support/scripted_transport.h"
 
 namespace tests {
 namespace {
-
-net::HttpResponseHeaders Block(std::string lines) {
-  std::replace(lines.begin(), lines.end(), '\n', '\0');
-  return net::HttpResponseHeaders(lines + '\0');
-}
 
 std::string Describe(const live::BrowserRequest& request, const std::string& upload) {
   std::string text = request.method + " " + request.url + "|" + request.headers + "|" + upload;
@@ -96,9 +92,10 @@ void ScriptedHandler::ReadUpload(host::LoadId id) {
 void ScriptedHandler::Begin(host::LoadId id) {
   Load& load = loads_.at(id);
   load.answering = true;
-  for (const std::string& head : load.reply.informational) load.client->OnInformational(Block(head));
+  for (const std::string& head : load.reply.informational)
+    load.client->OnInformational(ResponseHeaders(head));
   if (load.reply.head.empty()) return Finish(id, load.reply.result);
-  load.client->OnResponse({.id = id}, Block(load.reply.head));
+  load.client->OnResponse({.id = id}, ResponseHeaders(load.reply.head));
   Post(id, &ScriptedHandler::SendBody);
 }
 

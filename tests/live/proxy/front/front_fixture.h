@@ -36,12 +36,18 @@ class ScriptedHandler final : public live::RequestHandler {
   host::LoadId Start(const live::BrowserRequest& request, host::LoadClient& client) override;
   void Cancel(host::LoadId id) override;
   void SetReading(host::LoadId id, bool reading) override;
+  live::AddressRule AddressesFor(const live::BrowserRequest& request) override {
+    tunnelled = request.url + "|" + request.headers;
+    return addressRule;
+  }
 
   // By URL; others are answered with what was asked, so that answers cannot be mixed up unseen.
   std::map<std::string, Reply> replies;
   // Instead of `body`: pieces are made as long as they are asked for; empty ends the body.
   std::function<std::string()> nextPiece;
-  bool readsUploads = true;  // while false, an upload waits
+  live::AddressRule addressRule;  // of upgrades
+  std::string tunnelled;          // "URL|header lines" of the last upgrade
+  bool readsUploads = true;       // while false, an upload waits
 
   void Answer(host::LoadId id);  // one that waits
   void ReadUploads();            // again

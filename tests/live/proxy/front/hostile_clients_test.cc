@@ -8,18 +8,12 @@
 #include <thread>
 
 #include "tests/live/proxy/front/front_fixture.h"
+#include "tests/support/header_lines.h"
 
 namespace tests {
 namespace {
 
 using HostileClients = FrontTest;
-
-// With "\n" for line ends.
-std::string Wire(const std::string& text) {
-  std::string bytes;
-  for (const char c : text) bytes += c == '\n' ? "\r\n" : std::string(1, c);
-  return bytes;
-}
 
 TEST_F(HostileClients, RequestsThatAreRefusedEndTheConnection) {
   settings.maxHeaderBytes = 4096;
@@ -87,7 +81,8 @@ TEST_F(HostileClients, RequestsThatAreRefusedEndTheConnection) {
   };
   for (const auto& row : rows) {
     handler.asked.clear();
-    const std::string received = Exchange(Wire(row.request) + Wire("GET http://smuggled.test/ HTTP/1.0\n\n"));
+    const std::string received =
+        Exchange(HeaderText(row.request) + HeaderText("GET http://smuggled.test/ HTTP/1.0\n\n"));
     EXPECT_EQ(received.find("HTTP/1.1 " + row.status), 0U) << row.why << ": " << received;
     EXPECT_NE(received.find("\r\nConnection: close\r\n"), std::string::npos) << row.why;
     EXPECT_FALSE(received.ends_with(")")) << row.why << ": the answer must arrive";
@@ -99,7 +94,8 @@ TEST_F(HostileClients, RequestsThatAreRefusedEndTheConnection) {
           << row.why << ": nothing complete may reach a server";
     }
   }
-  EXPECT_NE(Exchange(Wire(rows[24].request)).find("no web server"), std::string::npos) << "and it says why";
+  EXPECT_NE(Exchange(HeaderText(rows[24].request)).find("no web server"), std::string::npos)
+      << "and it says why";
   EXPECT_EQ(handler.Open(), 0U);
 }
 
@@ -108,10 +104,10 @@ TEST_F(HostileClients, PipelinedRequestsAreAnsweredInOrder) {
   handler.replies[first] = {.body = {"first"}, .waits = true};
   Client([this](RawClient& client) {
     client.Send(
-        Wire("GET http://a.test/1 HTTP/1.1\nHost: x\n\n"
-             "POST http://a.test/2 HTTP/1.1\nHost: x\nContent-Length: 4\n\nbody"
-             "GET http://a.test/3 HTTP/1.1\nHost: x\nConnection: close\n\n"
-             "GET http://a.test/4 HTTP/1.1\nHost: x\n\n"));
+        HeaderText("GET http://a.test/1 HTTP/1.1\nHost: x\n\n"
+                   "POST http://a.test/2 HTTP/1.1\nHost: x\nContent-Length: 4\n\nbody"
+                   "GET http://a.test/3 HTTP/1.1\nHost: x\nConnection: close\n\n"
+                   "GET http://a.test/4 HTTP/1.1\nHost: x\n\n"));
     ASSERT_TRUE(Becomes([this] { return handler.started == 1; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     OnLoop([this] {
@@ -133,7 +129,7 @@ TEST_F(HostileClients, APipelineWithoutEndWaitsInTheKernel) {
   Client([this](RawClient& client) {
     const timeval limit{.tv_usec = 300'000};
     setsockopt(client.Descriptor(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    const std::string request = Wire("GET http://a.test/ HTTP/1.1\nHost: x\n\n");
+    const std::string request = HeaderText("GET http://a.test/ HTTP/1.1\nHost: x\n\n");
     std::string requests;
     while (requests.size() < 1 << 20) requests += request;
     size_t sent = 0;
@@ -149,8 +145,8 @@ TEST_F(HostileClients, APipelineWithoutEndWaitsInTheKernel) {
 
 TEST_F(HostileClients, WhoVanishesCancelsTheLoad) {
   handler.replies["http://a.test/"] = {.waits = true};
-  const std::string get = Wire("GET http://a.test/ HTTP/1.1\nHost: x\n\n");
-  const std::string post = Wire("POST http://a.test/ HTTP/1.1\nHost: x\nContent-Length: 10\n\nhalf");
+  const std::string get = HeaderText("GET http://a.test/ HTTP/1.1\nHost: x\n\n");
+  const std::string post = HeaderText("POST http://a.test/ HTTP/1.1\nHost: x\nContent-Length: 10\n\nhalf");
   const struct {
     std::string request;
     std::function<void(RawClient&)> leave;
@@ -202,7 +198,7 @@ TEST_F(HostileClients, WhoDawdlesIsCutOff) {
       {"GET http://a.test/ HTTP/1.1\nHost: x\n\n", "HTTP/1.1 200 OK\r\n", "no further request"},
   };
   for (const auto& row : rows) {
-    const std::string received = Exchange(Wire(row.sent));
+    const std::string received = Exchange(HeaderText(row.sent));
     EXPECT_EQ(received.substr(0, std::string(row.received).size()), row.received) << row.why;
     EXPECT_FALSE(received.ends_with(")")) << row.why << received;
   }
@@ -210,7 +206,7 @@ TEST_F(HostileClients, WhoDawdlesIsCutOff) {
   handler.replies["http://a.test/"] = {
       .head = "HTTP/1.1 200 OK\nContent-Length: 4\n", .body = {"body"}, .waits = true};
   Client([this](RawClient& client) {
-    client.Send(Wire("GET http://a.test/ HTTP/1.1\nHost: x\n\n"));
+    client.Send(HeaderText("GET http://a.test/ HTTP/1.1\nHost: x\n\n"));
     std::this_thread::sleep_for(std::chrono::milliseconds(900));
     OnLoop([this] { handler.Answer(handler.started); });
     EXPECT_TRUE(client.ReadUntil("body").ends_with("body"));
@@ -221,7 +217,7 @@ TEST_F(HostileClients, MoreConnectionsThanAllowedWait) {
   settings.maxConnections = 2;
   Client([this](RawClient& first) {
     RawClient second(front->Port()), third(front->Port());
-    third.Send(Wire("GET http://a.test/3 HTTP/1.0\n\n"));
+    third.Send(HeaderText("GET http://a.test/3 HTTP/1.0\n\n"));
     EXPECT_TRUE(Becomes([this] { return front->ConnectionCount() == 2; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     OnLoop([this] { EXPECT_EQ(handler.started, 0U); });
@@ -238,7 +234,7 @@ TEST_F(HostileClients, OtherUsersOfTheMachineAreSentAway) {
     Client([&](RawClient&) {
       ASSERT_EQ(syscall(SYS_setresuid, -1, 65534, -1), 0);  // of this thread alone
       RawClient stranger(front->Port());
-      stranger.Send(Wire("GET http://a.test/ HTTP/1.0\n\n"));
+      stranger.Send(HeaderText("GET http://a.test/ HTTP/1.0\n\n"));
       EXPECT_EQ(stranger.ReadAll().find("HTTP/1.1 200 OK") == 0, !check);
     });
     EXPECT_EQ(handler.started, check ? 0U : 1U);
@@ -264,12 +260,12 @@ TEST_F(HostileClients, ThePasswordIsAskedFor) {
   };
   for (const auto& row : rows) {
     const std::string received =
-        Exchange(Wire("GET http://a.test/ HTTP/1.0\n" + std::string(row.header) + "\n"));
+        Exchange(HeaderText("GET http://a.test/ HTTP/1.0\n" + std::string(row.header) + "\n"));
     EXPECT_EQ(received.substr(9, 3), row.status) << row.header;
     EXPECT_EQ(received.find("Proxy-Authenticate: Basic") != std::string::npos,
               received.substr(9, 3) == "407");
   }
-  EXPECT_EQ(Exchange(Wire("CONNECT a.test:443 HTTP/1.1\nHost: a.test\n\n")).substr(9, 3), "407");
+  EXPECT_EQ(Exchange(HeaderText("CONNECT a.test:443 HTTP/1.1\nHost: a.test\n\n")).substr(9, 3), "407");
   EXPECT_EQ(handler.started, 2U);
 }
 

@@ -171,7 +171,8 @@ TEST_F(Interception, SomeConnectionsAreTunnelledUntouched) {
     Browse(rootFile, [&](Browser& browser) { EXPECT_NE(browser.Get("https://" + name + "/"), CURLE_OK); });
     EXPECT_EQ(seen.substr(0, 2), "\x16\x03") << name;
   }
-  for (const std::string first : {"GET /chat HTTP/1.1\r\n\r\n", "\x16\x03 no TLS", "S"}) {
+  for (const std::string first :
+       {"GET /chat HTTP/1.1\r\nOrigin: http://a.test\r\n\r\n", "\x16\x03 no TLS", "S"}) {
     Client([&](RawClient& client) {
       client.Send("CONNECT plain.test:80 HTTP/1.1\r\nHost: x\r\n\r\n");
       EXPECT_EQ(client.ReadUntil("\r\n\r\n"), "HTTP/1.1 200 Connection established\r\n\r\n");
@@ -180,6 +181,18 @@ TEST_F(Interception, SomeConnectionsAreTunnelledUntouched) {
     });
     EXPECT_EQ(seen, first);
   }
+  // One whose request in the clear says that its page may not go there.
+  const int before = server.ConnectionCount();
+  handler.addressRule = [](const std::string&) { return false; };
+  Client([&](RawClient& client) {
+    client.Send("CONNECT plain.test:80 HTTP/1.1\r\nHost: x\r\n\r\n");
+    client.ReadUntil("\r\n\r\n");
+    client.Send("GET /chat HTTP/1.1\r\nOrigin: http://a.test\r\n\r\n");
+    EXPECT_EQ(client.ReadAll(), "");
+  });
+  EXPECT_EQ(handler.tunnelled, "http://plain.test/chat|Origin: http://a.test\r\n");
+  EXPECT_EQ(server.ConnectionCount(), before);
+  ASSERT_EQ(std::exchange(messages, {}).size(), 1U);
   // A client that does not take our certificate does so once.
   for (const bool intercepted : {true, false}) {
     seen.clear();

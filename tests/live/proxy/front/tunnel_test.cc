@@ -148,6 +148,23 @@ TEST_F(Tunnels, AWebSocketInTheClearIsOneAfterItsHead) {
   EXPECT_EQ(handler.started, 1U);
 }
 
+TEST_F(Tunnels, AWebSocketReachesOnlyWhatItsPageMay) {
+  Serve([](Connection& connection) { connection.ReadRequest(); });
+  std::string address;
+  handler.addressRule = [&address](const std::string& asked) {
+    address = asked;
+    return false;
+  };
+  const std::string received = Exchange(
+      "GET http://server.test/chat HTTP/1.1\r\nHost: server.test\r\nConnection: Upgrade\r\nOrigin: "
+      "http://a.test"
+      "\r\nUpgrade: websocket\r\n\r\n");
+  EXPECT_EQ(received.find("HTTP/1.1 403 "), 0U) << received;
+  EXPECT_EQ(address, "127.0.0.1");
+  EXPECT_EQ(handler.tunnelled, "http://server.test/chat|Origin: http://a.test\r\n");
+  EXPECT_EQ(server->ConnectionCount(), 0);
+}
+
 TEST_F(Tunnels, AServerThatSaysNothingIsLeft) {
   settings.tunnelIdleMs = 400;
   Serve([](Connection& connection) { connection.ReadSome(); });
