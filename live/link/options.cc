@@ -12,6 +12,7 @@
 #include "live/link/addresses.h"
 #include "live/link/tun.h"
 #include "plugin/version.h"
+#include "programs/command_line.h"
 #include "replay/model/network_profiles.h"
 
 namespace live_link {
@@ -164,20 +165,10 @@ std::optional<LinkOptions> ParseLinkOptions(const std::vector<std::string>& argu
 
   // What follows "--" is the client's own and nothing to be understood here.
   const auto separator = std::find(arguments.begin(), arguments.end(), "--");
-  std::vector<std::string> reversed(std::make_reverse_iterator(separator),
-                                    arguments.rend());  // as the parser wants
   try {
-    app.parse(std::move(reversed));
-  } catch (const CLI::CallForHelp&) {
-    out << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion& version) {
-    out << version.what() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    std::string what = error.what();
-    std::replace(what.begin(), what.end(), '\n', ' ');
-    throw BadOption(what + " (see --help; the client's command stands after --)");
+    if (!programs::ParseArguments(app, {arguments.begin(), separator}, out)) return std::nullopt;
+  } catch (const std::runtime_error& error) {
+    throw BadOption(std::string(error.what()) + "; the client's command stands after --");
   }
   if (std::distance(separator, arguments.end()) < 2) {
     throw BadOption("the client's command is missing: it stands last, after -- (see --help)");

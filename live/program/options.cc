@@ -18,6 +18,7 @@
 #include "net/http/header_text.h"
 #include "plugin/properties.h"
 #include "plugin/version.h"
+#include "programs/command_line.h"
 #include "url/gurl.h"
 
 namespace live {
@@ -290,20 +291,7 @@ std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& ar
       ->group("Options");
   app.require_subcommand(0, 1);
 
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
-  try {
-    app.parse(std::move(reversed));
-  } catch (const CLI::CallForHelp&) {
-    out << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion& version) {
-    out << version.what() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    std::string what = error.what();
-    std::replace(what.begin(), what.end(), '\n', ' ');
-    Refuse(what + " (see --help)");
-  }
+  if (!programs::ParseArguments(app, arguments, out)) return std::nullopt;
   if (forget.parsed()) options.task = Task::Forget;
   if (ca.parsed()) options.task = Task::MakeCa;
   ReadTexts(texts, options);

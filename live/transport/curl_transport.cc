@@ -99,6 +99,17 @@ Value Info(CURL* easy, CURLINFO what) {
   return value;
 }
 
+// Whether the connection that the handle has does, which TLS agrees on.
+bool SpeaksHttp2(CURL* easy) {
+  const auto* const session = Info<curl_tlssessioninfo*>(easy, CURLINFO_TLS_SSL_PTR);
+  if (session == nullptr || session->backend != CURLSSLBACKEND_OPENSSL || session->internals == nullptr)
+    return false;
+  const unsigned char* protocol = nullptr;
+  unsigned length = 0;
+  SSL_get0_alpn_selected(static_cast<const SSL*>(session->internals), &protocol, &length);
+  return std::string_view(reinterpret_cast<const char*>(protocol), length) == "h2";
+}
+
 struct Response {
   std::string block;
   bool final;
@@ -260,7 +271,8 @@ class CurlTransport::Impl {
     bool responded = false;  // with a status other than 1xx
     bool receivePaused = false;
     bool sendPaused = false;
-    std::optional<int32_t> result;  // once libcurl is done with it
+    bool needsNewConnection = false;  // the one that libcurl has chosen is of no use
+    std::optional<int32_t> result;    // once libcurl is done with it
     host::TransferReport report;
   };
   // What is to be opened when its turn comes.
@@ -489,9 +501,11 @@ class CurlTransport::Impl {
   }
 
   // A connection for the transfer exists, new or old, and nothing is sent yet.
-  static int OnConnected(void* data, char* address, char* /*own*/, int /*port*/, int /*ownPort*/) {
+  static int OnConnected(void* data, char* address, char* /*own*/, int /*port*/, int ownPort) {
     auto* const transfer = static_cast<Transfer*>(data);
     if (transfer == nullptr) return CURL_PREREQFUNC_ABORT;
+    transfer->needsNewConnection = transfer->owner.HoldsAnotherAnswer(*transfer, ownPort);
+    if (transfer->needsNewConnection) return CURL_PREREQFUNC_ABORT;
     const ConnectPolicy* const policy = transfer->opener.policy;
     if (policy == nullptr) return CURL_PREREQFUNC_OK;
     if (!policy->MayConnectTo(address)) return CURL_PREREQFUNC_ABORT;
@@ -499,16 +513,26 @@ class CurlTransport::Impl {
     return CURL_PREREQFUNC_OK;
   }
 
+  // Whether the server has sent something on an old connection that nothing was asked on. libcurl 7.88 would
+  // take it for the answer to the request that is sent next.
+  bool HoldsAnotherAnswer(const Transfer& transfer, int ownPort) {
+    CURL* const easy = transfer.easy.get();
+    if (Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 || SpeaksHttp2(easy)) return false;
+    return std::any_of(sockets_.begin(), sockets_.end(), [ownPort](int socket) {
+      sockaddr_storage own{};
+      socklen_t length = sizeof own;
+      if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return false;
+      // The port is at the same place in addresses of IPv4 and IPv6.
+      if (ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port) != ownPort) return false;
+      pollfd state = {.fd = socket, .events = POLLIN, .revents = 0};
+      return poll(&state, 1, 0) > 0;
+    });
+  }
+
   // The connection stands. What its server speaks is known, and nothing is to be sent.
   static int OnWarm(void* data, char* /*address*/, char* /*own*/, int /*port*/, int /*ownPort*/) {
     auto& warming = *static_cast<Warming*>(data);
-    const auto* const session = Info<curl_tlssessioninfo*>(warming.easy.get(), CURLINFO_TLS_SSL_PTR);
-    if (session != nullptr && session->backend == CURLSSLBACKEND_OPENSSL && session->internals != nullptr) {
-      const unsigned char* protocol = nullptr;
-      unsigned length = 0;
-      SSL_get0_alpn_selected(static_cast<const SSL*>(session->internals), &protocol, &length);
-      warming.speaksHttp2 = std::string_view(reinterpret_cast<const char*>(protocol), length) == "h2";
-    }
+    warming.speaksHttp2 = SpeaksHttp2(warming.easy.get());
     return CURL_PREREQFUNC_ABORT;
   }
 
@@ -521,9 +545,13 @@ class CurlTransport::Impl {
     }
     Impl& self = opener->owner;
     self.openedSpare_ = opener->takesSpares ? self.TakeSpare(*address) : -1;
-    if (self.openedSpare_ >= 0) return self.openedSpare_;
-    ++self.counts_.opened;
-    return socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
+    int opened = self.openedSpare_;
+    if (opened < 0) {
+      ++self.counts_.opened;
+      opened = socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
+    }
+    if (opened >= 0) self.sockets_.insert(opened);
+    return opened;
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
     auto& self = *static_cast<Impl*>(data);
@@ -531,7 +559,9 @@ class CurlTransport::Impl {
     return spare ? CURL_SOCKOPT_ALREADY_CONNECTED : CURL_SOCKOPT_OK;
   }
   static int OnCloseSocket(void* data, curl_socket_t socket) {
-    static_cast<Impl*>(data)->loop_.Unwatch(socket);
+    auto& self = *static_cast<Impl*>(data);
+    self.loop_.Unwatch(socket);
+    self.sockets_.erase(socket);
     return close(socket);
   }
 
@@ -559,6 +589,12 @@ class CurlTransport::Impl {
 
   void Ended(Transfer& transfer, CURLcode code) {
     CURL* const easy = transfer.easy.get();
+    if (std::exchange(transfer.needsNewConnection, false)) {
+      curl_multi_remove_handle(multi_, easy);
+      curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
+      curl_multi_add_handle(multi_, easy);
+      return;
+    }
     FillReport(transfer);
     Group& group = groups_[transfer.group];
     const long version = Info<long>(easy, CURLINFO_HTTP_VERSION);
@@ -763,6 +799,7 @@ class CurlTransport::Impl {
   std::deque<Plan> planned_;
   std::map<CURL*, Warming> warming_;
   std::map<std::string, std::vector<Spare>> spare_;  // by group
+  std::set<int> sockets_;                            // that libcurl has
   int openedSpare_ = -1;                             // the one that libcurl was given just now
   ConnectionCounts counts_;
   bool pumpPosted_ = false;

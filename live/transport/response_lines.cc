@@ -1,12 +1,47 @@
 #include "live/transport/response_lines.h"
 
 #include <charconv>
+#include <cstdint>
 #include <utility>
 
 #include "host/http/connection_headers.h"
+#include "host/http/lists.h"
 #include "net/http/header_text.h"
 
 namespace live {
+namespace {
+
+// Others were not asked for, and libcurl would take some of them off.
+bool IsKnownTransferCoding(std::string_view list) {
+  bool known = true;
+  http::ForEachItem(list, [&known](std::string_view coding) {
+    known =
+        known && (net::EqualsIgnoringCase(coding, "chunked") || net::EqualsIgnoringCase(coding, "identity"));
+  });
+  return known;
+}
+
+// Digits alone, because others would read another number, or none, out of it.
+bool IsLength(std::string_view text) {
+  int64_t length = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+  return error == std::errc() && end == text.data() + text.size() && length >= 0;
+}
+
+// The lines without those that belong to one connection because its Connection header names them.
+std::string WithoutNamed(const std::string& lines, std::string_view connection) {
+  std::string kept;
+  for (size_t begin = 0; begin < lines.size();) {
+    const size_t end = lines.find('\0', begin) + 1;
+    const std::string_view line(lines.data() + begin, end - begin);
+    const bool isHeader = begin > 0;
+    if (!isHeader || !http::ListHas(connection, line.substr(0, line.find(':')))) kept += line;
+    begin = end;
+  }
+  return kept;
+}
+
+}  // namespace
 
 bool ResponseLines::Add(std::string_view line) {
   bytes_ += line.size();
@@ -43,16 +78,21 @@ bool ResponseLines::AddStatusLine(std::string_view line) {
   inBlock_ = true;
   lastIsKept_ = false;
   chunked_ = false;
+  connection_.clear();
   length_.reset();
   return true;
 }
 
 bool ResponseLines::AddHeader(std::string_view name, std::string_view value) {
-  if (net::EqualsIgnoringCase(name, "transfer-encoding")) chunked_ = true;
+  if (net::EqualsIgnoringCase(name, "transfer-encoding")) {
+    chunked_ = true;
+    if (!IsKnownTransferCoding(value)) return false;
+  }
+  if (net::EqualsIgnoringCase(name, "connection")) connection_.append(value).append(",");
   if (net::EqualsIgnoringCase(name, "content-length")) {
     const bool same = !length_ || *length_ == value;
     length_ = value;
-    return same;
+    return same && IsLength(value);
   }
   lastIsKept_ = !http::IsOfOneConnection(name);
   if (lastIsKept_) lines_.append(name).append(": ").append(value).push_back('\0');
@@ -60,6 +100,7 @@ bool ResponseLines::AddHeader(std::string_view name, std::string_view value) {
 }
 
 void ResponseLines::EndBlock() {
+  if (!connection_.empty()) lines_ = WithoutNamed(lines_, connection_);
   if (length_ && !chunked_) lines_.append("Content-Length: ").append(*length_).push_back('\0');
   lines_.push_back('\0');
   inBlock_ = false;

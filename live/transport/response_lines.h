@@ -15,13 +15,13 @@ class ResponseLines {
   explicit ResponseLines(size_t maxBytes) : maxBytes_(maxBytes) {}
 
   // One line, with or without its end. False for what no response looks like: lines before a status line, two
-  // different lengths, a NUL byte, more bytes than the limit. What follows the final block (trailers) is
-  // ignored.
+  // different lengths or one that is no number, a NUL byte, a transfer coding other than "chunked", more
+  // bytes than the limit. What follows the final block (trailers) is ignored.
   bool Add(std::string_view line);
 
   // The block that the last line has completed: the status line ("HTTP/1.1", whatever the version was) and
   // the header lines, each ended by a NUL byte, and one more NUL. What concerns one connection alone is left
-  // out, and a length that chunks make void.
+  // out, headers that Connection names among it, and a length that chunks make void.
   std::optional<std::string> TakeBlock();
 
   // Of the last status line; 0 before. A status of 1xx announces another block.
@@ -41,6 +41,7 @@ class ResponseLines {
   bool lastIsKept_ = false;  // of the header lines
   bool chunked_ = false;
   std::optional<std::string> length_;  // declared
+  std::string connection_;             // the values of Connection headers, as one list
   std::string lines_;
 };
 

@@ -7,36 +7,14 @@
 #include <vector>
 
 #include "replay/report/figure_text.h"
-#include "replay/report/printable_text.h"
+#include "replay/report/html_table.h"
 #include "replay/report/report_page.h"
 #include "replay/report/report_text.h"
 #include "replay/report/report_waterfall.h"
+#include "replay/report/sweep.h"
 
 namespace replay {
 namespace {
-
-std::string Escaped(const std::string& text) {
-  std::string html;
-  for (const char character : PrintableText(text)) {
-    switch (character) {
-      case '&':
-        html += "&amp;";
-        break;
-      case '<':
-        html += "&lt;";
-        break;
-      case '>':
-        html += "&gt;";
-        break;
-      case '"':
-        html += "&quot;";
-        break;
-      default:
-        html += character;
-    }
-  }
-  return html;
-}
 
 std::string Seconds(double microseconds) {
   if (microseconds < 999.5e3) return MillisecondsText(microseconds) + "&nbsp;ms";
@@ -112,9 +90,9 @@ std::string FigureCells(const Summary& summary) {
   html += GainCell(visits, &LoadTimes::firstPaintUs);
   for (const Way way : kRowWays) html += "<td>" + MillisecondsText(At(load, way)) + "</td>";
   html += GainCell(visits, &LoadTimes::pageLoadUs);
-  html +=
-      fmt::format("<td>{}</td><td>{}</td><td>{}</td>", Typeset(PercentText(GapClosedOverall(visits, kBound))),
-                  Bullet(visits), PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)));
+  html += fmt::format("<td>{}</td><td>{}</td><td>{}</td>",
+                      Typeset(PercentText(GapClosedOverall(visits, kBound))), Bullet(visits),
+                      PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)));
   for (const uint64_t count : {totals.slowerVisits, totals.laterPaintVisits}) {
     html += fmt::format(R"(<td class="{}">{}</td>)", count > 0 ? "bad" : "", count);
   }
@@ -192,11 +170,12 @@ std::string Headlines(const Summary& total) {
       fmt::format("visits with a later first paint, and with a later load event; of the gap from off "
                   "to {} the plugin closes {}",
                   WordsFor(kBound).key, Typeset(PercentText(GapClosedOverall(visits, kBound)))));
-  html += Headline(
-      "Unused bytes", PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
-      fmt::format("of {} preloaded; {} preloads and {} connections were unused",
-                  BytesText(totals.preloadedBytes), UnusedText(totals.unusedPreloads, totals.preloads),
-                  UnusedText(totals.unusedConnections, totals.connections)));
+  html +=
+      Headline("Unused bytes", PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)),
+               fmt::format("of {} preloaded; {} preloads and {} connections were unused",
+                           BytesText(totals.counts.preloadedBytes),
+                           UnusedText(totals.counts.unusedPreloads, totals.counts.preloads),
+                           UnusedText(totals.counts.unusedConnections, totals.counts.connections)));
   return html + "</dl>\n";
 }
 
@@ -387,7 +366,43 @@ std::string Policy() {
       PolicyHash(kPageStyleSha256), PolicyHash(kPageScriptSha256));
 }
 
+// What compares the settings of a sweep; empty without one. The rest of the report is of the first setting.
+std::string SweepHtml(const std::vector<RecordingReport>& reports, const Settings& settings) {
+  if (!IsSweep(settings)) return "";
+  std::string html = fmt::format("<section id=\"sweep\"><h2>{} settings</h2>\n<p class=\"muted\">{}</p>\n",
+                                 settings.size(), kSweepNote);
+  for (const SweepTables& group : TablesOf(reports, settings)) {
+    html += "<h3>" + Escaped(group.title) + "</h3>\n<div class=\"tables\">";
+    for (const Table& table : group.tables) html += TableHtml(table, table.front().front().text);
+    html += "</div>\n";
+  }
+  return html + "</section>\n<h2>With the first setting, " + Escaped(settings.front().text) + "</h2>\n";
+}
+
+HtmlSection SectionOf(const RecordingReport& report) {
+  const auto part = report.parts.find(kHtmlFormat.option);
+  if (part == report.parts.end()) return HtmlSectionWithoutVisits(report.index, report.summary);
+  return {.number = report.index, .text = part->second};
+}
+
 }  // namespace
+
+const ReportFormat kHtmlFormat = {
+    .option = "--html",
+    .what = "write a report with waterfalls",
+    .signature = "<meta name=\"generator\" content=\"kiv_replay\">",
+    .collect = [](size_t index, const Recording& recording, const RecordingResult& result,
+                  const ReplayOptions&) { return HtmlSectionOf(index, recording, result).text; },
+    .file =
+        [](const std::vector<RecordingReport>& reports, const Settings& settings, const TextSink& write) {
+          std::vector<Summary> summaries;
+          std::vector<HtmlSection> sections;
+          for (const RecordingReport& report : reports) {
+            summaries.push_back(report.summary);
+            sections.push_back(SectionOf(report));
+          }
+          write(HtmlReport(summaries, sections, settings.front().options, SweepHtml(reports, settings)));
+        }};
 
 HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result) {
   const Summary summary = Summarize(result);
@@ -411,14 +426,14 @@ HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
 }
 
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
-                       const ReplayOptions& options) {
+                       const ReplayOptions& options, const std::string& sweep) {
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
   std::string html =
       std::string(kPageBegin) + Policy() + "<style>" + kPageStyle + "</style>\n</head>\n<body>\n";
   html += "<header><h1>Page load with and without the plugin</h1><p class=\"muted\">" +
           Escaped(ConditionsText(options)) + "</p></header>\n<main>\n";
-  html += Headlines(total) + RecordingsTable(summaries, sections);
+  html += sweep + Headlines(total) + RecordingsTable(summaries, sections);
   html += R"(<div class="tables">)" + GroupTables(total);
   if (summaries.size() > 1) html += ReasonsTable(total) + SkippedTable(total);
   html += "</div>\n";

@@ -6,97 +6,11 @@
 
 #include "replay/report/figure_text.h"
 #include "replay/report/printable_text.h"
+#include "replay/report/sweep.h"
+#include "replay/report/text_table.h"
 
 namespace replay {
 namespace {
-
-constexpr size_t kShortestName = 12;
-
-// A table of text: cells of a row, and how a cell is to look. The first column is left-aligned.
-enum class Look { Plain, Bold, Dim, Good, Bad };
-struct Cell {
-  std::string text;
-  Look look = Look::Plain;
-};
-using Row = std::vector<Cell>;
-
-// Columns on a terminal, wide characters as two.
-size_t Columns(const std::string& text) {
-  constexpr size_t kPadded = 4096;
-  return kPadded + text.size() - fmt::formatted_size("{:<4096}", text);
-}
-
-// Cut to a number of columns, in the middle, because both ends of a file's name tell something.
-std::string Shorten(const std::string& text, size_t columns) {
-  if (Columns(text) <= columns) return text;
-  std::vector<std::string> characters;
-  for (size_t at = 0; at < text.size();) {
-    const size_t length = std::max<size_t>(SequenceLength(text, at), 1);
-    characters.push_back(text.substr(at, length));
-    at += length;
-  }
-  std::string head, tail;
-  size_t front = 0, back = characters.size();
-  while (true) {
-    const bool fromFront = Columns(head) <= Columns(tail);
-    const std::string& next = fromFront ? characters[front] : characters[back - 1];
-    if (Columns(head) + Columns(tail) + Columns(next) + 1 > columns) break;
-    if (fromFront) {
-      head += next;
-      ++front;
-    } else {
-      tail.insert(0, next);
-      --back;
-    }
-  }
-  return head + "…" + tail;
-}
-
-std::string Painted(const std::string& text, Look look, bool colour) {
-  if (!colour || look == Look::Plain) return text;
-  const char* const code = look == Look::Bold   ? "1"
-                           : look == Look::Dim  ? "2"
-                           : look == Look::Good ? "32"
-                                                : "31";
-  return fmt::format("\033[{}m{}\033[0m", code, text);
-}
-
-std::vector<size_t> Widths(const std::vector<Row>& rows) {
-  std::vector<size_t> widths;
-  for (const Row& row : rows) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (size_t column = 0; column < row.size(); ++column) {
-      widths[column] = std::max(widths[column], Columns(row[column].text));
-    }
-  }
-  return widths;
-}
-
-// Shortens the names in the first column until the lines fit the terminal.
-void FitNames(std::vector<Row>& rows, size_t separator, size_t columns) {
-  const std::vector<size_t> widths = Widths(rows);
-  size_t others = 0;
-  for (size_t column = 1; column < widths.size(); ++column) others += separator + widths[column];
-  const size_t room = std::max(kShortestName, columns - std::min(columns, others));
-  for (Row& row : rows) row[0].text = Shorten(row[0].text, room);
-}
-
-std::string Print(const std::vector<Row>& rows, bool colour, const char* separator = "  ") {
-  const std::vector<size_t> widths = Widths(rows);
-  std::string text;
-  for (const Row& row : rows) {
-    std::string line;
-    for (size_t column = 0; column < row.size(); ++column) {
-      const std::string padding(widths[column] - Columns(row[column].text), ' ');
-      const std::string shown = Painted(row[column].text, row[column].look, colour);
-      if (column > 0) line += separator;
-      line += column == 0 ? shown + padding : padding + shown;
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    text += line + "\n";
-  }
-  return text;
-}
 
 Look LookOfGain(double off, double plugin) {
   if (IsLater(plugin, off)) return Look::Bad;
@@ -111,25 +25,19 @@ Cell BadCount(uint64_t count, Look look) {
   return {CountText(count), count > 0 ? Look::Bad : look};
 }
 
-Row Heading(std::initializer_list<const char*> names) {
-  Row row;
-  for (const char* name : names) row.push_back({name, Look::Dim});
-  return row;
-}
-
 // --- A row per recording: medians, which may be compared within one.
 
-void AddGain(Row& row, const std::vector<VisitFigures>& visits, Metric metric) {
+void AddGain(TableRow& row, const std::vector<VisitFigures>& visits, Metric metric) {
   const std::optional<Gains> gains = GainsOf(visits, metric);
   const Figures medians = Medians(visits, metric);
   const double off = At(medians, Way::Off);
   row.push_back({SignedMillisecondsText(gains->median), LookOfGain(off, off - gains->median)});
 }
 
-Row RecordingRow(const Summary& summary) {
+TableRow RecordingRow(const Summary& summary) {
   const Totals totals = TotalsOf(summary.repeats);
   const bool copies = HeadlineIsOfCopies(summary.repeats);
-  Row row = {{PrintableText(summary.name)}, {CountText(totals.visits) + (copies ? "c" : " ")}};
+  TableRow row = {{PrintableText(summary.name)}, {CountText(totals.visits) + (copies ? "c" : " ")}};
   if (summary.repeats.empty()) {
     row.insert(row.end(), kRowWays.size() + 8, {"–", Look::Dim});
     return row;
@@ -141,25 +49,25 @@ Row RecordingRow(const Summary& summary) {
   for (const Way way : kRowWays) row.push_back({MillisecondsText(At(load, way))});
   AddGain(row, summary.repeats, &LoadTimes::pageLoadUs);
   row.push_back({PercentText(GapClosedOverall(summary.repeats, kBound))});
-  row.push_back({PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes))});
+  row.push_back({PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes))});
   row.push_back(BadCount(totals.slowerVisits, Look::Plain));
   row.push_back(BadCount(totals.laterPaintVisits, Look::Plain));
   return row;
 }
 
 std::string RecordingsTable(const std::vector<Summary>& summaries, const Terminal& terminal) {
-  Row heading = Heading({"recording", "visits", " paint", "plugin", "gain"});
+  TableRow heading = Heading({"recording", "visits", " paint", "plugin", "gain"});
   for (const Way way : kRowWays)
     heading.push_back({way == Way::Off ? " load" : WordsFor(way).key, Look::Dim});
   for (const char* name : {"gain", "gap", "unused", "slower", "later"}) heading.push_back({name, Look::Dim});
-  std::vector<Row> rows = {heading};
+  Table rows = {heading};
   bool copies = false;
   for (const Summary& summary : summaries) {
     rows.push_back(RecordingRow(summary));
     copies = copies || HeadlineIsOfCopies(summary.repeats);
   }
   FitNames(rows, 1, terminal.columns);
-  std::string text = Print(rows, terminal.colour, " ");
+  std::string text = TableText(rows, terminal.colour, " ");
   text +=
       Painted("Medians over repeat visits, ms; paint and load are without the plugin, gains are per visit.",
               Look::Dim, terminal.colour);
@@ -183,27 +91,27 @@ std::string OptionalMillisecondsText(const std::optional<double>& microseconds) 
 
 std::string GainsTable(const std::vector<VisitFigures>& visits, bool colour) {
   const Totals totals = TotalsOf(visits);
-  Row heading = Heading({"gain per visit, ms", "median", "p5", "p95", "total"});
+  TableRow heading = Heading({"gain per visit, ms", "median", "p5", "p95", "total"});
   for (const Way way : kWays) {
     if (way != Way::Off) heading.push_back({WordsFor(way).key, Look::Dim});
   }
-  std::vector<Row> rows = {heading};
+  Table rows = {heading};
   for (const MetricWords& words : kMetrics) {
     const Gains gains = GainsOf(visits, words.metric).value();
     const Look look = words.metric == &LoadTimes::firstPaintUs || words.metric == &LoadTimes::pageLoadUs
                           ? Look::Bold
                           : Look::Plain;
-    Row row = {{words.text, look},
-               {SignedMillisecondsText(gains.median), look},
-               {OptionalMillisecondsText(gains.p5), look},
-               {OptionalMillisecondsText(gains.p95), look},
-               {SignedMillisecondsText(gains.total), look}};
+    TableRow row = {{words.text, look},
+                    {SignedMillisecondsText(gains.median), look},
+                    {OptionalMillisecondsText(gains.p5), look},
+                    {OptionalMillisecondsText(gains.p95), look},
+                    {SignedMillisecondsText(gains.total), look}};
     for (const Way way : kWays) {
       if (way != Way::Off) row.push_back({PercentText(TotalGainShare(totals, words.metric, way)), look});
     }
     rows.push_back(std::move(row));
   }
-  return Print(rows, colour);
+  return TableText(rows, colour);
 }
 
 std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, const char* many,
@@ -226,11 +134,11 @@ std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, 
   text += fmt::format("; the load event gains {} ms at worst, {} at best.\n",
                       SignedMillisecondsText(load.worst), SignedMillisecondsText(load.best));
   text += fmt::format("Unused: {} of {} preloads ({}), {} of {} ({}), {} of {} connections.\n",
-                      totals.unusedPreloads, totals.preloads,
-                      PercentText(ShareOf(totals.unusedPreloads, totals.preloads)),
-                      BytesText(totals.unusedBytes), BytesText(totals.preloadedBytes),
-                      PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
-                      totals.unusedConnections, totals.connections);
+                      totals.counts.unusedPreloads, totals.counts.preloads,
+                      PercentText(ShareOf(totals.counts.unusedPreloads, totals.counts.preloads)),
+                      BytesText(totals.counts.unusedBytes), BytesText(totals.counts.preloadedBytes),
+                      PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)),
+                      totals.counts.unusedConnections, totals.counts.connections);
   if (totals.endedByBeacon > 0) {
     text += fmt::format("Without the plugin, a beacon ended the load of {} visits.\n", totals.endedByBeacon);
   }
@@ -264,11 +172,11 @@ std::string Reasons(const Summary& total, bool colour) {
   uint64_t sum = 0;
   for (const auto& [why, count] : total.fetchedReasons) sum += count;
   if (sum == 0) return "";
-  std::vector<Row> rows = {Heading({"why not served", "resources", "%"})};
+  Table rows = {Heading({"why not served", "resources", "%"})};
   for (const auto& [why, count] : ByFrequency(total.fetchedReasons)) {
     rows.push_back({{host::WordsFor(why).text}, {CountText(count)}, {PercentText(ShareOf(count, sum))}});
   }
-  return "\n" + Print(rows, colour);
+  return "\n" + TableText(rows, colour);
 }
 
 std::string Parents(const Summary& total) {
@@ -287,11 +195,11 @@ std::string Parents(const Summary& total) {
 
 std::string Skipped(const Summary& total, bool colour) {
   if (total.skipped.empty()) return "";
-  std::vector<Row> rows = {Heading({"rows not replayed", "rows"})};
+  Table rows = {Heading({"rows not replayed", "rows"})};
   for (const auto& [reason, count] : total.skipped) {
     rows.push_back({{PrintableText(reason)}, {fmt::format("{}", count)}});
   }
-  return "\n" + Print(rows, colour);
+  return "\n" + TableText(rows, colour);
 }
 
 }  // namespace
@@ -304,6 +212,20 @@ std::string TextReport(const std::vector<Summary>& summaries, const ReplayOption
   return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
          ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) + Groups(total, colour) +
          Reasons(total, colour) + Parents(total) + Skipped(total, colour);
+}
+
+std::string SweepText(const std::vector<RecordingReport>& reports, const Settings& settings,
+                      const Terminal& terminal) {
+  std::string text = Painted(fmt::format("The same visits under {} settings", settings.size()), Look::Bold,
+                             terminal.colour) +
+                     " · first: " + ConditionsText(settings.front().options) + "\n";
+  const std::vector<SweepTables> groups = TablesOf(reports, settings);
+  for (const SweepTables& group : groups) {
+    text += "\n" + Painted(group.title, Look::Bold, terminal.colour) + "\n";
+    for (const Table& table : group.tables) text += "\n" + TableText(table, terminal.colour);
+  }
+  if (groups.empty()) return text + "\nNo page was visited twice, so there is nothing to compare.\n";
+  return text + "\n" + kSweepNote + "\n";
 }
 
 std::string ConditionsText(const ReplayOptions& options) {

@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/live/support/child_process.h"
+#include "tests/live/support/proxy_process.h"
 #include "tests/live/support/scripted_server.h"
 #include "tests/support/text.h"
 
@@ -28,17 +28,8 @@ namespace live {
 namespace {
 
 using nlohmann::json;
+using tests::Eventually;
 using tests::TextOf;
-
-// Looks every 20 ms, for 20 seconds at most.
-template <typename Condition>
-bool Eventually(const Condition& condition) {
-  for (int look = 0; look < 1000; ++look) {
-    if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return false;
-}
 
 struct Answer {
   CURLcode result = CURLE_OK;
@@ -92,21 +83,15 @@ class ProxyProgramTest : public testing::Test {
 
   // Starts the program, and waits for its first line.
   void Start(const std::string& more = "") {
-    output = folder.File("out");
-    std::ofstream(output).close();
-    process.emplace(std::vector<std::string>{"sh", "-c",
-                                             "exec " KIV_PROXY_PATH " --listen 127.0.0.1:0 --mark " +
-                                                 WithState(more) + " 2>" + folder.File("errors")},
-                    output);
-    ASSERT_TRUE(Eventually([this] { return TextOf(output).find('\n') != std::string::npos; }))
-        << TextOf(folder.File("errors"));
-    address = TextOf(output).substr(0, TextOf(output).find('\n'));
+    process.reset();
+    process.emplace(folder, "--mark " + WithState(more));
+    ASSERT_TRUE(process->Started()) << process->Errors();
+    address = process->Address();
     EXPECT_TRUE(std::regex_match(address, std::regex("127\\.0\\.0\\.1:[0-9]+"))) << address;
   }
   // Its exit status.
   int Stop() {
-    process->Kill(SIGTERM);
-    const int status = process->Wait();
+    const int status = process->Stop();
     process.reset();
     return status;
   }
@@ -166,7 +151,7 @@ class ProxyProgramTest : public testing::Test {
   // Waits until the last visit has settled, which is when its line is printed.
   void Settle() {
     const auto lines = [this] {
-      const std::string text = TextOf(output);
+      const std::string text = process->Output();
       return std::count(text.begin(), text.end(), '\n');
     };
     const auto before = lines();
@@ -179,8 +164,8 @@ class ProxyProgramTest : public testing::Test {
   const tests::TemporaryFolder folder;
   const std::string hosts;
   const std::string state = folder.File("state/pages.db");
-  std::string output, address;
-  std::optional<tests::ChildProcess> process;
+  std::string address;
+  std::optional<tests::ProxyProcess> process;
 };
 
 constexpr const char* kNotKnown = "network: not known yet, network: not known yet";
@@ -196,7 +181,7 @@ TEST_F(ProxyProgramTest, PreloadsWhatEarlierVisitsNeededAcrossRestarts) {
   EXPECT_EQ(Stop(), 0) << "it ends cleanly, and the second visit is known too";
   EXPECT_EQ(TextOf(folder.File("errors")), "");
 
-  std::istringstream printed(TextOf(output));
+  std::istringstream printed(TextOf(folder.File("out")));
   std::string line;
   std::getline(printed, line);
   std::getline(printed, line);

@@ -26,6 +26,15 @@ std::string Connection::ReadRequest() {
     read_ += more;
   }
   size_t size = end + 4;
+  if (read_.find("Transfer-Encoding: chunked") < end) {
+    size_t last = 0;
+    while ((last = read_.find("0\r\n\r\n", size)) == std::string::npos) {
+      const std::string more = ReadSome();
+      if (more.empty()) return {};
+      read_ += more;
+    }
+    size = last + 5;
+  }
   const size_t length = read_.find("Content-Length: ");
   if (length < end) size += static_cast<size_t>(std::atoll(read_.c_str() + length + 16));
   while (read_.size() < size) {

@@ -18,8 +18,8 @@ class Connection {
  public:
   explicit Connection(int socket) : socket_(socket) {}
 
-  // The next request: its head up to the empty line, and as much body as its Content-Length says. Empty when
-  // the client has closed.
+  // The next request: its head up to the empty line, and as much body as its Content-Length says, or its
+  // chunks as they came. Empty when the client has closed.
   std::string ReadRequest();
   // More bytes that the client sends, at least one; empty when it has closed.
   std::string ReadSome();

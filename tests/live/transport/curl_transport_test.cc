@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "live/cache/caching_transport.h"
 #include "live/transport/response_lines.h"
 #include "tests/live/support/run_until.h"
@@ -113,6 +115,27 @@ TEST_F(CurlTransportTest, WhatServersSendIsTakenOrRefused) {
   transport->Start({.url = "http://name.invalid/", .method = "GET"}, client);
   RunUntil(loop, [&] { return client.heard == " done done"; });
   EXPECT_TRUE(client.result == host::kConnectionFailed || client.result == host::kNameNotResolved);
+}
+
+// Whether it comes with the response before or after it, it answers nothing.
+TEST_F(CurlTransportTest, WhatNobodyHasAskedForAnswersNothing) {
+  for (const int pauseMs : {0, 20}) {
+    std::atomic<int> sent = 0;
+    Serve([&sent, pauseMs](Connection& connection) {
+      while (!connection.ReadRequest().empty()) {
+        connection.Write(OkResponse("", "x"));
+        connection.Pause(pauseMs);
+        connection.Write("HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\nevil");
+        ++sent;
+      }
+    });
+    for (int load = 1; load <= 3; ++load) {
+      EXPECT_EQ(Get(), "200 b done 0") << pauseMs;
+      RunUntil(loop, [&] { return sent == load; });
+      EXPECT_EQ(server->ConnectionCount(), load) << pauseMs;
+    }
+    server.reset();  // its threads still count
+  }
 }
 
 TEST_F(CurlTransportTest, SendsExactlyTheRequest) {
@@ -256,8 +279,9 @@ TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
 
 TEST(ResponseLinesTest, BlocksHaveNoHopByHopHeaders) {
   ResponseLines lines(1000);
-  for (const char* line : {"HTTP/2 200 \r\n", "Content-Length: 5\r\n", "Connection: x\r\n", "A:  b \r\n",
-                           " folded\r\n", "Keep-Alive: 1\r\n", " folded away\r\n", "no colon\r\n", "\r\n"}) {
+  for (const char* line :
+       {"HTTP/2 200 \r\n", "Content-Length: 5\r\n", "Connection: x, y\r\n", "Y: named\r\n", "A:  b \r\n",
+        " folded\r\n", "Keep-Alive: 1\r\n", " folded away\r\n", "no colon\r\n", "\r\n"}) {
     EXPECT_TRUE(lines.Add(line)) << line;
   }
   EXPECT_EQ(lines.TakeBlock(), std::string("HTTP/1.1 200\0A: b folded\0Content-Length: 5\0\0", 44));

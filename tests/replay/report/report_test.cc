@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "replay/report/figure_text.h"
+#include "replay/report/har_writer.h"
 #include "replay/report/printable_text.h"
 #include "replay/report/recording_report.h"
 #include "replay/report/report_html.h"
@@ -16,6 +17,8 @@ namespace replay {
 namespace {
 
 using nlohmann::json;
+using tests::JsonLine;
+using tests::JsonSummaryLine;
 
 // Load events, in microseconds.
 struct Loads {
@@ -88,10 +91,11 @@ TEST(Summary, AddsUpRepeatVisitsOnly) {
     EXPECT_EQ(totals.times[Index(Way::Plugin)].firstPaintUs, 1010001);
     EXPECT_EQ(totals.endedByBeacon, 0U) << "without the plugin the load ended otherwise";
     EXPECT_TRUE(summary.repeats[0].endedByBeacon[Index(Way::Plugin)]);
-    EXPECT_EQ((std::vector{totals.served, totals.joined, totals.fetched, totals.preloads,
-                           totals.unusedPreloads, totals.preloadedBytes, totals.unusedBytes,
-                           totals.connections, totals.unusedConnections}),
-              (std::vector<uint64_t>{4, 2, 6, 6, 2, 80, 20, 12, 2}));
+    EXPECT_EQ(
+        (std::vector{totals.counts.served, totals.counts.joined, totals.counts.fetched,
+                     totals.counts.preloads, totals.counts.unusedPreloads, totals.counts.preloadedBytes,
+                     totals.counts.unusedBytes, totals.counts.connections, totals.counts.unusedConnections}),
+        (std::vector<uint64_t>{4, 2, 6, 6, 2, 80, 20, 12, 2}));
   }
   EXPECT_EQ(SummaryOf({first, second}).visits, 3U);
   EXPECT_EQ(total.visits, 4U);
@@ -354,12 +358,15 @@ TEST(HarWriter, WritesEveryRequestAndPreloadAsAnEntry) {
   Request& odd = replayed.recording.pages[0].requests[5];
   odd.url = "https://a.test/x y|\xff?q=1&r&=%20#f?g=2";
   replayed.result.visits[0].ways[1].times.pageLoadUs = 977499;
-  const HarPart part = HarPartOf(0, replayed.recording, replayed.result, ReplayOptions());
-  const json log = json::parse(HarFile({part, part}))["log"];
+  const std::string part = HarPartOf(0, replayed.recording, replayed.result, ReplayOptions());
+  std::string file;
+  WriteHar({part, part}, [&file](std::string_view text) { file += text; });
+  const json log = json::parse(file)["log"];
   EXPECT_EQ(log["version"], "1.2");
-  ASSERT_EQ(log["pages"].size(), 6U);
-  EXPECT_EQ(log["pages"][1]["startedDateTime"], "2000-01-01T01:00:00.977Z") << "the first load, and an hour";
-  EXPECT_EQ(log["pages"][1]["pageTimings"]["onLoad"],
+  ASSERT_EQ(log["pages"].size(), 12U) << "three visits without the plugin and with it";
+  EXPECT_EQ(log["pages"][2]["comment"], "visit 2, off");
+  EXPECT_EQ(log["pages"][3]["startedDateTime"], "2000-01-01T01:00:00.977Z") << "the first load, and an hour";
+  EXPECT_EQ(log["pages"][3]["pageTimings"]["onLoad"],
             static_cast<double>(replayed.result.visits[1].ways[1].times.pageLoadUs) / 1e3);
 
   size_t preloads = 0, query = 0;
@@ -380,23 +387,22 @@ TEST(HarWriter, WritesEveryRequestAndPreloadAsAnEntry) {
   }
   const auto& visits = replayed.result.visits;
   EXPECT_EQ(preloads, 2 * (visits[1].ways[1].preloads.size() + visits[2].ways[1].preloads.size()));
-  EXPECT_EQ(query, 2U) << "once in each part";
+  EXPECT_EQ(query, 4U) << "in both ways, once in each part";
 }
 
 TEST(RecordingReport, SurvivesTheWayBetweenProcesses) {
   const tests::Replayed replayed = tests::MakeReplayed("a\xff.har");
   RecordingReport sent;
   sent.summary = Summarize(replayed.result);
-  sent.html = HtmlSectionOf(7, replayed.recording, replayed.result);
-  sent.har = HarPartOf(7, replayed.recording, replayed.result, ReplayOptions());
+  sent.index = 7;
+  sent.parts = {{"--a", std::string("\0\xff", 2)}, {"--b", ""}};
   sent.logLines = {"01-01 00:00:00.002  1  1 W : \xfe", ""};
   const std::string bytes = Pack(sent);
   const RecordingReport received = Unpack(bytes);
   EXPECT_EQ(JsonLine(received.summary, ReplayOptions()), JsonLine(sent.summary, ReplayOptions()));
   EXPECT_EQ(received.summary.name, sent.summary.name);
-  EXPECT_EQ(received.html.number, 7U);
-  EXPECT_EQ(received.html.text, sent.html.text);
-  EXPECT_EQ(received.har.entries, sent.har.entries);
+  EXPECT_EQ(received.index, 7U);
+  EXPECT_EQ(received.parts, sent.parts);
   EXPECT_EQ(received.logLines, sent.logLines);
   EXPECT_THROW(Unpack(bytes.substr(0, bytes.size() / 2)), std::runtime_error);
   EXPECT_THROW(Unpack(""), std::runtime_error);

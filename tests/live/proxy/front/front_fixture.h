@@ -15,6 +15,7 @@
 #include "live/loop/event_loop.h"
 #include "live/proxy/front/front_server.h"
 #include "live/proxy/request_handler.h"
+#include "tests/live/support/raw_client.h"
 
 namespace tests {
 
@@ -78,28 +79,6 @@ class ScriptedHandler final : public live::RequestHandler {
   live::EventLoop& loop_;
   host::LoadId lastId_ = 0;
   std::map<host::LoadId, Load> loads_;
-};
-
-// A blocking client, to be used on a thread of its own: see FrontTest::Client.
-class RawClient {
- public:
-  explicit RawClient(int port);
-  ~RawClient();
-  RawClient(const RawClient&) = delete;
-  RawClient& operator=(const RawClient&) = delete;
-
-  int Descriptor() const { return socket_; }
-  void Send(const std::string& bytes) const;  // what cannot be sent is lost
-  void EndSending() const;
-  void Close(bool reset);
-  // What comes until `end` has come, the proxy closes, or ten seconds have passed.
-  std::string ReadUntil(const std::string& end);
-  // All that comes until the proxy closes; "(reset)" at its end for no orderly end, "(late)" for none.
-  std::string ReadAll() { return ReadUntil(""); }
-
- private:
-  int socket_ = -1;
-  std::string read_;
 };
 
 class FrontTest : public testing::Test {
