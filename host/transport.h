@@ -22,6 +22,7 @@ inline constexpr int32_t kOk = 0;
 inline constexpr int32_t kFailed = -2;
 inline constexpr int32_t kAborted = -3;
 inline constexpr int32_t kTimedOut = -7;
+inline constexpr int32_t kBlocked = -20;  // by who asked, not by the server
 inline constexpr int32_t kConnectionClosed = -100;
 inline constexpr int32_t kConnectionFailed = -104;
 inline constexpr int32_t kNameNotResolved = -105;

@@ -274,6 +274,8 @@ std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& ar
   text(app, "--json", options.jsonPath, "append a JSON object for each page load; - is standard output",
        "FILE");
   text(app, "--har", options.harPath, "record what goes through, for kiv_replay; a new file", "FILE");
+  app.add_flag("--allow-private", options.allowPrivate,
+               "let pages of public servers reach private addresses");
   app.add_flag("--mark", options.mark, "say in a Server-Timing header where each response came from")
       ->group("Options");
   text(app, "--log", texts.logLevel,

@@ -42,6 +42,7 @@ struct ProxyOptions {
   std::string statePath;
   std::string jsonPath;  // empty for none, "-" for standard output
   std::string harPath;   // empty for none
+  bool allowPrivate = false;
   bool mark = false;
   std::optional<int> logLevel;  // of the plugin; nothing: no log
 

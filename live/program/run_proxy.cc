@@ -77,6 +77,7 @@ EngineSettings SettingsOf(const ProxyOptions& options) {
   settings.upstream.caFile = options.upstreamCa;
   settings.upstream.connectTo = options.connectTo;
   settings.preload = options.preload;
+  settings.allowPrivate = options.allowPrivate;
   settings.mark = options.mark;
   return settings;
 }

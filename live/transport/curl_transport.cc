@@ -508,7 +508,10 @@ class CurlTransport::Impl {
     if (transfer->needsNewConnection) return CURL_PREREQFUNC_ABORT;
     const ConnectPolicy* const policy = transfer->opener.policy;
     if (policy == nullptr) return CURL_PREREQFUNC_OK;
-    if (!policy->MayConnectTo(address)) return CURL_PREREQFUNC_ABORT;
+    if (!policy->MayConnectTo(address)) {
+      transfer->opener.refused = true;
+      return CURL_PREREQFUNC_ABORT;
+    }
     policy->SendsTo(address);
     return CURL_PREREQFUNC_OK;
   }
@@ -605,8 +608,9 @@ class CurlTransport::Impl {
     --group.active;
     // A connection that ends within the headers is no error to libcurl.
     const bool cut = code == CURLE_OK && !transfer.responded;
-    const bool refused = code == CURLE_COULDNT_CONNECT && transfer.opener.refused;
-    transfer.result = cut ? host::kConnectionClosed : refused ? host::kAborted : ResultOf(code);
+    const bool refused =
+        (code == CURLE_COULDNT_CONNECT || code == CURLE_ABORTED_BY_CALLBACK) && transfer.opener.refused;
+    transfer.result = cut ? host::kConnectionClosed : refused ? host::kBlocked : ResultOf(code);
     curl_multi_remove_handle(multi_, easy);
     ready_.insert(transfer.id);
     Pump();

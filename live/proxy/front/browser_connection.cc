@@ -36,6 +36,11 @@ Refusal ExplainResult(int32_t result, const std::string& server) {
       return {504, "The server " + server + " did not answer in time."};
     case host::kNameNotResolved:
       return {502, "The name of the server " + server + " could not be resolved."};
+    case host::kBlocked:
+      return {403,
+              "The server " + server +
+                  " has a private address. This proxy reaches such an address only for pages that come from"
+                  " one; the option --allow-private lifts this."};
     case host::kConnectionFailed:
       return {502, "The server " + server + " could not be reached."};
     case host::kConnectionClosed:

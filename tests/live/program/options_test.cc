@@ -33,7 +33,8 @@ TEST_F(ProxyOptionsTest, DefaultsSuitABrowserOnThisMachine) {
   EXPECT_EQ(options.address, "127.0.0.1");
   EXPECT_EQ(options.port, 8080);
   EXPECT_TRUE(options.preload && options.preconnect);
-  EXPECT_FALSE(options.intercept || options.listenAnywhere || options.mark || options.logLevel);
+  EXPECT_FALSE(options.intercept || options.listenAnywhere || options.allowPrivate || options.mark ||
+               options.logLevel);
   EXPECT_EQ(options.properties, (std::map<std::string, std::string>{{"net.cv.kiv.prlimit", "4"}}));
   EXPECT_EQ(options.statePath, "/var/state/kiv_proxy/pages.db");
   setenv("XDG_STATE_HOME", "not/absolute", 1);
@@ -50,7 +51,9 @@ TEST_F(ProxyOptionsTest, ReadsWhatIsGiven) {
   const ProxyOptions options = Parsed(
       "--listen [::1]:0 --preload off --preconnect off --prop net.cv.kiv.prlimit=8 --prop net.cv.kiv.on=0 "
       "--hosts " +
-      hosts + " --connect-port 8443 --log 4 --json - --har day.har --state pages.db --mark --plugin p.so");
+      hosts +
+      " --connect-port 8443 --log 4 --json - --har day.har --state pages.db --allow-private --mark --plugin "
+      "p.so");
   EXPECT_EQ(options.address, "::1");
   EXPECT_EQ(options.port, 0);
   EXPECT_FALSE(options.preload || options.preconnect);
@@ -64,7 +67,7 @@ TEST_F(ProxyOptionsTest, ReadsWhatIsGiven) {
   EXPECT_EQ(options.jsonPath, "-");
   EXPECT_EQ(options.harPath, "day.har");
   EXPECT_EQ(options.statePath, "pages.db");
-  EXPECT_TRUE(options.mark);
+  EXPECT_TRUE(options.allowPrivate && options.mark);
   EXPECT_EQ(options.pluginPath, "p.so");
   EXPECT_EQ(Parsed("--listen localhost:1").address, "127.0.0.1");
 
