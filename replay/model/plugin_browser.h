@@ -39,7 +39,7 @@ class PluginBrowser {
   void Load(const VisitSetup& setup, Visit& visit);
 
   // The plugin's log so far, if the options ask for it. The lines have the format of logcat's threadtime.
-  std::vector<std::string> TakeLog();
+  std::vector<LogLine> TakeLog();
 
  private:
   class Client;

@@ -117,7 +117,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
     leftUs[visit.pageUrl] = browser.NowUs();
     result.visits.push_back(std::move(visit));
   }
-  result.logLines = browser.TakeLog();
+  result.log = browser.TakeLog();
   return result;
 }
 
