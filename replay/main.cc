@@ -112,7 +112,7 @@ bool IsOnTerminal(FILE* file) {
 // The variable COLUMNS if it is a whole number of at least 20, else the width of the terminal, else 120.
 size_t ColumnsOf(FILE* file) {
   constexpr size_t kFewest = 20;
-  const char* const text = std::getenv("COLUMNS");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const char* const text = std::getenv("COLUMNS");
   if (text != nullptr) {
     size_t columns = 0;
     const auto [end, error] = std::from_chars(text, text + std::strlen(text), columns);
@@ -129,17 +129,23 @@ bool IsStandardOutputTaken(const CommandLine& line) {
 }
 
 // Prints the table to standard output, or to standard error if a report goes to standard output.
+bool IsAdvised(const std::vector<RecordingReport>& reports) {
+  return std::any_of(reports.begin(), reports.end(),
+                     [](const RecordingReport& report) { return report.advised; });
+}
+
 void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& reports) {
   FILE* const file = IsStandardOutputTaken(line) ? stderr : stdout;
-  const char* const noColor = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const char* const noColor = std::getenv("NO_COLOR");
   const Terminal terminal = {.colour = IsOnTerminal(file) && (noColor == nullptr || *noColor == '\0'),
                              .columns = ColumnsOf(file)};
   std::vector<Summary> summaries;
   for (const RecordingReport& report : reports) summaries.push_back(report.summary);
   const std::string text =
-      LogText(reports) + (IsSweep(line.settings)
-                              ? SweepText(reports, line.settings, terminal)
-                              : TextReport(summaries, line.settings.front().options, terminal));
+      LogText(reports) +
+      (IsSweep(line.settings) ? SweepText(reports, line.settings, terminal)
+                              : TextReport(summaries, line.settings.front().options, terminal)) +
+      (IsAdvised(reports) ? AdviceText(reports, terminal) : "");
   if (std::fwrite(text.data(), 1, text.size(), file) != text.size() || std::fflush(file) != 0) {
     throw std::runtime_error("the table cannot be written");
   }

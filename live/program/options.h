@@ -49,9 +49,9 @@ struct ProxyOptions {
   std::string forgetHost;  // of Task::Forget: a host name; empty for everything
 };
 
-// Reads the arguments after the program's name, and the files that they name. Nothing after --help or
-// --version, whose text went to `out`. Throws std::runtime_error with one line that names the option and what
-// it should be.
+// Reads the arguments after the program's name, and the files that they name. Returns nothing after --help or
+// --version, whose text goes to `out`. Throws std::runtime_error with one line that names the option and what
+// it must be.
 std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& arguments, std::ostream& out);
 
 }  // namespace live

@@ -16,7 +16,7 @@
 namespace replay {
 namespace {
 
-// Where the plugin's log goes. The sink is a plain function, so what it writes to is process-wide.
+// The destination of the plugin's log. The sink is a plain function, so the destination is process-wide.
 struct Log {
   const host::VirtualClock* clock = nullptr;
   bool keep = false;
@@ -25,8 +25,8 @@ struct Log {
 };
 Log g_log;
 
-// "01-01 00:00:12.345     1     1 D ": month and day, time, process, thread, priority. The clock starts
-// with a year that is no leap year.
+// "01-01 00:00:12.345     1     1 D ": month and day, time, process, thread, priority. The clock starts with
+// a year that is not a leap year.
 std::string ThreadTime(int64_t nowUs, int priority) {
   constexpr std::string_view kPriorities = "??VDIWE";
   const std::chrono::sys_time<std::chrono::milliseconds> now(std::chrono::milliseconds(nowUs / 1000));
@@ -118,10 +118,10 @@ class PluginBrowser::Client final : public host::LoadClient {
  private:
   const Request& Wanted() const { return browser_.setup_->page.requests[index_]; }
 
-  // What a preload brought must be what its fetch was answered with.
+  // Checks that the preloaded response is the one that answered the fetch.
   void CheckBody(const host::LoadInfo& info) const {
     if (info.source == host::LoadSource::Network) return;
-    // A request that asks whether a stored copy is still good gets no other one when it is.
+    // A conditional request gets no body if the stored copy is still valid.
     if (isConfirmed_ && body_.empty() && http::IsConditional(Wanted().requestHeaders)) return;
     const bool same =
         isSame_ && static_cast<int64_t>(body_.size()) == fetched_->bodyBytes && IsContent(seed_, body_);
