@@ -112,7 +112,7 @@ bool IsOnTerminal(FILE* file) {
 // The variable COLUMNS if it is a whole number of at least 20, else the width of the terminal, else 120.
 size_t ColumnsOf(FILE* file) {
   constexpr size_t kFewest = 20;
-  const char* const text = std::getenv("COLUMNS");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const char* const text = std::getenv("COLUMNS");
   if (text != nullptr) {
     size_t columns = 0;
     const auto [end, error] = std::from_chars(text, text + std::strlen(text), columns);
@@ -136,7 +136,7 @@ bool IsAdvised(const std::vector<RecordingReport>& reports) {
 
 void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& reports) {
   FILE* const file = IsStandardOutputTaken(line) ? stderr : stdout;
-  const char* const noColor = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const char* const noColor = std::getenv("NO_COLOR");
   const Terminal terminal = {.colour = IsOnTerminal(file) && (noColor == nullptr || *noColor == '\0'),
                              .columns = ColumnsOf(file)};
   std::vector<Summary> summaries;

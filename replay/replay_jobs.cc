@@ -54,7 +54,7 @@ RecordingReport ReplayUnder(size_t setting, size_t index, const Recording& recor
     report.parts[output.format->option] = output.format->collect(index, recording, result, options);
   }
   if (line.advise) report.suggested = SuggestChanges(recording, result);
-  report.logLines = std::move(result.logLines);
+  for (const LogLine& logged : result.log) report.logLines.push_back(logged.stamp + logged.text);
   return report;
 } catch (const std::exception& error) {
   return Failed(recording.name, ReplayStatus::Fault, recording.name + ": " + error.what());

@@ -58,7 +58,7 @@ std::optional<Number> WholeText(std::string_view text) {
 
 double Figure(const char* option, const std::string& text, const std::optional<double>& ofProfile,
               const char* unit, double least, double most) {
-  if (text.empty() && !ofProfile) Refuse(option, "must be given, since the profile has no such figure");
+  if (text.empty() && !ofProfile) Refuse(option, "must be given, because the profile has no such figure");
   if (text.empty()) return *ofProfile;
   const auto value = WholeText<double>(text);
   if (!value || !(*value >= least && *value <= most)) {
@@ -168,10 +168,10 @@ std::optional<LinkOptions> ParseLinkOptions(const std::vector<std::string>& argu
   try {
     if (!programs::ParseArguments(app, {arguments.begin(), separator}, out)) return std::nullopt;
   } catch (const std::runtime_error& error) {
-    throw BadOption(std::string(error.what()) + "; the client's command stands after --");
+    throw BadOption(std::string(error.what()) + "; the client's command comes after --");
   }
   if (std::distance(separator, arguments.end()) < 2) {
-    throw BadOption("the client's command is missing: it stands last, after -- (see --help)");
+    throw BadOption("the client's command is missing; give it last, after -- (see --help)");
   }
   LinkOptions options = OptionsOf(texts);
   options.jsonPath = jsonPath;

@@ -429,7 +429,8 @@ const ReportFormat kHtmlFormat = {
 
 HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result) {
   const Summary summary = Summarize(result);
-  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(result.name));
+  std::string html =
+      fmt::format(R"(<section id="r{}" class="recording"><h2>{}</h2>)", number, Escaped(result.name));
   html += fmt::format("<p class=\"muted\">{} visits, {} of them repeat visits, {} requests{}{}</p>\n",
                       summary.visits, summary.repeats.size(), summary.requests,
                       recording.browser.empty() ? "" : ", recorded with ", Escaped(recording.browser));
@@ -440,7 +441,8 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
 }
 
 HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
-  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(summary.name));
+  std::string html =
+      fmt::format(R"(<section id="r{}" class="recording"><h2>{}</h2>)", number, Escaped(summary.name));
   html += fmt::format(
       "<p class=\"muted\">{} visits, {} of them repeat visits, {} requests; merged, without waterfalls</p>\n",
       summary.visits, summary.repeats.size(), summary.requests);

@@ -22,6 +22,19 @@ TEST_F(FetchCallbacksTest, TheRequestCarriesWhatTheLaunchWasGiven) {
   EXPECT_EQ(static_cast<int>(request->motivation), 0);
 }
 
+// A lent body shows the size of its buffer, because its place changes exactly when it grows.
+TEST_F(FetchCallbacksTest, ABufferHasRoomForTenBytesMoreThanDeclared) {
+  host.Launch(kUrl);
+  host.StartComplete(kUrl, OkHeaders(100));
+  host.Read(kUrl, std::string(100, 'a'));
+  host.Done(kUrl);
+  const char* const lent = host.Ask(kUrl).bytes;
+  host.Read(kUrl, std::string(10, 'b'));
+  EXPECT_EQ(host.Ask(kUrl).bytes, lent) << "exactly full";
+  host.Read(kUrl, "c");
+  EXPECT_NE(host.Ask(kUrl).bytes, lent);
+}
+
 TEST_F(FetchCallbacksTest, TheEndGivesTheHostsSlotBackOrReportsAnUnmatchedOne) {
   host.Send<TransactionStarted>({kUrl, 0, 1});  // keeps the host's record alive
   host.Launch(kUrl);

@@ -1,4 +1,4 @@
-// What the stubs promise in their headers: header texts, URLs, properties, hashes, the log.
+// What the stubs promise in their headers: header texts, URLs, properties, the log.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -95,10 +95,6 @@ TEST(PropertiesTest, HoldTextsOfAtMost91Bytes) {
   EXPECT_EQ(property_set("test.p", (longest + "y").c_str()), -1);
   EXPECT_EQ(property_get("test.p", value, nullptr), 91) << "refused, the longer one changed nothing";
   EXPECT_EQ(property_set(nullptr, "x"), -1);
-}
-
-TEST(HashTest, IsFnv1a) {
-  EXPECT_EQ(CorvaneHash("foobar"), 0xBF9CF968u);
 }
 
 TEST(LogTest, CutsALineThatIsTooLong) {
