@@ -25,8 +25,8 @@ struct Log {
 };
 Log g_log;
 
-// "01-01 00:00:12.345     1     1 D ": month and day, time, process, thread, priority. The clock starts with a
-// year that is not a leap year.
+// "01-01 00:00:12.345     1     1 D ": month and day, time, process, thread, priority. The clock starts with
+// a year that is not a leap year.
 std::string ThreadTime(int64_t nowUs, int priority) {
   constexpr std::string_view kPriorities = "??VDIWE";
   const std::chrono::sys_time<std::chrono::milliseconds> now(std::chrono::milliseconds(nowUs / 1000));

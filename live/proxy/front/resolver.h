@@ -21,8 +21,8 @@ class Resolver {
   static Endpoints AskSystem(const std::string& host, uint16_t port);
 
   explicit Resolver(EventLoop& loop, LookUp lookUp = AskSystem);
-  // Does not wait for running lookups, which nothing can interrupt: their threads end by themselves, without a
-  // call to `done`.
+  // Does not wait for running lookups, which nothing can interrupt: their threads end by themselves, without
+  // a call to `done`.
   ~Resolver();
   Resolver(const Resolver&) = delete;
   Resolver& operator=(const Resolver&) = delete;
