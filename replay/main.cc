@@ -129,6 +129,11 @@ bool IsStandardOutputTaken(const CommandLine& line) {
 }
 
 // Prints the table to standard output, or to standard error if a report goes to standard output.
+bool IsAdvised(const std::vector<RecordingReport>& reports) {
+  return std::any_of(reports.begin(), reports.end(),
+                     [](const RecordingReport& report) { return report.advised; });
+}
+
 void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& reports) {
   FILE* const file = IsStandardOutputTaken(line) ? stderr : stdout;
   const char* const noColor = std::getenv("NO_COLOR");
@@ -137,9 +142,10 @@ void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& rep
   std::vector<Summary> summaries;
   for (const RecordingReport& report : reports) summaries.push_back(report.summary);
   const std::string text =
-      LogText(reports) + (IsSweep(line.settings)
-                              ? SweepText(reports, line.settings, terminal)
-                              : TextReport(summaries, line.settings.front().options, terminal));
+      LogText(reports) +
+      (IsSweep(line.settings) ? SweepText(reports, line.settings, terminal)
+                              : TextReport(summaries, line.settings.front().options, terminal)) +
+      (IsAdvised(reports) ? AdviceText(reports, terminal) : "");
   if (std::fwrite(text.data(), 1, text.size(), file) != text.size() || std::fflush(file) != 0) {
     throw std::runtime_error("the table cannot be written");
   }

@@ -277,7 +277,7 @@ Settings SettingsOf(const Texts& texts) {
 }
 
 // A sweep shows figures alone, and its values are those of the option.
-void CheckSweep(const CLI::App& app, const Texts& texts, const std::vector<std::string>& paths) {
+void CheckSweep(const CLI::App& app, bool advise, const Texts& texts, const std::vector<std::string>& paths) {
   if (texts.sweep.empty()) return;
   const std::string option = "--" + texts.sweep.substr(0, texts.sweep.find('='));
   for (const CLI::Option* given : app.get_options()) {
@@ -285,6 +285,7 @@ void CheckSweep(const CLI::App& app, const Texts& texts, const std::vector<std::
       Refuse("--sweep", option + " is given as well; leave it out");
     }
   }
+  if (advise) Refuse("--advice", "is about one setting; it cannot be given with --sweep");
   if (!texts.log.empty()) Refuse("--log", "cannot be told apart for the settings of --sweep");
   for (size_t index = 0; index < paths.size(); ++index) {
     if (paths[index].empty() || !ReportFormats()[index]->oneSetting) continue;
@@ -372,6 +373,8 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
        "replay everything under each of several values of an option or a property, and compare them: "
        "prlimit=1..8, profile=3g,4g, revisit-after=10m,1h,1d",
        "NAME=VALUES");
+  app.add_flag("--advice", line.advise,
+               "replay each recording again with changes that the reasons suggest, and show what they save");
   text("--log", texts.log,
        "print the plugin's log: 0 for warnings and errors, 3 to add infos, 4 to add debug lines", "LEVEL");
   std::vector<std::string> paths(ReportFormats().size()), failConditions;
@@ -394,7 +397,7 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
     for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
   }
   if (line.merge) CheckMerge(app, paths);
-  CheckSweep(app, texts, paths);
+  CheckSweep(app, line.advise, texts, paths);
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
   if (line.recordings.empty()) Refuse("RECORDING", "at least one is needed (see --help)");
   for (const std::string& condition : failConditions) {

@@ -27,6 +27,7 @@ struct CommandLine {
   bool merge = false;                   // `recordings` are files of JSON lines, which also set `settings`
   std::vector<FailCondition> failConditions;
   std::vector<std::string> settingsPaths;  // the other files that were read: lists, --props and --beacons
+  bool advise = false;                     // try changes to each recording
   unsigned jobs = 1;
   bool visitsGiven = false;  // --visits was given
 };

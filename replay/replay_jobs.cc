@@ -53,23 +53,28 @@ RecordingReport ReplayUnder(size_t setting, size_t index, const Recording& recor
     if (output.format->collect == nullptr || setting > 0) continue;
     report.parts[output.format->option] = output.format->collect(index, recording, result, options);
   }
-  report.logLines = std::move(result.logLines);
+  if (line.advise) report.suggested = SuggestChanges(recording, result);
+  for (const LogLine& logged : result.log) report.logLines.push_back(logged.stamp + logged.text);
   return report;
 } catch (const std::exception& error) {
   return Failed(recording.name, ReplayStatus::Fault, recording.name + ": " + error.what());
+}
+
+// How many processes a recording may use at a time: what the others leave.
+unsigned JobsInside(const CommandLine& line) {
+  const size_t recordingsAtATime = std::min<size_t>(line.jobs, line.recordings.size());
+  return static_cast<unsigned>(std::max<size_t>(1, line.jobs / recordingsAtATime));
 }
 
 // The plugin can be used once in a process, so every setting has a process of its own again. The recording
 // fails when it fails under any setting.
 RecordingReport ReplayUnderAll(size_t index, const Recording& recording, const CommandLine& line,
                                const host::PluginFunctions& plugin) {
-  const size_t recordingsAtATime = std::min<size_t>(line.jobs, line.recordings.size());
-  const auto jobs = static_cast<unsigned>(std::max<size_t>(1, line.jobs / recordingsAtATime));
   std::vector<RecordingReport> reports(
       line.settings.size(),
       Failed(recording.name, ReplayStatus::LeftOut, recording.name + ": left out, interrupted"));
   RunInChildren(
-      reports.size(), jobs,
+      reports.size(), JobsInside(line),
       [&](size_t setting) { return Pack(ReplayUnder(setting, index, recording, line, plugin)); },
       [&](size_t setting, const ChildOutcome& outcome) {
         reports[setting] = ReportOf(outcome, recording.name);
@@ -83,6 +88,47 @@ RecordingReport ReplayUnderAll(size_t index, const Recording& recording, const C
   for (size_t setting = 1; setting < reports.size(); ++setting) {
     report.further.push_back(std::move(reports[setting].summary));
   }
+  return report;
+}
+
+// With one of the changes, in this process.
+RecordingReport ReplayChanged(const Change& change, Recording recording, ReplayOptions options,
+                              const host::PluginFunctions& plugin) try {
+  Apply(change, recording, options);
+  options.logLevel.reset();
+  return {.summary = Summarize(ReplayRecording(recording, options, plugin))};
+} catch (const std::exception& error) {
+  return Failed(recording.name, ReplayStatus::Fault, recording.name + ": " + error.what());
+}
+
+// Tries the changes that the replay suggests, each in a process of its own, and keeps those that are worth
+// it.
+RecordingReport ReplayAndAdvise(size_t index, const Recording& recording, const CommandLine& line,
+                                const host::PluginFunctions& plugin) {
+  RecordingReport report = Failed(recording.name, ReplayStatus::LeftOut, recording.name + ": interrupted");
+  RunInChildren(
+      1, 1, [&](size_t) { return Pack(ReplayUnder(0, index, recording, line, plugin)); },
+      [&](size_t, const ChildOutcome& outcome) { report = ReportOf(outcome, recording.name); });
+  const std::vector<Change> changes = std::exchange(report.suggested, {});
+  std::vector<std::optional<Advice>> tried(changes.size());
+  RunInChildren(
+      changes.size(), JobsInside(line),
+      [&](size_t change) {
+        return Pack(ReplayChanged(changes[change], recording, line.settings.front().options, plugin));
+      },
+      [&](size_t change, const ChildOutcome& outcome) {
+        const RecordingReport changed = ReportOf(outcome, recording.name);
+        if (changed.status != ReplayStatus::Done) {
+          report.recordingWarnings.push_back("a change could not be tried: " + changed.error);
+        } else {
+          tried[change] = AdviceOf(changes[change], report.summary, changed.summary);
+        }
+      });
+  for (std::optional<Advice>& advice : tried) {
+    if (advice) report.advice.push_back(std::move(*advice));
+  }
+  report.advised = true;
+  SortByValue(report.advice);
   return report;
 }
 
@@ -100,8 +146,11 @@ RecordingReport ReplayOne(size_t index, const std::string& name, const CommandLi
     return Failed(name, ReplayStatus::BadInput, name + ": " + why);
   }
   RecordingReport report = IsSweep(line.settings) ? ReplayUnderAll(index, recording, line, plugin)
+                           : line.advise          ? ReplayAndAdvise(index, recording, line, plugin)
                                                   : ReplayUnder(0, index, recording, line, plugin);
-  if (report.status == ReplayStatus::Done) report.recordingWarnings = WarningsOf(recording);
+  if (report.status == ReplayStatus::Done) {
+    for (std::string& warning : WarningsOf(recording)) report.recordingWarnings.push_back(std::move(warning));
+  }
   return report;
 }
 

@@ -16,9 +16,11 @@ namespace live {
 // The times are those for which the browser waited. If a load waited without its own request, for a preload
 // or the proxy's cache, that time is "blocked", so that it is not attributed to the server.
 //
+// `httpVersion` is the one that the server speaks, as in host::TransferReport.
+//
 // Cookies keep their names and attributes. Other headers whose names suggest credentials, a key or a token
 // keep only their names. URLs are kept completely.
-std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t wallUs);
+std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t wallUs, int httpVersion);
 
 }  // namespace live
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "host/executor.h"
+#include "host/recency_map.h"
 #include "host/task_scope.h"
 #include "live/journal/growing_file.h"
 #include "live/journal/har_log.h"
@@ -44,6 +45,7 @@ class Journal {
   // sleeps, so that the times in a file are consistent.
   int64_t WallUs();
   std::optional<size_t> PageOf(const LoadRecord& load);
+  int HttpVersionOf(const LoadRecord& load);
   void FlushSoon();
 
   host::Executor& executor_;
@@ -53,7 +55,8 @@ class Journal {
   int64_t wallUs_ = 0;
   std::optional<GrowingFile> json_;
   std::optional<HarLog> har_;
-  std::map<host::TabId, size_t> harPages_;  // of the pages that began last
+  std::map<host::TabId, size_t> harPages_;                 // of the pages that began last
+  host::RecencyMap<std::string, int> httpVersions_{1000};  // by origin
   bool flushWaits_ = false;
   host::Timer flushTimer_;
 };

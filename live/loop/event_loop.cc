@@ -1,6 +1,7 @@
 #include "live/loop/event_loop.h"
 
 #include <algorithm>
+#include <boost/asio/error.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
@@ -41,8 +42,10 @@ struct Watched : std::enable_shared_from_this<Watched> {
     descriptor.async_wait(type,
                           [self = shared_from_this(), type, reading](const boost::system::error_code& error) {
                             (reading ? self->readPending : self->writePending) = false;
-                            if (error || !self->ready || !(reading ? self->forReading : self->forWriting))
-                              return;
+                            // Any other error is the kernel's want of room for the wait: who is called for
+                            // nothing waits again.
+                            if (error == asio::error::operation_aborted || !self->ready) return;
+                            if (!(reading ? self->forReading : self->forWriting)) return;
                             const EventLoop::Ready call = self->ready;  // which may end or replace the watch
                             call(reading, !reading);
                             if (self->ready) self->Wait(type);
@@ -58,8 +61,15 @@ struct Watched : std::enable_shared_from_this<Watched> {
 struct EventLoop::Impl {
   // Asio does not promise an order of what is due at one time, so tasks wait in a queue of their own.
   void WakeUpForTasks() {
+    if (awake) return;
     const std::optional<int64_t> dueUs = tasks.NextDueUs();
-    if (!dueUs || (wakeUpUs && *wakeUpUs <= *dueUs)) return;
+    if (!dueUs) return;
+    if (*dueUs <= NowUs()) {  // most of them are, and a timer is a call of the kernel
+      awake = true;
+      asio::post(io, [this] { RunTasks(); });
+      return;
+    }
+    if (wakeUpUs && *wakeUpUs <= *dueUs) return;
     wakeUpUs = dueUs;
     timer.expires_at(Clock::time_point(microseconds(*dueUs)));  // ends the wait for a later task
     timer.async_wait([this](const boost::system::error_code& error) {
@@ -70,18 +80,21 @@ struct EventLoop::Impl {
   }
 
   void RunTasks() {
+    awake = true;
     const int64_t nowUs = NowUs();
     for (int ran = 0; ran < kMostTasksInARow; ++ran) {
       const std::optional<int64_t> dueUs = tasks.NextDueUs();
       if (!dueUs || *dueUs > nowUs) break;
       tasks.TakeNext()();
     }
+    awake = false;
     WakeUpForTasks();
   }
 
   asio::io_context io{1};
   asio::steady_timer timer{io};
   std::optional<int64_t> wakeUpUs;  // when the timer is due; nothing while it does not wait
+  bool awake = false;               // RunTasks is posted, or runs
   host::TaskQueue tasks;
   std::map<int, std::shared_ptr<Watched>> watched;
 };
@@ -108,8 +121,11 @@ void EventLoop::CancelTask(host::TaskId id) {
 }
 
 void EventLoop::Watch(int descriptor, bool forReading, bool forWriting, Ready ready) {
-  std::shared_ptr<Watched>& watched = impl_->watched[descriptor];
-  if (watched == nullptr) watched = std::make_shared<Watched>(impl_->io, descriptor);
+  auto place = impl_->watched.find(descriptor);
+  if (place == impl_->watched.end()) {
+    place = impl_->watched.emplace(descriptor, std::make_shared<Watched>(impl_->io, descriptor)).first;
+  }
+  const std::shared_ptr<Watched> watched = place->second;
   watched->forReading = forReading;
   watched->forWriting = forWriting;
   watched->ready = std::move(ready);

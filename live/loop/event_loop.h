@@ -28,7 +28,8 @@ class EventLoop final : public host::Executor {
   void CancelTask(host::TaskId id) override;
 
   // Until Unwatch, calls `ready` each time the descriptor can be read or written, depending on what is asked
-  // for. Another call replaces the first one. Call Unwatch before closing the descriptor.
+  // for. Another call replaces the first one. Call Unwatch before closing the descriptor. Throws, and watches
+  // nothing, if the kernel has no room for it.
   using Ready = std::function<void(bool readable, bool writable)>;
   void Watch(int descriptor, bool forReading, bool forWriting, Ready ready);
   void Unwatch(int descriptor);

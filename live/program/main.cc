@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -67,6 +68,9 @@ int Run(const std::vector<std::string>& arguments) {
 int main(int argc, char** argv) {
   try {
     return live::Run({argv + 1, argv + argc});
+  } catch (const std::bad_alloc&) {
+    std::fputs("kiv_proxy: out of memory\n", stderr);
+    return live::kFault;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kiv_proxy: %s\n", error.what());
     return live::kFault;

@@ -45,6 +45,12 @@ std::string HostOf(const std::string& url) {
   return url.substr(0, url.find(':')) + "://" + GURL(url).host();
 }
 
+// Browsers do not take such a cookie, and in a preload's request it would end the header.
+bool HasControlCharacter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return (c >= 0 && c < ' ' && c != '\t') || c == 0x7F; });
+}
+
 struct SetCookie {
   Cookie cookie;
   bool removes = false;    // it is over already
@@ -95,7 +101,7 @@ void CookieView::Sent(const std::string& site, const std::string& url, std::stri
 void CookieView::Answered(const std::string& site, const std::string& url, const std::string& responseBlock,
                           double nowMs) {
   http::ForEachHeader(responseBlock, [&](std::string_view name, std::string_view value) {
-    if (!net::EqualsIgnoringCase(name, "Set-Cookie")) return;
+    if (!net::EqualsIgnoringCase(name, "Set-Cookie") || HasControlCharacter(value)) return;
     const SetCookie set = ReadSetCookie(value, nowMs);
     Host& host = hosts_.Use({site, HostOf(url)});
     const auto known = std::find_if(host.cookies.begin(), host.cookies.end(),

@@ -60,6 +60,8 @@ class PageTracker {
   std::vector<host::TabId> TakeSettled(int64_t nowUs);
   // The URL of an open page; empty for others.
   std::string UrlOf(host::TabId page) const;
+  // The URL that its redirects have led to until now.
+  std::string NavigationOf(host::TabId page) const;
 
  private:
   struct Page {

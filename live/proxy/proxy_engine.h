@@ -115,6 +115,7 @@ class ProxyEngine final : public RequestHandler {
   CachingTransport transport_;
   // Whether the last navigation to an origin reached a private address; of those that went over the network.
   host::RecencyMap<std::string, bool> isPrivateOrigin_{1000};
+  host::RecencyMap<std::string, std::string> redirectedPages_{1000};  // where the last load has landed
   std::map<host::TabId, std::unique_ptr<OpenPage>> pages_;
   host::CorvaneRuntime corvane_;
   host::NetworkStack stack_;

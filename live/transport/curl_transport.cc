@@ -39,6 +39,12 @@ struct CurlDeleter {
 using Easy = std::unique_ptr<CURL, CurlDeleter>;
 using StringList = std::unique_ptr<curl_slist, CurlDeleter>;
 
+// Of a stream among those of its connection. Servers that heed it send the browser's own responses before
+// what is preloaded, which gets the default weight and goes on slowly.
+long StreamWeight(Urgency urgency) {
+  return urgency == Urgency::Browser ? 256 : 16;
+}
+
 size_t Index(Urgency urgency) {
   return static_cast<size_t>(urgency);
 }
@@ -99,6 +105,62 @@ Value Info(CURL* easy, CURLINFO what) {
   return value;
 }
 
+// 0 when it is not connected.
+int OwnPort(int socket) {
+  sockaddr_storage own{};
+  socklen_t length = sizeof own;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return 0;
+  // The port is at the same place in addresses of IPv4 and IPv6.
+  return ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port);
+}
+
+int HttpVersion(CURL* easy) {
+  switch (Info<long>(easy, CURLINFO_HTTP_VERSION)) {
+    case CURL_HTTP_VERSION_1_0:
+      return 10;
+    case CURL_HTTP_VERSION_1_1:
+      return 11;
+    case CURL_HTTP_VERSION_2_0:
+      return 20;
+    default:
+      return 0;
+  }
+}
+
+// Libcurl's own calls fail without memory only. A handle that lacks an option must not be used: it would
+// print bodies, or ask the environment for a proxy.
+template <typename Value>
+void Set(CURL* easy, CURLoption option, Value value) {
+  if (curl_easy_setopt(easy, option, value) != CURLE_OK) throw std::bad_alloc();
+}
+
+Easy NewHandle() {
+  Easy easy(curl_easy_init());
+  if (easy == nullptr) throw std::bad_alloc();
+  return easy;
+}
+
+void Append(StringList& list, const std::string& text) {
+  curl_slist* const longer = curl_slist_append(list.get(), text.c_str());
+  if (longer == nullptr) throw std::bad_alloc();
+  (void)list.release();
+  list.reset(longer);
+}
+
+// Callbacks of libcurl as it has to see them: no exception may pass through it.
+template <auto kFunction, auto kFailure>
+struct NoThrow;
+template <typename Result, typename... Arguments, Result (*kFunction)(Arguments...), auto kFailure>
+struct NoThrow<kFunction, kFailure> {
+  static Result Call(Arguments... arguments) {
+    try {
+      return kFunction(arguments...);
+    } catch (const std::exception&) {
+      return kFailure;
+    }
+  }
+};
+
 // Whether the connection that the handle has does, which TLS agrees on.
 bool SpeaksHttp2(CURL* easy) {
   const auto* const session = Info<curl_tlssessioninfo*>(easy, CURLINFO_TLS_SSL_PTR);
@@ -137,7 +199,7 @@ class CurlTransport::Impl {
     share_ = curl_share_init();
     curl_share_setopt(share_, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     for (const std::string& rule : upstream_.connectTo) {
-      connectTo_.reset(curl_slist_append(connectTo_.release(), rule.c_str()));
+      Append(connectTo_, rule);
     }
   }
 
@@ -160,7 +222,6 @@ class CurlTransport::Impl {
 
   TransferId Start(const host::TransferRequest& request, host::TransferClient& client) {
     auto transfer = std::make_unique<Transfer>(*this, ++lastId_, request, client);
-    transfer->group = host::ConnectionGroup(request.url);
     transfer->report.started = loop_.Now();
     groups_[transfer->group].waiting[Index(request.urgency)].push_back(transfer->id);
     const TransferId id = transfer->id;
@@ -172,11 +233,13 @@ class CurlTransport::Impl {
   void SetUrgency(TransferId id, Urgency urgency) {
     Transfer* const transfer = Find(id);
     if (transfer == nullptr || transfer->request.urgency == urgency) return;
-    if (transfer->easy == nullptr) {
+    if (transfer->easy == nullptr && !transfer->result) {
       Group& group = groups_[transfer->group];
       std::erase(group.waiting[Index(transfer->request.urgency)], id);
       group.waiting[Index(urgency)].push_back(id);
       Pump();
+    } else {
+      curl_easy_setopt(transfer->easy.get(), CURLOPT_STREAM_WEIGHT, StreamWeight(urgency));
     }
     transfer->request.urgency = urgency;
   }
@@ -202,7 +265,7 @@ class CurlTransport::Impl {
         // libcurl must not find the transfer that is gone; the handle itself is removed outside of it.
         curl_easy_setopt(transfer->easy.get(), CURLOPT_PRIVATE, nullptr);
         for (const CURLoption data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA,
-                                      CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA}) {
+                                      CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA, CURLOPT_SSL_CTX_DATA}) {
           curl_easy_setopt(transfer->easy.get(), data, nullptr);
         }
         doomedLists_.push_back(std::move(transfer->headers));
@@ -235,10 +298,12 @@ class CurlTransport::Impl {
     size_t warming = 0;                 // connections being set up for nobody yet
     bool isKnown = false;               // it has answered, or has said in TLS what it speaks
     bool multiplexes = false;
+    bool asksForCertificate = false;
   };
   // Who opens sockets.
   struct Opener {
     Impl& owner;
+    const std::string group;
     const ConnectPolicy* policy;  // null for none
     // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it
     // is told is connected, which the kernel lets pass only the first time.
@@ -251,7 +316,8 @@ class CurlTransport::Impl {
           id(i),
           request(r),
           client(c),
-          opener{o, dynamic_cast<const ConnectPolicy*>(r.context), true},
+          opener{o, host::ConnectionGroup(r.url), dynamic_cast<const ConnectPolicy*>(r.context), true},
+          group(opener.group),
           lines(o.upstream_.maxHeaderBytes) {}
 
     Impl& owner;
@@ -259,7 +325,7 @@ class CurlTransport::Impl {
     host::TransferRequest request;
     host::TransferClient& client;
     Opener opener;
-    std::string group;
+    const std::string& group;
     Easy easy;  // null while it waits
     StringList headers;
     base::Time begun;
@@ -349,46 +415,63 @@ class CurlTransport::Impl {
     }
   }
 
-  void Begin(Transfer& transfer, const Group& group) {
-    transfer.easy.reset(curl_easy_init());
+  void Begin(Transfer& transfer, Group& group) {
+    try {
+      HandOver(transfer, group);
+    } catch (const std::bad_alloc&) {
+      --group.active;
+      transfer.result = host::kFailed;
+      ready_.insert(transfer.id);
+    }
+  }
+
+  void HandOver(Transfer& transfer, const Group& group) {
+    transfer.easy = NewHandle();
     CURL* const easy = transfer.easy.get();
     const host::TransferRequest& request = transfer.request;
     transfer.begun = loop_.Now();
     SetUp(easy, request.url, transfer.opener);
-    curl_easy_setopt(easy, CURLOPT_PRIVATE, &transfer);
+    Set(easy, CURLOPT_PRIVATE, &transfer);
     // Where a server is known to multiplex, one connection is waited for instead of opening several.
-    curl_easy_setopt(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
-    curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, OnHeader);
-    curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer);
-    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, OnBody);
-    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer);
-    curl_easy_setopt(easy, CURLOPT_PREREQFUNCTION, OnConnected);
-    curl_easy_setopt(easy, CURLOPT_PREREQDATA, &transfer);
+    Set(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
+    Set(easy, CURLOPT_STREAM_WEIGHT, StreamWeight(request.urgency));
+    Set(easy, CURLOPT_HEADERFUNCTION, (NoThrow<OnHeader, 0>::Call));
+    Set(easy, CURLOPT_HEADERDATA, &transfer);
+    Set(easy, CURLOPT_WRITEFUNCTION, (NoThrow<OnBody, 0>::Call));
+    Set(easy, CURLOPT_WRITEDATA, &transfer);
+    Set(easy, CURLOPT_PREREQFUNCTION, (NoThrow<OnConnected, CURL_PREREQFUNC_ABORT>::Call));
+    Set(easy, CURLOPT_PREREQDATA, &transfer);
     SetMethod(transfer);
     SetHeaders(transfer);
-    curl_multi_add_handle(multi_, easy);
+    if (curl_multi_add_handle(multi_, easy) != CURLM_OK) throw std::bad_alloc();
   }
 
   void SetUp(CURL* easy, const std::string& url, Opener& opener) {
-    curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy, CURLOPT_PROXY, "");  // the environment must not lead back to here
-    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
-    curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(upstream_.connectTimeoutMs));
-    curl_easy_setopt(easy, CURLOPT_SHARE, share_);
-    curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, OnOpenSocket);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, &opener);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
-    curl_easy_setopt(easy, CURLOPT_SOCKOPTDATA, this);
-    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
-    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
-    if (connectTo_ != nullptr) curl_easy_setopt(easy, CURLOPT_CONNECT_TO, connectTo_.get());
-    if (!upstream_.caFile.empty()) {
-      curl_easy_setopt(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
-      curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+    Set(easy, CURLOPT_URL, url.c_str());
+    Set(easy, CURLOPT_NOSIGNAL, 1L);
+    Set(easy, CURLOPT_QUICK_EXIT, 1L);  // a transfer's end waits for no name to be resolved
+    Set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    Set(easy, CURLOPT_PROXY, "");  // the environment must not lead back to here
+    Set(easy, CURLOPT_PATH_AS_IS, 1L);
+    Set(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS));
+    Set(easy, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(upstream_.connectTimeoutMs));
+    Set(easy, CURLOPT_SHARE, share_);
+    Set(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
+    Set(easy, CURLOPT_OPENSOCKETFUNCTION, (NoThrow<OnOpenSocket, CURL_SOCKET_BAD>::Call));
+    Set(easy, CURLOPT_OPENSOCKETDATA, &opener);
+    Set(easy, CURLOPT_SSL_CTX_FUNCTION, (NoThrow<OnTlsContext, CURLE_OUT_OF_MEMORY>::Call));
+    Set(easy, CURLOPT_SSL_CTX_DATA, &opener);
+    Set(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
+    Set(easy, CURLOPT_SOCKOPTDATA, this);
+    Set(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
+    Set(easy, CURLOPT_CLOSESOCKETDATA, this);
+    if (connectTo_ != nullptr) Set(easy, CURLOPT_CONNECT_TO, connectTo_.get());
+    if (!upstream_.caFile.empty()) Set(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
+    // What libcurl has read from a file serves all connections. With a folder besides, all of it would be
+    // read for each connection, which keeps everybody waiting for 20 ms.
+    const char* const file = Info<const char*>(easy, CURLINFO_CAINFO);
+    if (!upstream_.caFile.empty() || (file != nullptr && access(file, R_OK) == 0)) {
+      Set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }
   }
 
@@ -396,23 +479,22 @@ class CurlTransport::Impl {
     CURL* const easy = transfer.easy.get();
     const host::TransferRequest& request = transfer.request;
     if (request.body != nullptr) {
-      curl_easy_setopt(easy, CURLOPT_UPLOAD, 1L);
-      curl_easy_setopt(easy, CURLOPT_READFUNCTION, OnUpload);
-      curl_easy_setopt(easy, CURLOPT_READDATA, &transfer);
-      curl_easy_setopt(easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body->Length()));
+      Set(easy, CURLOPT_UPLOAD, 1L);
+      Set(easy, CURLOPT_READFUNCTION, (NoThrow<OnUpload, CURL_READFUNC_ABORT>::Call));
+      Set(easy, CURLOPT_READDATA, &transfer);
+      Set(easy, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(request.body->Length()));
       request.body->onReadable = [this, id = transfer.id] { tasks_.Post([this, id] { ResumeSending(id); }); };
     } else if (request.method == "HEAD") {
-      curl_easy_setopt(easy, CURLOPT_NOBODY, 1L);
+      Set(easy, CURLOPT_NOBODY, 1L);
     }
     if ((request.method != "GET" && request.method != "HEAD") || request.body != nullptr) {
-      curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+      Set(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
     }
   }
 
   // Exactly the request's own headers: those that libcurl would add by itself are switched off.
   void SetHeaders(Transfer& transfer) {
-    curl_slist* list = nullptr;
-    const auto add = [&list](const std::string& line) { list = curl_slist_append(list, line.c_str()); };
+    const auto add = [&transfer](const std::string& line) { Append(transfer.headers, line); };
     bool hasAccept = false;
     http::ForEachHeader(transfer.request.headers, [&](std::string_view name, std::string_view value) {
       for (const char* const own : {"host", "content-length", "transfer-encoding", "connection", "expect"}) {
@@ -425,8 +507,7 @@ class CurlTransport::Impl {
     add("Expect:");
     const bool hasLength = transfer.request.body == nullptr && transfer.request.method == "POST";
     if (hasLength) add("Content-Length: 0");
-    transfer.headers.reset(list);
-    curl_easy_setopt(transfer.easy.get(), CURLOPT_HTTPHEADER, list);
+    Set(transfer.easy.get(), CURLOPT_HTTPHEADER, transfer.headers.get());
   }
 
   void ResumeSending(TransferId id) {
@@ -442,15 +523,27 @@ class CurlTransport::Impl {
   static int OnSocket(CURL* /*easy*/, curl_socket_t socket, int what, void* data, void* /*perSocket*/) {
     auto& self = *static_cast<Impl*>(data);
     if (what == CURL_POLL_REMOVE) {
+      self.unwatched_.erase(socket);
       self.loop_.Unwatch(socket);
       return 0;
     }
     const bool in = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
     const bool out = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
-    self.loop_.Watch(socket, in, out, [&self, socket](bool readable, bool writable) {
-      self.Act(socket, (readable ? CURL_CSELECT_IN : 0) | (writable ? CURL_CSELECT_OUT : 0));
-    });
+    try {
+      self.loop_.Watch(socket, in, out, [&self, socket](bool readable, bool writable) {
+        self.Act(socket, (readable ? CURL_CSELECT_IN : 0) | (writable ? CURL_CSELECT_OUT : 0));
+      });
+      self.unwatched_.erase(socket);
+    } catch (const std::exception&) {  // there is no room for it
+      self.unwatched_[socket] = what;
+      self.tasks_.Post([&self, socket] { self.WatchAgain(socket); }, kTryAgainUs);
+    }
     return 0;
+  }
+
+  void WatchAgain(curl_socket_t socket) {
+    const auto place = unwatched_.find(socket);
+    if (place != unwatched_.end()) OnSocket(nullptr, socket, place->second, this, nullptr);
   }
 
   static int OnTimer(CURLM* /*multi*/, long timeoutMs, void* data) {
@@ -519,12 +612,10 @@ class CurlTransport::Impl {
   bool HoldsAnotherAnswer(const Transfer& transfer, int ownPort) {
     CURL* const easy = transfer.easy.get();
     if (Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 || SpeaksHttp2(easy)) return false;
-    return std::any_of(sockets_.begin(), sockets_.end(), [ownPort](int socket) {
-      sockaddr_storage own{};
-      socklen_t length = sizeof own;
-      if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return false;
-      // The port is at the same place in addresses of IPv4 and IPv6.
-      if (ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port) != ownPort) return false;
+    return std::any_of(sockets_.begin(), sockets_.end(), [ownPort](auto& entry) {
+      auto& [socket, port] = entry;
+      if (port == 0) port = OwnPort(socket);
+      if (port != ownPort) return false;
       pollfd state = {.fd = socket, .events = POLLIN, .revents = 0};
       return poll(&state, 1, 0) > 0;
     });
@@ -535,6 +626,36 @@ class CurlTransport::Impl {
     auto& warming = *static_cast<Warming*>(data);
     warming.speaksHttp2 = SpeaksHttp2(warming.easy.get());
     return CURL_PREREQFUNC_ABORT;
+  }
+
+  // Of one connection, which may live longer than the transfer that has set it up.
+  struct TlsOwner {
+    Impl& owner;
+    std::string group;
+  };
+  static int TlsOwnerIndex() {
+    static const int index = SSL_CTX_get_ex_new_index(
+        0, nullptr, nullptr, nullptr,
+        +[](void*, void* data, CRYPTO_EX_DATA*, int, long, void*) { delete static_cast<TlsOwner*>(data); });
+    return index;
+  }
+  static CURLcode OnTlsContext(CURL* /*easy*/, void* context, void* data) {
+    const auto* const opener = static_cast<const Opener*>(data);
+    if (opener == nullptr) return CURLE_ABORTED_BY_CALLBACK;
+    auto* const tls = static_cast<SSL_CTX*>(context);
+    auto owner = std::make_unique<TlsOwner>(TlsOwner{opener->owner, opener->group});
+    if (SSL_CTX_set_ex_data(tls, TlsOwnerIndex(), owner.get()) != 1) return CURLE_OUT_OF_MEMORY;
+    owner.release();
+    SSL_CTX_set_client_cert_cb(tls, OnCertificateAsked);
+    return CURLE_OK;
+  }
+  // Goes on without one, as a browser does that has none.
+  static int OnCertificateAsked(SSL* tls, X509** /*certificate*/, EVP_PKEY** /*key*/) {
+    const auto& [owner, group] =
+        *static_cast<const TlsOwner*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(tls), TlsOwnerIndex()));
+    const auto place = owner.groups_.find(group);
+    if (place != owner.groups_.end()) place->second.asksForCertificate = true;
+    return 0;
   }
 
   static curl_socket_t OnOpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
@@ -551,7 +672,7 @@ class CurlTransport::Impl {
       ++self.counts_.opened;
       opened = socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
     }
-    if (opened >= 0) self.sockets_.insert(opened);
+    if (opened >= 0) self.sockets_[opened] = 0;
     return opened;
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
@@ -568,7 +689,19 @@ class CurlTransport::Impl {
 
   void Act(curl_socket_t socket, int what) {
     int running = 0;
-    curl_multi_socket_action(multi_, socket, what, &running);
+    if (curl_multi_socket_action(multi_, socket, what, &running) != CURLM_OK) {
+      tasks_.Post([this] { ActOnAll(); }, kTryAgainUs);
+    }
+    AfterCurl();
+  }
+
+  // After a failure only libcurl knows which transfer it has left half-way.
+  void ActOnAll() {
+    int running = 0;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    curl_multi_socket_all(multi_, &running);
+#pragma GCC diagnostic pop
     AfterCurl();
   }
 
@@ -592,16 +725,16 @@ class CurlTransport::Impl {
     CURL* const easy = transfer.easy.get();
     if (std::exchange(transfer.needsNewConnection, false)) {
       curl_multi_remove_handle(multi_, easy);
-      curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L);
-      curl_multi_add_handle(multi_, easy);
-      return;
+      if (curl_easy_setopt(easy, CURLOPT_FRESH_CONNECT, 1L) == CURLE_OK &&
+          curl_multi_add_handle(multi_, easy) == CURLM_OK) {
+        return;
+      }
     }
     FillReport(transfer);
     Group& group = groups_[transfer.group];
-    const long version = Info<long>(easy, CURLINFO_HTTP_VERSION);
-    if (code == CURLE_OK && version != 0) {
+    if (code == CURLE_OK && transfer.report.httpVersion != 0) {
       group.isKnown = true;
-      group.multiplexes = version >= CURL_HTTP_VERSION_2_0;
+      group.multiplexes = transfer.report.httpVersion >= 20;
     }
     --group.active;
     // A connection that ends within the headers is no error to libcurl.
@@ -609,6 +742,12 @@ class CurlTransport::Impl {
     const bool refused =
         (code == CURLE_COULDNT_CONNECT || code == CURLE_ABORTED_BY_CALLBACK) && transfer.opener.refused;
     transfer.result = cut ? host::kConnectionClosed : refused ? host::kBlocked : ResultOf(code);
+    // The server says no more than that it ends the connection, during the set-up of TLS or later.
+    const bool ended =
+        code == CURLE_SSL_CONNECT_ERROR || code == CURLE_RECV_ERROR || code == CURLE_SEND_ERROR;
+    if (ended && !transfer.responded && group.asksForCertificate) {
+      transfer.result = host::kClientCertificateNeeded;
+    }
     curl_multi_remove_handle(multi_, easy);
     ready_.insert(transfer.id);
     Pump();
@@ -625,6 +764,7 @@ class CurlTransport::Impl {
     report.connect = Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 ? transfer.begun : report.sent;
     report.firstByte = at(CURLINFO_STARTTRANSFER_TIME_T);
     report.bodyBytes = Info<curl_off_t>(easy, CURLINFO_SIZE_DOWNLOAD_T);
+    report.httpVersion = HttpVersion(easy);
     report.ended = loop_.Now();
   }
 
@@ -686,33 +826,44 @@ class CurlTransport::Impl {
       if (warming_.size() >= settings_.maxPreconnects) return;
       ++plan.tried;
       // Of those that multiplex, one that stands is found by libcurl, and one that has ended is replaced.
-      Warm(plan, multiplexed);
+      try {
+        Warm(plan, multiplexed);
+      } catch (const std::bad_alloc&) {
+        planned_.pop_front();
+      }
     }
   }
 
   // A handle that sets up a connection and sends nothing.
   void Warm(const Plan& plan, bool multiplexed) {
-    CURL* const handle = curl_easy_init();
-    Warming& warming =
-        warming_
-            .emplace(
-                handle,
-                Warming{
-                    plan.key, plan.policy, multiplexed, {*this, plan.policy.get(), false}, Easy(handle), {}})
-            .first->second;
-    if (multiplexed) {
-      SetUp(handle, plan.key + "/", warming.opener);
-      curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, OnWarm);
-      curl_easy_setopt(handle, CURLOPT_PREREQDATA, &warming);
-    } else {
-      // The socket alone, whatever is spoken on it later.
-      SetUp(handle, "http" + plan.key.substr(plan.key.find(':')) + "/", warming.opener);
-      curl_easy_setopt(handle, CURLOPT_CONNECT_ONLY, 1L);
+    Easy easy = NewHandle();
+    CURL* const handle = easy.get();
+    Warming& warming = warming_
+                           .emplace(handle, Warming{plan.key,
+                                                    plan.policy,
+                                                    multiplexed,
+                                                    {*this, plan.key, plan.policy.get(), false},
+                                                    std::move(easy),
+                                                    {}})
+                           .first->second;
+    try {
+      if (multiplexed) {
+        SetUp(handle, plan.key + "/", warming.opener);
+        Set(handle, CURLOPT_PREREQFUNCTION, OnWarm);
+        Set(handle, CURLOPT_PREREQDATA, &warming);
+      } else {
+        // The socket alone, whatever is spoken on it later.
+        SetUp(handle, "http" + plan.key.substr(plan.key.find(':')) + "/", warming.opener);
+        Set(handle, CURLOPT_CONNECT_ONLY, 1L);
+      }
+    } catch (const std::bad_alloc&) {
+      warming_.erase(handle);
+      throw;
     }
     ++groups_[plan.key].warming;
     tasks_.Post([this, handle] {
       if (!warming_.contains(handle)) return;
-      curl_multi_add_handle(multi_, handle);
+      if (curl_multi_add_handle(multi_, handle) != CURLM_OK) Warmed(handle, CURLE_OUT_OF_MEMORY);
       AfterCurl();
     });
   }
@@ -784,7 +935,8 @@ class CurlTransport::Impl {
     return -1;
   }
 
-  static constexpr size_t kMostGroups = 1000;  // more are forgotten when nothing is under way for them
+  static constexpr int64_t kTryAgainUs = 100'000;  // what has failed for want of memory
+  static constexpr size_t kMostGroups = 1000;      // more are forgotten when nothing is under way for them
 
   EventLoop& loop_;
   const host::HostSettings settings_;
@@ -801,8 +953,9 @@ class CurlTransport::Impl {
   std::deque<Plan> planned_;
   std::map<CURL*, Warming> warming_;
   std::map<std::string, std::vector<Spare>> spare_;  // by group
-  std::set<int> sockets_;                            // that libcurl has
-  int openedSpare_ = -1;                             // the one that libcurl was given just now
+  std::map<int, int> unwatched_;                     // sockets that should be watched, and for what
+  std::map<int, int> sockets_;  // that libcurl has, with their own ports once these are known
+  int openedSpare_ = -1;        // the one that libcurl was given just now
   ConnectionCounts counts_;
   bool pumpPosted_ = false;
   host::Timer timer_;

@@ -14,10 +14,6 @@ namespace {
 constexpr size_t kMaxStreams = 100;
 constexpr int64_t kSegment = 1460;
 
-int64_t ToUs(double ms) {
-  return static_cast<int64_t>(ms * 1000);
-}
-
 size_t Index(host::Urgency urgency) {
   return static_cast<size_t>(urgency);
 }
@@ -29,13 +25,12 @@ const std::string& NotFoundBlock() {
 }
 
 // The following functions accept null for a response that was not recorded.
-int64_t BytesOf(const Request* recorded) {
-  if (recorded == nullptr) return static_cast<int64_t>(NotFoundBlock().size());
-  return recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
+int64_t BytesToCome(const Request* recorded) {
+  return recorded != nullptr ? BytesOf(*recorded) : static_cast<int64_t>(NotFoundBlock().size());
 }
 
 int64_t RecordedReceiveUs(const Request* recorded) {
-  return recorded != nullptr ? ToUs(recorded->receiveMs) : 0;
+  return recorded != nullptr ? static_cast<int64_t>(recorded->receiveMs * 1000) : 0;
 }
 
 }  // namespace
@@ -49,7 +44,7 @@ NetworkModel::NetworkModel(host::VirtualClock& clock, const NetworkProfile& prof
       recorded_(recorded),
       settings_(settings),
       server_(std::move(server)),
-      link_(clock, profile.downMbit.value_or(0) / 8, settings),
+      link_(clock, BytesPerUs(profile), settings),
       tasks_(clock) {}
 
 NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
@@ -58,11 +53,8 @@ NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
   Group& group = place->second;
   if (!isNew) return group;
   if (const auto known = recorded_.find(key); known != recorded_.end()) group.recorded = known->second;
-  const double rttMs = profile_.rttMs.value_or(group.recorded.rttMs);
   group.host = GURL(url).host();
-  group.rttUs = ToUs(rttMs);
-  group.connectUs =
-      ToUs(profile_.rttMs ? rttMs * ConnectRoundTrips(group.recorded) : group.recorded.connectMs);
+  group.times = TimesOf(group.recorded, profile_, costs_);
   return group;
 }
 
@@ -157,12 +149,6 @@ void NetworkModel::OpenPlanned() {
   }
 }
 
-void NetworkModel::OpenConnections(const std::string& url) {
-  Group& group = GroupOf(url);
-  const size_t count = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
-  while (group.idle.size() < count) group.idle.push_back(NewConnection(clock_.NowUs(), false));
-}
-
 size_t NetworkModel::UnusedConnections() const {
   size_t unused = 0;
   for (const auto& [key, group] : groups_) {
@@ -219,8 +205,7 @@ NetworkModel::Connection NetworkModel::NewConnection(int64_t connectUs, bool fre
 
 // How long a set-up waits for the address.
 int64_t NetworkModel::LookUp(Group& group) {
-  if (!costs_.nameLookups || !profile_.rttMs) return 0;
-  const auto [name, isNew] = knownNames_.try_emplace(group.host, clock_.NowUs() + group.rttUs);
+  const auto [name, isNew] = knownNames_.try_emplace(group.host, clock_.NowUs() + group.times.lookUpUs);
   return std::max<int64_t>(name->second - clock_.NowUs(), 0);
 }
 
@@ -228,14 +213,14 @@ void NetworkModel::OpenConnection(Group& group) {
   ++group.connecting;
   ++connections_;
   tasks_.Post([this, &group, connectUs = clock_.NowUs()] { ReceiveCertificates(group, connectUs); },
-              LookUp(group) + group.connectUs);
+              LookUp(group) + group.times.connectUs);
 }
 
 void NetworkModel::ReceiveCertificates(Group& group, int64_t connectUs) {
-  if (!costs_.certificates || !HasModelledBytes() || !group.recorded.secure) return Opened(group, connectUs);
+  if (group.times.certificateBytes == 0) return Opened(group, connectUs);
   const uint64_t id = ++lastId_;
   group.settingUp.push_back(id);
-  const int64_t bytes = group.hasSession ? kResumedBytes : kCertificateBytes;
+  const int64_t bytes = group.hasSession ? kResumedBytes : group.times.certificateBytes;
   link_.Add(id, bytes, host::Urgency::Preload, [this, &group, connectUs, id] {
     std::erase(group.settingUp, id);
     group.hasSession = true;
@@ -272,10 +257,8 @@ void NetworkModel::Send(Group& group, host::TransferId id, const Connection& con
   transfer.active = true;
   ++group.busy;
   group.active.push_back(id);
-  double serverMs = 0;
-  if (transfer.recorded != nullptr)
-    serverMs = std::max(0.0, transfer.recorded->waitMs - group.recorded.rttMs);
-  tasks_.Post([this, id] { Respond(id); }, group.rttUs + ToUs(serverMs));
+  const int64_t serverUs = transfer.recorded != nullptr ? ServerUs(*transfer.recorded, group.recorded) : 0;
+  tasks_.Post([this, id] { Respond(id); }, group.times.rttUs + serverUs);
 }
 
 void NetworkModel::HurryBlocking(Group& group) {
@@ -316,11 +299,11 @@ void NetworkModel::ReceiveWindow(host::TransferId id) {
   const auto found = transfers_.find(id);
   if (found == transfers_.end()) return;  // cancelled
   Transfer& transfer = found->second;
-  int64_t bytes = BytesOf(transfer.recorded) - transfer.receivedBytes;
-  if (costs_.slowStart && HasModelledBytes()) {
+  int64_t bytes = BytesToCome(transfer.recorded) - transfer.receivedBytes;
+  if (costs_.slowStart && HasModelledBytes(profile_)) {
     const int64_t window = kInitialWindow + transfer.flow->delivered;
     const auto linkHolds =
-        static_cast<int64_t>(*profile_.downMbit / 8 * static_cast<double>(transfer.group->rttUs));
+        static_cast<int64_t>(*profile_.downMbit / 8 * static_cast<double>(transfer.group->times.rttUs));
     const auto streams = static_cast<int64_t>(transfer.flow->receiving);
     if (window < linkHolds) bytes = std::min(bytes, std::max(window / streams, kSegment));
   }
@@ -330,25 +313,14 @@ void NetworkModel::ReceiveWindow(host::TransferId id) {
     Transfer& came = place->second;
     came.receivedBytes += bytes;
     came.flow->delivered += bytes;
-    if (came.receivedBytes == BytesOf(came.recorded)) {
+    if (came.receivedBytes == BytesToCome(came.recorded)) {
       came.receiving = false;
       --came.flow->receiving;
       return Complete(id);
     }
     tasks_.Post([this, id] { ReceiveWindow(id); },
-                std::max<int64_t>(begunUs + came.group->rttUs - clock_.NowUs(), 0));
+                std::max<int64_t>(begunUs + came.group->times.rttUs - clock_.NowUs(), 0));
   });
-}
-
-uint64_t NetworkModel::ReceiveAlone(const Request& recorded, host::Urgency urgency,
-                                    std::function<void()> done) {
-  const uint64_t id = ++lastId_;
-  if (profile_.downMbit) {
-    link_.Add(id, BytesOf(&recorded), urgency, std::move(done));
-  } else {
-    tasks_.Post(std::move(done), RecordedReceiveUs(&recorded));
-  }
-  return id;
 }
 
 void NetworkModel::Complete(host::TransferId id) {

@@ -21,13 +21,13 @@ struct Log {
   const host::VirtualClock* clock = nullptr;
   bool keep = false;
   uint64_t warnings = 0;
-  std::vector<std::string> lines;
+  std::vector<LogLine> lines;
 };
 Log g_log;
 
-// "01-01 00:00:12.345     1     1 D text": month and day, time, process, thread, priority. The clock starts
-// with a year that is not a leap year.
-std::string ThreadTime(int64_t nowUs, int priority, const char* text) {
+// "01-01 00:00:12.345     1     1 D ": month and day, time, process, thread, priority. The clock starts with
+// a year that is not a leap year.
+std::string ThreadTime(int64_t nowUs, int priority) {
   constexpr std::string_view kPriorities = "??VDIWE";
   const std::chrono::sys_time<std::chrono::milliseconds> now(std::chrono::milliseconds(nowUs / 1000));
   const auto day = std::chrono::floor<std::chrono::days>(now);
@@ -39,12 +39,14 @@ std::string ThreadTime(int64_t nowUs, int priority, const char* text) {
                 static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
                 static_cast<int>(time.subseconds().count()), 1, 1,
                 priority >= 0 && priority < 7 ? kPriorities[static_cast<size_t>(priority)] : '?');
-  return std::string(stamp) + text;
+  return stamp;
 }
 
 void WriteLog(int /*bufferId*/, int priority, const char* /*tag*/, const char* text) {
   if (priority >= ANDROID_LOG_WARN) ++g_log.warnings;
-  if (g_log.keep) g_log.lines.push_back(ThreadTime(g_log.clock->NowUs(), priority, text));
+  if (!g_log.keep) return;
+  const int64_t nowUs = g_log.clock->NowUs();
+  g_log.lines.push_back({.atUs = nowUs, .stamp = ThreadTime(nowUs, priority), .text = text});
 }
 
 PreloadFate FateOf(const host::PreloadRecord& record) {
@@ -158,7 +160,7 @@ PluginBrowser::~PluginBrowser() {
   g_log = {};
 }
 
-std::vector<std::string> PluginBrowser::TakeLog() {
+std::vector<LogLine> PluginBrowser::TakeLog() {
   return std::exchange(g_log.lines, {});
 }
 
@@ -204,6 +206,7 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
   clock_.Run();
   corvane_.PageLeft(kTab);
 
+  visit.startUs = load.StartUs();
   WayResult& way = visit.ways[Index(Way::Plugin)];
   way = load.Finish();
   way.connections = network_.Connections();

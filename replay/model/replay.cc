@@ -1,5 +1,6 @@
 #include "replay/model/replay.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include "cutils/properties.h"
+#include "replay/model/bounds.h"
 #include "replay/model/page_events.h"
 #include "replay/model/page_plan.h"
 #include "replay/model/parent_choice.h"
@@ -95,8 +97,18 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
                               .settings = settings,
                               .nowUs = browser.NowUs()};
     const host::KnownPage* const known = browser.Known(visit.pageUrl);
+    // Of the bounds first: what this visit leaves in the caches is not fresh for it.
+    const IsFresh isFresh = [&](const std::string& url, int64_t afterUs) {
+      const int64_t atUs = setup.nowUs + afterUs;
+      return browser.IsFresh(url, atUs) ||
+             std::any_of(diskCaches.begin(), diskCaches.end(),
+                         [&](const DiskCache& cache) { return cache.IsFresh(url, atUs); });
+    };
     for (const Way way : kWays) {
-      if (way == Way::Plugin) continue;
+      if (visit.repeat && IsBound(way)) visit.ways[Index(way)] = ComputeBound(way, setup, *known, isFresh);
+    }
+    for (const Way way : kWays) {
+      if (way == Way::Plugin || IsBound(way)) continue;
       // A first visit in another way differs from `off` only in the content of its disk cache.
       WayResult run = RunPlainWay(way, setup, known, diskCaches[Index(way)]);
       if (visit.repeat || IsRunOnFirstVisits(way)) visit.ways[Index(way)] = std::move(run);
@@ -105,7 +117,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
     leftUs[visit.pageUrl] = browser.NowUs();
     result.visits.push_back(std::move(visit));
   }
-  result.logLines = browser.TakeLog();
+  result.log = browser.TakeLog();
   return result;
 }
 

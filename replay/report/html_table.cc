@@ -39,9 +39,9 @@ std::string TableHtml(const Table& table, const std::string& caption) {
   std::string html = R"(<div class="scroll" tabindex="0" role="region" aria-label=")" + Escaped(caption) +
                      R"("><table class="figures narrow"><caption>)" + Escaped(caption) +
                      "</caption><thead><tr>";
-  for (size_t column = 0; column < table.front().size(); ++column) {
-    html += column == 0 ? R"(<th scope="col" class="left">)" : R"(<th scope="col">)";
-    html += Escaped(table.front()[column].text) + "</th>";
+  html += "<td></td>";
+  for (size_t column = 1; column < table.front().size(); ++column) {
+    html += R"(<th scope="col">)" + Escaped(table.front()[column].text) + "</th>";
   }
   html += "</tr></thead><tbody>";
   for (size_t row = 1; row < table.size(); ++row) {

@@ -11,7 +11,7 @@ namespace replay {
 // For text and attributes: printable, and nothing in it is markup.
 std::string Escaped(const std::string& text);
 
-// `caption` is plain text.
+// `caption` is plain text and stands for the heading of the first column.
 std::string TableHtml(const Table& table, const std::string& caption);
 
 }  // namespace replay

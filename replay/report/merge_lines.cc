@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "replay/report/advice_json.h"
 #include "replay/report/summary_json.h"
 
 namespace replay {
@@ -48,6 +49,13 @@ ReplayOptions SettingsOf(const Json& settings) {
   options.costs.slowStart = settings.at("slow_start").get<bool>();
   options.properties = settings.at("properties").get<std::map<std::string, std::string>>();
   return options;
+}
+
+bool AreKnown(const std::vector<Advice>& all) {
+  return std::all_of(all.begin(), all.end(), [](const Advice& advice) {
+    const auto kind = static_cast<size_t>(advice.change.kind);
+    return kind < kChangeWords.size() && advice.visits > 0 && !advice.change.urls.empty();
+  });
 }
 
 }  // namespace
@@ -127,6 +135,9 @@ void LineMerger::AddLine(const std::string& line) {
     Json figures = parts.at("figures");
     figures["name"] = name;
     report.summary = figures.get<Summary>();
+    report.advised = parts.contains("advice");
+    if (report.advised) report.advice = parts.at("advice").get<std::vector<Advice>>();
+    if (!AreKnown(report.advice)) throw std::runtime_error("has advice of another version");
     if (sweep.size() > 1) {
       if (!sweepLines_[name].emplace(place, std::move(report.summary)).second) {
         throw std::runtime_error("is another one of '" + name + "' with " + sweep[place]);

@@ -5,13 +5,14 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "replay/report/advice_json.h"
 #include "replay/report/summary_json.h"
 
 namespace replay {
 
 // Without the parts, which may be large and are copied once only.
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RecordingReport, index, status, error, recordingWarnings, summary, further,
-                                   logLines)
+                                   advised, suggested, advice, logLines)
 
 namespace {
 

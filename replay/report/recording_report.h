@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "replay/report/advice.h"
 #include "replay/report/summary.h"
 
 namespace replay {
@@ -21,7 +22,10 @@ struct RecordingReport {
       error;  // one line if the status is not Done; everything else except the summary's name is then empty
   std::vector<std::string> recordingWarnings;  // one line each: why its figures may be misleading
   Summary summary;                             // with the first setting
-  std::vector<Summary> further;  // the same visits with the other settings of a sweep, in their order
+  std::vector<Summary> further;   // the same visits with the other settings of a sweep, in their order
+  bool advised = false;           // whether changes were looked for
+  std::vector<Change> suggested;  // changes that are still to be tried
+  std::vector<Advice> advice;     // those that were tried and are worth it, the most valuable first
   std::map<std::string, std::string> parts;  // what the output formats collected, by their option
   std::vector<std::string> logLines;
 };

@@ -50,6 +50,8 @@ Cells CellsOf(const std::string& jsonLine) {
   for (const auto& words : host::kNotServedWords) {
     if (words.reason != host::NotServed::None) reasons[words.key] = found.value(words.key, 0);
   }
+  const size_t advice = line["advice"].size();
+  line["advice"] = line["advice"].is_null() ? Json(nullptr) : Json(advice);
   line["error"] = nullptr;
   Cells cells;
   AddCells("", line, cells);

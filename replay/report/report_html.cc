@@ -369,7 +369,7 @@ std::string Policy() {
 // What compares the settings of a sweep; empty without one. The rest of the report is of the first setting.
 std::string SweepHtml(const std::vector<RecordingReport>& reports, const Settings& settings) {
   if (!IsSweep(settings)) return "";
-  std::string html = fmt::format("<section id=\"sweep\"><h2>{} settings</h2>\n<p class=\"muted\">{}</p>\n",
+  std::string html = fmt::format("<section class=\"sweep\"><h2>{} settings</h2>\n<p class=\"muted\">{}</p>\n",
                                  settings.size(), kSweepNote);
   for (const SweepTables& group : TablesOf(reports, settings)) {
     html += "<h3>" + Escaped(group.title) + "</h3>\n<div class=\"tables\">";
@@ -377,6 +377,28 @@ std::string SweepHtml(const std::vector<RecordingReport>& reports, const Setting
     html += "</div>\n";
   }
   return html + "</section>\n<h2>With the first setting, " + Escaped(settings.front().text) + "</h2>\n";
+}
+
+// What would make the recorded pages faster; empty if nobody asked.
+std::string AdviceHtml(const std::vector<RecordingReport>& reports) {
+  std::string html;
+  for (const RecordingReport& report : reports) {
+    if (!report.advised) continue;
+    html += "<h3>" + Escaped(report.summary.name) + "</h3>\n";
+    if (report.advice.empty()) html += "<p>No change that was tried saves 1% and 10 ms.</p>\n";
+    if (!report.advice.empty()) html += "<ol>\n";
+    for (const Advice& advice : report.advice) {
+      html += "<li>" + Escaped(AdviceText(advice)) + "<details><summary>Resources</summary><ul>";
+      for (const std::string& url : advice.change.urls) html += "<li>" + Escaped(url) + "</li>";
+      html += "</ul></details></li>\n";
+    }
+    if (!report.advice.empty()) html += "</ol>\n";
+  }
+  if (html.empty()) return "";
+  return "<section class=\"advice\"><h2>Advice</h2>\n<p class=\"muted\">Each line is the result of replaying "
+         "the "
+         "recording with that change.</p>\n" +
+         html + "</section>\n";
 }
 
 HtmlSection SectionOf(const RecordingReport& report) {
@@ -401,12 +423,14 @@ const ReportFormat kHtmlFormat = {
             summaries.push_back(report.summary);
             sections.push_back(SectionOf(report));
           }
-          write(HtmlReport(summaries, sections, settings.front().options, SweepHtml(reports, settings)));
+          write(HtmlReport(summaries, sections, settings.front().options, SweepHtml(reports, settings),
+                           AdviceHtml(reports)));
         }};
 
 HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result) {
   const Summary summary = Summarize(result);
-  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(result.name));
+  std::string html =
+      fmt::format(R"(<section id="r{}" class="recording"><h2>{}</h2>)", number, Escaped(result.name));
   html += fmt::format("<p class=\"muted\">{} visits, {} of them repeat visits, {} requests{}{}</p>\n",
                       summary.visits, summary.repeats.size(), summary.requests,
                       recording.browser.empty() ? "" : ", recorded with ", Escaped(recording.browser));
@@ -417,7 +441,8 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
 }
 
 HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
-  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(summary.name));
+  std::string html =
+      fmt::format(R"(<section id="r{}" class="recording"><h2>{}</h2>)", number, Escaped(summary.name));
   html += fmt::format(
       "<p class=\"muted\">{} visits, {} of them repeat visits, {} requests; merged, without waterfalls</p>\n",
       summary.visits, summary.repeats.size(), summary.requests);
@@ -426,14 +451,14 @@ HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
 }
 
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
-                       const ReplayOptions& options, const std::string& sweep) {
+                       const ReplayOptions& options, const std::string& sweep, const std::string& advice) {
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
   std::string html =
       std::string(kPageBegin) + Policy() + "<style>" + kPageStyle + "</style>\n</head>\n<body>\n";
   html += "<header><h1>Page load with and without the plugin</h1><p class=\"muted\">" +
           Escaped(ConditionsText(options)) + "</p></header>\n<main>\n";
-  html += sweep + Headlines(total) + RecordingsTable(summaries, sections);
+  html += sweep + Headlines(total) + RecordingsTable(summaries, sections) + advice;
   html += R"(<div class="tables">)" + GroupTables(total);
   if (summaries.size() > 1) html += ReasonsTable(total) + SkippedTable(total);
   html += "</div>\n";

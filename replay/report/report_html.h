@@ -22,9 +22,10 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
 HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary);
 
 // Returns the whole file. `sections` are in the order of `summaries`. `sweep` is HTML that compares settings,
-// or empty.
+// `advice` is HTML about the recordings; both may be empty.
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
-                       const ReplayOptions& options, const std::string& sweep = "");
+                       const ReplayOptions& options, const std::string& sweep = "",
+                       const std::string& advice = "");
 
 }  // namespace replay
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "replay/report/advice_json.h"
 #include "replay/report/merge_lines.h"
 #include "replay/report/summary_json.h"
 #include "replay/report/sweep.h"
@@ -63,6 +64,7 @@ Json Group(const std::vector<VisitFigures>& visits) {
     }
   }
   group["gain_ms"] = SpreadOf(GainsOf(visits, &LoadTimes::pageLoadUs));
+  group["first_paint_gain_ms"] = SpreadOf(GainsOf(visits, &LoadTimes::firstPaintUs));
   group["preloads"] = totals.counts.preloads;
   group["unused_preloads"] = totals.counts.unusedPreloads;
   group["preloaded_bytes"] = totals.counts.preloadedBytes;
@@ -145,6 +147,30 @@ void AddAgainstFirst(Json& line, const Summary& first, const Summary& summary) {
                            {"copies", Against(Select(first.repeats, true), Select(summary.repeats, true))}};
 }
 
+Json SavingOf(const Saving& saving) {
+  return {{"p50", Milliseconds(saving.median)},
+          {"total", Milliseconds(saving.total)},
+          {"better_visits", saving.betterVisits},
+          {"worse_visits", saving.worseVisits}};
+}
+
+Json AdviceOf(const RecordingReport& report) {
+  if (!report.advised) return nullptr;
+  Json all = Json::array();
+  for (const Advice& advice : report.advice) {
+    all.push_back({{"kind", WordsFor(advice.change.kind).key},
+                   {"server", advice.change.server},
+                   {"resources", advice.change.count},
+                   {"visits", advice.visits},
+                   {"load_ms", SavingOf(advice.load)},
+                   {"first_paint_ms", SavingOf(advice.firstPaint)},
+                   {"load_total_without_plugin_ms", Milliseconds(advice.totalWithoutPlugin)},
+                   {"text", AdviceText(advice)},
+                   {"urls", advice.change.urls}});
+  }
+  return all;
+}
+
 std::string Line(const Json& object) {
   return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
@@ -161,10 +187,12 @@ std::string RecordingLine(const RecordingReport& report, size_t index, const Set
     AddAgainstFirst(line, report.summary, summary);
     for (const Setting& setting : settings) line["merge"]["sweep"].push_back(setting.text);
   }
+  line["advice"] = AdviceOf(report);
   line["merge"]["settings"] = Json::parse(SettingsJson(settings[index].options));
   nlohmann::json figures = summary;
   figures.erase("name");  // it is in the line already
   line["merge"]["figures"] = figures;
+  if (report.advised) line["merge"]["advice"] = nlohmann::json(report.advice);
   return Line(line);
 }
 

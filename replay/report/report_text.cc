@@ -12,6 +12,10 @@
 namespace replay {
 namespace {
 
+TableShape ShapeOf(const Terminal& terminal) {
+  return {.columns = terminal.columns, .colour = terminal.colour};
+}
+
 Look LookOfGain(double off, double plugin) {
   if (IsLater(plugin, off)) return Look::Bad;
   return IsLater(off, plugin) ? Look::Good : Look::Plain;
@@ -66,8 +70,11 @@ std::string RecordingsTable(const std::vector<Summary>& summaries, const Termina
     rows.push_back(RecordingRow(summary));
     copies = copies || HeadlineIsOfCopies(summary.repeats);
   }
-  FitNames(rows, 1, terminal.columns);
-  std::string text = TableText(rows, terminal.colour, " ");
+  // What a page gains and what it costs stays longest.
+  std::string text = TableText(std::move(rows), {.columns = terminal.columns,
+                                                 .colour = terminal.colour,
+                                                 .separator = " ",
+                                                 .dispensable = {8, 7, 11, 3, 6, 13, 2, 5}});
   text +=
       Painted("Medians over repeat visits, ms; paint and load are without the plugin, gains are per visit.",
               Look::Dim, terminal.colour);
@@ -89,7 +96,7 @@ std::string OptionalMillisecondsText(const std::optional<double>& microseconds) 
   return microseconds ? SignedMillisecondsText(*microseconds) : "–";
 }
 
-std::string GainsTable(const std::vector<VisitFigures>& visits, bool colour) {
+std::string GainsTable(const std::vector<VisitFigures>& visits, const Terminal& terminal) {
   const Totals totals = TotalsOf(visits);
   TableRow heading = Heading({"gain per visit, ms", "median", "p5", "p95", "total"});
   for (const Way way : kWays) {
@@ -111,26 +118,30 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, bool colour) {
     }
     rows.push_back(std::move(row));
   }
-  return TableText(rows, colour);
+  return TableText(std::move(rows), {.columns = terminal.columns,
+                                     .colour = terminal.colour,
+                                     .shortestName = 20,
+                                     .dispensable = {6, 9, 7, 8, 3, 2}});
 }
 
 std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, const char* many,
-                      bool colour) {
+                      const Terminal& terminal) {
   if (visits.empty()) return "";
   const Totals totals = TotalsOf(visits);
   const Gains load = GainsOf(visits, &LoadTimes::pageLoadUs).value();
-  std::string text =
-      "\n" +
-      Painted(fmt::format("{} {}", totals.visits, totals.visits == 1 ? one : many), Look::Bold, colour) +
-      "\n";
-  text += GainsTable(visits, colour);
+  std::string text = "\n" +
+                     Painted(fmt::format("{} {}", totals.visits, totals.visits == 1 ? one : many), Look::Bold,
+                             terminal.colour) +
+                     "\n";
+  text += GainsTable(visits, terminal);
   text += fmt::format(
       "Of the gap between off and {} the plugin closes {} over all visits, {} in the median visit.\n",
       WordsFor(kBound).key, PercentText(GapClosedOverall(visits, kBound)),
       PercentText(GapClosedPerVisit(visits, kBound)));
   const std::string slower = fmt::format("{} slower and {} with a later first paint, by more than 1%",
                                          totals.slowerVisits, totals.laterPaintVisits);
-  text += Painted(slower, totals.slowerVisits + totals.laterPaintVisits > 0 ? Look::Bad : Look::Good, colour);
+  text += Painted(slower, totals.slowerVisits + totals.laterPaintVisits > 0 ? Look::Bad : Look::Good,
+                  terminal.colour);
   text += fmt::format("; the load event gains {} ms at worst, {} at best.\n",
                       SignedMillisecondsText(load.worst), SignedMillisecondsText(load.best));
   text += fmt::format("Unused: {} of {} preloads ({}), {} of {} ({}), {} of {} connections.\n",
@@ -151,24 +162,24 @@ std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, 
   return text;
 }
 
-std::string Groups(const Summary& total, bool colour) {
+std::string Groups(const Summary& total, const Terminal& terminal) {
   if (total.repeats.empty()) {
     return "\nNo page was visited twice, so there is nothing to compare. --visits repeats single loads.\n";
   }
   std::string text =
-      GroupText(Select(total.repeats, false), "real repeat visit", "real repeat visits", colour);
+      GroupText(Select(total.repeats, false), "real repeat visit", "real repeat visits", terminal);
   text += GroupText(Select(total.repeats, true), "copy of a recorded load",
-                    "copies: each visits a recorded load again", colour);
+                    "copies: each visits a recorded load again", terminal);
   if (total.unansweredCommands + total.warnings > 0) {
     text += Painted(fmt::format("{} of {} commands unanswered, {} warnings in the plugin's log.",
                                 total.unansweredCommands, total.commands, total.warnings),
-                    Look::Bad, colour) +
+                    Look::Bad, terminal.colour) +
             "\n";
   }
   return text;
 }
 
-std::string Reasons(const Summary& total, bool colour) {
+std::string Reasons(const Summary& total, const Terminal& terminal) {
   uint64_t sum = 0;
   for (const auto& [why, count] : total.fetchedReasons) sum += count;
   if (sum == 0) return "";
@@ -176,7 +187,7 @@ std::string Reasons(const Summary& total, bool colour) {
   for (const auto& [why, count] : ByFrequency(total.fetchedReasons)) {
     rows.push_back({{host::WordsFor(why).text}, {CountText(count)}, {PercentText(ShareOf(count, sum))}});
   }
-  return "\n" + TableText(rows, colour);
+  return "\n" + TableText(rows, ShapeOf(terminal));
 }
 
 std::string Parents(const Summary& total) {
@@ -193,25 +204,26 @@ std::string Parents(const Summary& total) {
   return text;
 }
 
-std::string Skipped(const Summary& total, bool colour) {
+std::string Skipped(const Summary& total, const Terminal& terminal) {
   if (total.skipped.empty()) return "";
   Table rows = {Heading({"rows not replayed", "rows"})};
   for (const auto& [reason, count] : total.skipped) {
     rows.push_back({{PrintableText(reason)}, {fmt::format("{}", count)}});
   }
-  return "\n" + TableText(rows, colour);
+  return "\n" + TableText(rows, ShapeOf(terminal));
 }
 
 }  // namespace
 
 std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options,
                        const Terminal& terminal) {
-  const bool colour = terminal.colour;
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
-  return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
-         ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) + Groups(total, colour) +
-         Reasons(total, colour) + Parents(total) + Skipped(total, colour);
+  const std::string text = Painted("Page load with and without the plugin", Look::Bold, terminal.colour) +
+                           " · " + ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) +
+                           Groups(total, terminal) + Reasons(total, terminal) + Parents(total) +
+                           Skipped(total, terminal);
+  return Wrapped(text, terminal.columns);
 }
 
 std::string SweepText(const std::vector<RecordingReport>& reports, const Settings& settings,
@@ -222,10 +234,36 @@ std::string SweepText(const std::vector<RecordingReport>& reports, const Setting
   const std::vector<SweepTables> groups = TablesOf(reports, settings);
   for (const SweepTables& group : groups) {
     text += "\n" + Painted(group.title, Look::Bold, terminal.colour) + "\n";
-    for (const Table& table : group.tables) text += "\n" + TableText(table, terminal.colour);
+    for (const Table& table : group.tables) {
+      text += "\n" +
+              TableText(table, {.columns = terminal.columns,
+                                .colour = terminal.colour,
+                                .shortestName = 20,
+                                .dispensable = table.front().size() > 7 ? std::vector<size_t>{2, 8, 6, 5, 7}
+                                                                        : std::vector<size_t>{2, 1}});
+    }
   }
-  if (groups.empty()) return text + "\nNo page was visited twice, so there is nothing to compare.\n";
-  return text + "\n" + kSweepNote + "\n";
+  text += groups.empty() ? "\nNo page was visited twice, so there is nothing to compare.\n"
+                         : std::string("\n") + kSweepNote + "\n";
+  return Wrapped(text, terminal.columns);
+}
+
+std::string AdviceText(const std::vector<RecordingReport>& reports, const Terminal& terminal) {
+  std::string text =
+      "\n" + Painted("Advice, from replaying each recording with the change", Look::Bold, terminal.colour) +
+      "\n";
+  for (const RecordingReport& report : reports) {
+    text += PrintableText(report.summary.name) + "\n";
+    const std::vector<Advice> shown = MostValuable(report.advice);
+    if (shown.empty()) text += "  No change that was tried saves 1% and 10 ms.\n";
+    for (const Advice& advice : shown) {
+      text += Wrapped("  - " + PrintableText(AdviceText(advice)), terminal.columns, "    ") + "\n";
+    }
+    if (report.advice.size() > shown.size()) {
+      text += fmt::format("  {} more in the HTML report and in JSON\n", report.advice.size() - shown.size());
+    }
+  }
+  return text;
 }
 
 std::string ConditionsText(const ReplayOptions& options) {

@@ -23,6 +23,9 @@ struct Terminal {
 std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options,
                        const Terminal& terminal);
 
+// Returns what would make the pages of each recording faster, the most valuable first.
+std::string AdviceText(const std::vector<RecordingReport>& reports, const Terminal& terminal);
+
 // The tables that compare the settings of a sweep.
 std::string SweepText(const std::vector<RecordingReport>& reports, const Settings& settings,
                       const Terminal& terminal);

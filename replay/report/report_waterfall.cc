@@ -1,6 +1,7 @@
 #include "replay/report/report_waterfall.h"
 
 #include <algorithm>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
 #include <vector>
@@ -109,6 +110,7 @@ class TextNumbers {
     if (added) texts_.push_back(PrintableText(text));
     return found->second;
   }
+  bool Has(const std::string& text) const { return numbers_.contains(text); }
   const Json& Texts() const { return texts_; }
 
  private:
@@ -176,6 +178,32 @@ Json LineData(const Line& line, const Page& page, const Visit& visit, TextNumber
   return data;
 }
 
+// [time, text before, URL, text after], or null if the line names no known URL. The plugin writes at most a
+// number in parentheses after a URL.
+Json LogLineData(const LogLine& line, int64_t startUs, TextNumbers& texts) {
+  const size_t begin = std::min(line.text.find("http://"), line.text.find("https://"));
+  if (begin == std::string::npos) return nullptr;
+  std::string url = line.text.substr(begin);
+  if (!texts.Has(url)) {
+    url.resize(std::min(url.size(), url.rfind('(')));
+    while (url.ends_with(' ')) url.pop_back();
+  }
+  if (!texts.Has(url)) return nullptr;
+  return {line.atUs - startUs, PrintableText(line.text.substr(0, begin)), texts.Of(url),
+          PrintableText(line.text.substr(begin + url.size()))};
+}
+
+// What the log says from one moment on, until another.
+Json LogData(const std::vector<LogLine>& log, int64_t startUs, int64_t endUs, TextNumbers& texts) {
+  Json lines = Json::array();
+  for (const LogLine& line : log) {
+    if (line.atUs < startUs || line.atUs >= endUs) continue;
+    Json data = LogLineData(line, startUs, texts);
+    if (!data.is_null()) lines.push_back(std::move(data));
+  }
+  return lines;
+}
+
 Json VisitData(const Page& page, const Visit& visit, TextNumbers& texts) {
   Json ways = Json::array();
   for (const Way way : kWays) {
@@ -208,10 +236,15 @@ std::string WaterfallData(const Recording& recording, const RecordingResult& res
   TextNumbers texts;
   std::vector<Json> pages(recording.pages.size(), Json::array());
   Json visits = Json::array();
-  for (const Visit& visit : result.visits) {
+  for (size_t index = 0; index < result.visits.size(); ++index) {
+    const Visit& visit = result.visits[index];
     const Page& page = recording.pages.at(visit.page);
     if (pages[visit.page].empty()) pages[visit.page] = PageData(page, Of(visit, Way::Off).requests, texts);
     visits.push_back(VisitData(page, visit, texts));
+    if (result.log.empty()) continue;
+    const bool isLast = index + 1 == result.visits.size();
+    const int64_t endUs = isLast ? std::numeric_limits<int64_t>::max() : result.visits[index + 1].startUs;
+    visits.back()["log"] = LogData(result.log, visit.startUs, endUs, texts);
   }
   return Embedded({{"texts", texts.Texts()}, {"pages", pages}, {"visits", visits}});
 }

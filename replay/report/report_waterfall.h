@@ -23,6 +23,7 @@ namespace replay {
 //            name is a text itself
 //     lines  of the waterfall: [place of the request or null, why it was not served, preload or null,
 //            answers...], with an answer or null for each way of `ways`
+//     log    what the plugin's log says of known URLs, if it was kept: [time, text before, URL, text after]
 //     An answer is [source, wanted, connect, sent, first byte, end].
 //     A preload is [url, kind, fate, bytes, ordered, launched, connect, sent, first byte, end].
 //     In both, the times from `connect` on are counted from the time before them in the list.

@@ -66,7 +66,8 @@ Table EventTable(const VisitsBySetting& visits, const Settings& settings, const 
 }
 
 Table PreloadTable(const VisitsBySetting& visits, const Settings& settings) {
-  Table table = {Heading({"preloads", "number", "unused", "bytes", "unused", "share", "against first"})};
+  Table table = {
+      Heading({"preloads", "number", "unused", "bytes", "unused bytes", "share", "against first"})};
   const auto unusedBytes = [&](size_t index) {
     return static_cast<int64_t>(TotalsOf(visits[index]).counts.unusedBytes);
   };

@@ -27,12 +27,21 @@ size_t Columns(const std::string& text);
 // With the escapes of a terminal, where it understands them.
 std::string Painted(const std::string& text, Look look, bool colour);
 
-// Shortens the names in the first column, in their middle, until the lines fit into `columns` or the names
-// are short.
-void FitNames(Table& table, size_t separator, size_t columns);
+// What a table is shown on, and how it may be made narrower.
+struct TableShape {
+  size_t columns = 120;
+  bool colour = false;
+  const char* separator = "  ";
+  size_t shortestName = 12;         // names are not cut below this
+  std::vector<size_t> dispensable;  // columns by index, in the order in which they are left out
+};
 
-// Lines with their ends.
-std::string TableText(const Table& table, bool colour, const char* separator = "  ");
+// Returns lines with their ends that fit into `columns`, unless even a short table is wider: columns are left
+// out, which a last line says, and then the names in the first column are shortened in their middle.
+std::string TableText(Table table, const TableShape& shape);
+
+// Breaks each line at spaces so that it fits; terminal escapes have no width.
+std::string Wrapped(const std::string& text, size_t columns, const std::string& indent = "");
 
 }  // namespace replay
 

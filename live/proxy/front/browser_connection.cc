@@ -324,6 +324,9 @@ void BrowserConnection::OnDone(const host::LoadInfo& /*info*/, int32_t result,
                                const host::TransferReport& /*report*/) {
   const auto self = shared_from_this();
   load_ = 0;
+  if (sent_ == Sent::Nothing && result == host::kClientCertificateNeeded && !secureOrigin_.empty()) {
+    return SendToTunnel();
+  }
   if (sent_ == Sent::Nothing) {
     const Refusal refusal =
         ExplainResult(result == host::kOk ? host::kEmptyResponse : result, ToText(request_.target, 0));
@@ -366,6 +369,18 @@ void BrowserConnection::Flush() {
     }
     Flush();
   });
+}
+
+// The browser has the certificate that the server asks for. So it asks again on a new connection, which is a
+// tunnel.
+void BrowserConnection::SendToTunnel() {
+  const std::string& host = request_.target.host;
+  front_.interceptor.Except(host);
+  front_.Tell("the server " + host + " asks for a client's certificate, and is tunnelled from now on");
+  response_ = {.keepAlive = false};
+  sent_ = Sent::All;
+  Send(MakeErrorPage(307, "The server asks for a certificate, which only the browser has.", request_.method,
+                     false, "Location: " + request_.url + "\r\n"));
 }
 
 void BrowserConnection::SendErrorPage(const Refusal& refusal, bool keepAlive) {

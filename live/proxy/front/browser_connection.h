@@ -93,6 +93,7 @@ class BrowserConnection final : public Channel, private host::LoadClient {
   void Send(std::string_view bytes);
   void Flush();
   void Refuse(const Refusal& refusal);
+  void SendToTunnel();
   void SendErrorPage(const Refusal& refusal, bool keepAlive);
   void CutResponse();
   void EndExchange();
@@ -113,7 +114,7 @@ class BrowserConnection final : public Channel, private host::LoadClient {
   Phase phase_ = Phase::Waiting;
   int64_t lastUs_;  // the browser did something, or the phase began
 
-  std::array<char, 8 * 1024> chunk_;
+  std::array<char, 4 * 1024> chunk_;  // idle connections have it as well
   bool reading_ = false;
   bool tunnelIsDue_ = false;  // as soon as nothing is being read
   std::string input_;         // read and not yet parsed

@@ -47,7 +47,7 @@ struct FrontSettings {
   // of intercepted connections; empty for those of the system.
   std::string upstreamCaFile;
 
-  size_t maxConnections = 512;                // including tunnels; further ones wait to be accepted
+  size_t maxConnections = 2048;               // including tunnels; further ones wait to be accepted
   size_t maxHeaderBytes = size_t{64} * 1024;  // of one request
   size_t maxBufferedBytes =
       size_t{256} * 1024;  // of a response that the browser does not read; uploads: a quarter

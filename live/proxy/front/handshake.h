@@ -11,7 +11,7 @@
 #include "live/proxy/front/channel.h"
 #include "live/proxy/front/request_head.h"
 #include "live/proxy/front/stream.h"
-#include "live/proxy/front/tls_stream.h"
+#include "live/proxy/front/tls_server_stream.h"
 
 namespace live {
 
@@ -36,7 +36,7 @@ class Handshake final : public Channel {
 
   FrontContext& front_;  // not used when closed
   std::unique_ptr<Stream> browser_;
-  std::unique_ptr<TlsSocket> tls_;  // instead of it, from BeginTls on
+  std::unique_ptr<TlsServerStream> tls_;  // instead of it, from BeginTls on
   const HostPort target_;
   const std::string toBrowser_;
   std::string read_;

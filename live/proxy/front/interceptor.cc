@@ -80,6 +80,7 @@ TlsContext Interceptor::ForBrowser(const std::string& host) {
   SSL_CTX* const raw = context->native_handle();
   SSL_CTX_set_min_proto_version(raw, TLS1_2_VERSION);
   SSL_CTX_set_mode(raw, SSL_MODE_RELEASE_BUFFERS);
+  SSL_CTX_set_session_cache_mode(raw, SSL_SESS_CACHE_OFF);  // clients keep theirs, in tickets
   SSL_CTX_set_alpn_select_cb(raw, SelectProtocol, nullptr);
   // Browsers in throw-away profiles look for the root in what they are sent.
   if (SSL_CTX_use_certificate(raw, leaf.certificate.get()) != 1 ||

@@ -21,8 +21,8 @@ class Interceptor {
   explicit Interceptor(const FrontSettings& settings);
 
   bool Intercepts(const std::string& host) const;
-  // A client has refused our certificate for this host, which is tunnelled from now on. The latest thousand
-  // hosts are remembered.
+  // Its clients refuse our certificates, or it wants theirs: this host is tunnelled from now on. The latest
+  // thousand hosts are remembered.
   void Except(const std::string& host);
 
   // The context for a TLS server with that name. Its certificate is valid for at least a day.

@@ -103,5 +103,6 @@ const showDetails = (row, visit, { request, why, preload, answers }) => {
   addLog(panel, visit.log, url);
   panel.hidden = false;
   panel.scrollTop = 0;
+  row.scrollIntoView({ block: "nearest" });
   panel.focus();
 };

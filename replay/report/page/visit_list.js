@@ -26,7 +26,7 @@ followLink();
 const filter = document.getElementById("filter");
 const [search, kind, order, found] = ["search", "kind", "order", "found"].map((id) => document.getElementById(id));
 
-const recordings = [...document.querySelectorAll("main > section[id]")].map((section) => ({
+const recordings = [...document.querySelectorAll("main > .recording")].map((section) => ({
   section,
   row: document.querySelector(`tr[data-section="${section.id}"]`),
   name: section.querySelector("h2").textContent.toLowerCase(),

@@ -100,9 +100,9 @@ const addOutcome = (row, visit, { request, why, preload, answers }) => {
   const sign = { served: "✓ ", joined: "◇ ", unused: "✕ " }[state] ?? "";
   const text = asked || (preload ? `${preload.fate}, ${bytesText(preload.size)}` : "not asked for");
   const cell = addElement(row, "td", "outcome " + state, sign + text);
-  if (request?.beacon) addElement(cell, "span", "tag", "beacon");
   const ended = ["off", "plugin"].filter((way) => request && visit.ways.get(way).last === request.number);
   if (ended.length) addEndTag(cell, ended.length === 2 ? "both" : ended[0]);
+  if (request?.beacon) addElement(cell, "span", "tag", "beacon");
 };
 
 const addLine = (body, percent, visit, line, number) => {
@@ -115,7 +115,7 @@ const addLine = (body, percent, visit, line, number) => {
   const [file, server] = nameOf(url, visit.page);
   const name = addHeading(row, "row", "", "name");
   addButton(name, "", file, () => showDetails(row, visit, line)).setAttribute("aria-haspopup", "dialog");
-  if (server) addElement(name, "span", "", " " + server);
+  if (server) addElement(name, "span", "", server);
   addElement(row, "td", "kind", kind);
   addOffBars(row, percent, line);
   addPluginBars(row, percent, line);

@@ -52,6 +52,14 @@ export class OpenedReport {
     return this.run('new Promise((done) => requestAnimationFrame(() => requestAnimationFrame(done)))');
   }
 
+  // Whether something becomes true within five seconds: the browser turns touches into clicks when it has time.
+  becomes(expression) {
+    return this.run(`(async () => {
+      for (let n = 0; n < 250 && !(${expression}); ++n) await new Promise((done) => setTimeout(done, 20));
+      return ${expression};
+    })()`);
+  }
+
   async press(key) {
     const text = key === 'Enter' ? '\r' : key.length === 1 ? key : undefined;
     const keyCode = key === 'Enter' ? 13 : undefined;

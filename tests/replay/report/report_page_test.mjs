@@ -45,7 +45,7 @@ test('search and filter leave what was asked for', async () => {
 });
 
 test('visits are ordered by what they gain, and stay with their pages', async () => {
-  const gains = `[...document.querySelectorAll('main > section[id] .page')].map((page) =>
+  const gains = `[...document.querySelectorAll('.recording .page')].map((page) =>
     [...page.querySelectorAll('.visit:not(.first)')].map(({dataset}) => Number(dataset.load)))`;
   const recorded = await run(gains);
   for (const [order, sign] of [['load least', 1], ['load most', -1]]) {
@@ -72,6 +72,9 @@ test('a visit opens by its link, and folds away what the disk cache answered', a
   const all = await run(`visit.querySelectorAll('.lines tr').length`);
   const few = await run(LINES + '.length');
   assert.ok(few < all && few > 5, `${few} of ${all}`);
+  const edge = (part, side) => `row.querySelector('${part}').getBoundingClientRect().${side}`;
+  const fits = await run(`${LINES}.every((row) => ${edge('.name button', 'right')} <= ${edge('.kind', 'left')})`);
+  assert.ok(fits, 'long names end at their column');
   await report.click(`visit.querySelector('.toggle')`);
   assert.equal(await run(LINES + '.length'), all);
   await report.click(`visit.querySelector('.toggle')`);
@@ -135,7 +138,7 @@ test('a request tells all, by keyboard and by mouse, and the focus comes back', 
   await report.press('Enter');
   assert.equal(await run('panel.hidden'), false);
   const text = await run('panel.innerText');
-  for (const part of ['HTTP/', '200', 'off', 'plugin', 'preconnect', 'oracle', 'first byte']) assert.ok(text.includes(part), text);
+  for (const part of ['HTTP/', '200', 'off', 'plugin', 'preconnect', 'oracle', 'first byte', 'KIV_PROC']) assert.ok(text.includes(part), text);
   await report.press('Escape');
   assert.equal(await run('panel.hidden'), true);
   assert.equal(await run(`document.activeElement === rows[2].querySelector('button')`), true);
@@ -149,6 +152,32 @@ test('a request tells all, by keyboard and by mouse, and the focus comes back', 
   assert.equal(await run(`panel.querySelector('h3').textContent`), first);
   await report.click(`[...panel.querySelectorAll('button')].find(({textContent}) => textContent === 'Close')`);
   assert.equal(await run('panel.hidden'), true);
+});
+
+test('fingers choose a request, pinch the time and move it', async () => {
+  await report.send('Emulation.setTouchEmulationEnabled', {enabled: true, maxTouchPoints: 2});
+  const shown = async () => (await run(`visit.querySelector('.time output').textContent`)).match(/[\d.]+/g).map(Number);
+  const touch = (type, ...places) => report.send('Input.dispatchTouchEvent', {type, touchPoints: places.map((place, id) => ({...place, id}))});
+  const {x, y} = await report.middleOf(`${LINES}[1].querySelector('.plugin .w')`);
+  const [, whole] = await shown();
+  await touch('touchStart', {x, y});
+  await touch('touchEnd');
+  assert.ok(await report.becomes('!panel.hidden'));
+  await report.press('Escape');
+  await touch('touchStart', {x: x - 30, y}, {x: x + 30, y});
+  await touch('touchMove', {x: x - 60, y}, {x: x + 60, y});
+  await touch('touchEnd');
+  await report.drawn();
+  const [from, to] = await shown();
+  assert.ok(Math.abs((to - from) / whole - 0.5) < 0.05, `${from} to ${to} of ${whole}`);
+  await touch('touchStart', {x, y});
+  for (const step of [10, 30, 60]) await touch('touchMove', {x: x + step, y});
+  await touch('touchEnd');
+  await report.drawn();
+  assert.ok((await shown())[0] < from, 'what is earlier comes into view');
+  assert.equal(await run('panel.hidden'), true);
+  await run(`visit.querySelector('.time [title="Show the whole time"]').click()`);
+  await report.send('Emulation.setTouchEmulationEnabled', {enabled: false});
 });
 
 test('the legend stays in view while a visit is open', async () => {

@@ -237,16 +237,18 @@ TEST(JsonReport, RealRepeatsAndCopiesApartInEachLineAndTheSummary) {
 
   json ways = json::object();
   for (const Way way : kWays) ways[WordsFor(way).key] = 0.0;
-  json expected = {{"visits", 2},
-                   {"slower_visits", 1},
-                   {"later_paint_visits", 1},
-                   {"preloads", 6},
-                   {"unused_preloads", 2},
-                   {"preloaded_bytes", 80},
-                   {"unused_bytes", 20},
-                   {"unused_connections", 2},
-                   {"object_index_ms", ways},
-                   {"gain_ms", {{"p5", nullptr}, {"p50", 49.75}, {"p95", nullptr}, {"total", 99.5}}}};
+  json expected = {
+      {"visits", 2},
+      {"slower_visits", 1},
+      {"later_paint_visits", 1},
+      {"preloads", 6},
+      {"unused_preloads", 2},
+      {"preloaded_bytes", 80},
+      {"unused_bytes", 20},
+      {"unused_connections", 2},
+      {"object_index_ms", ways},
+      {"gain_ms", {{"p5", nullptr}, {"p50", 49.75}, {"p95", nullptr}, {"total", 99.5}}},
+      {"first_paint_gain_ms", {{"p5", nullptr}, {"p50", 24.875}, {"p95", nullptr}, {"total", 49.75}}}};
   ways.update({{"off", 2000.0}, {"plugin", 1900.5}, {"hints", 1400.0}, {"oracle", 1000.0}});
   expected["load_ms"] = ways;
   ways.update({{"off", 1000.0}, {"plugin", 950.25}, {"hints", 700.0}, {"oracle", 500.0}});
@@ -296,6 +298,10 @@ TEST(TextReport, FitsTheTerminalAndKeepsItsColumns) {
   for (const std::string& line : lines) EXPECT_LE(Columns(line), 120U) << line;
   for (size_t row = 2; row <= 6; ++row) EXPECT_EQ(Columns(lines[row]), Columns(lines[2])) << lines[row];
   EXPECT_NE(lines[6].find(R"(\u001b[\xff)"), std::string::npos) << lines[6];
+  for (const size_t columns : {40U, 60U, 80U}) {
+    std::istringstream narrow(TextReport(summaries, ReplayOptions(), {.columns = columns}));
+    for (std::string line; std::getline(narrow, line);) EXPECT_LE(Columns(line), columns) << line;
+  }
 
   const Summary copies = SummaryOf({{1000000, 990000, 0, 0}}, true);
   const std::string apart = TextReport({summaries[0], copies}, ReplayOptions(), {});
