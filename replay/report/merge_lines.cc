@@ -12,6 +12,8 @@ namespace {
 
 using Json = nlohmann::json;
 
+constexpr int kMostNested = 100;  // far more than a line of ours
+
 Json OrNull(const std::optional<double>& value) {
   return value ? Json(*value) : Json(nullptr);
 }
@@ -91,7 +93,10 @@ void LineMerger::Add(std::istream& lines, const std::string& name) {
 }
 
 void LineMerger::AddLine(const std::string& line) {
-  const Json object = Json::parse(line);
+  const Json object = Json::parse(line, [](int depth, Json::parse_event_t /*event*/, Json& /*value*/) {
+    if (depth > kMostNested) throw std::runtime_error("is nested too deeply");  // copies and texts recurse
+    return true;
+  });
   if (object.contains("summary")) return;
   RecordingReport report;
   report.summary.name = object.at("recording").get<std::string>();
