@@ -12,7 +12,7 @@ namespace host {
 namespace {
 
 // How many bytes a joiner may lag behind a transfer that only joiners read, before the transfer is paused.
-constexpr size_t kMostLagging = 256 * 1024;
+constexpr size_t kMostLagging = size_t{256} * 1024;
 
 }  // namespace
 

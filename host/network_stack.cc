@@ -12,7 +12,7 @@ namespace host {
 namespace {
 
 // A served body is passed on in pieces, so that a client can pause.
-constexpr size_t kPiece = 64 * 1024;
+constexpr size_t kPiece = size_t{64} * 1024;
 
 RequestFacts FactsOf(const LoadRequest& request) {
   return {.method = request.method,

@@ -31,13 +31,19 @@ uint32_t Priority(ResourceKind kind, size_t position) {
   return Rank(kind) * kPositions + static_cast<uint32_t>(std::min<size_t>(position, kPositions - 1));
 }
 
+// Digits in the addresses of these are versions, which change with the site and not with the load.
+bool HoldsUpPaint(ResourceKind kind) {
+  return kind == ResourceKind::Stylesheet || kind == ResourceKind::Font;
+}
+
 NotServed WhyNotOrder(const KnownPage& page, const KnownResource& resource, const OrderFacts& facts,
                       const HostSettings& settings) {
   if (!facts.pluginTakesOrders) return NotServed::SwitchedOff;
   if (!resource.get) return NotServed::NotGet;
   if (facts.isFresh(resource.url)) return NotServed::FreshInDiskCache;
   if (!IsSeenOften(page, resource.visitsSeen, settings)) return NotServed::SeenTooSeldom;
-  if (resource.visitsSeen < settings.minVolatileSeen && LooksVolatile(resource.url)) {
+  if (resource.visitsSeen < settings.minVolatileSeen && !HoldsUpPaint(resource.kind) &&
+      LooksVolatile(resource.url)) {
     return NotServed::Volatile;
   }
   if (resource.afterLoad) return NotServed::AfterLoad;

@@ -40,7 +40,7 @@ PluginFunctions FindAll(void* library, const std::string& path) {
 LoadedPlugin::LoadedPlugin(const std::string& path) : library_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
   if (library_ == nullptr) {
     // dlerror names the file in most of its texts. The path comes first so that every line begins with it.
-    const char* const error = dlerror();  // NOLINT(concurrency-mt-unsafe): glibc keeps it per thread
+    const char* const error = dlerror();
     throw std::runtime_error(path + ": cannot be loaded: " + (error != nullptr ? error : "no reason given"));
   }
   try {

@@ -24,7 +24,7 @@ bool IsExpected(const KnownPage& page, const KnownResource& resource, const Host
 }
 
 // The largest number of them that wait at the same time.
-size_t Peak(std::vector<std::pair<int64_t, int64_t>> waits) {
+size_t Peak(const std::vector<std::pair<int64_t, int64_t>>& waits) {
   std::vector<std::pair<int64_t, int>> changes;
   for (const auto& [from, until] : waits) {
     changes.emplace_back(from, 1);

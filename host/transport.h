@@ -22,10 +22,12 @@ inline constexpr int32_t kOk = 0;
 inline constexpr int32_t kFailed = -2;
 inline constexpr int32_t kAborted = -3;
 inline constexpr int32_t kTimedOut = -7;
+inline constexpr int32_t kBlocked = -20;  // by who asked, not by the server
 inline constexpr int32_t kConnectionClosed = -100;
 inline constexpr int32_t kConnectionFailed = -104;
 inline constexpr int32_t kNameNotResolved = -105;
 inline constexpr int32_t kInvalidResponse = -320;
+inline constexpr int32_t kClientCertificateNeeded = -110;
 inline constexpr int32_t kEmptyResponse = -324;
 inline constexpr int32_t kContentLengthMismatch = -354;
 inline constexpr int32_t kHttp2ProtocolError = -337;
@@ -70,6 +72,7 @@ struct TransferReport {
   base::Time firstByte;
   base::Time ended;       // complete, failed or cancelled
   int64_t bodyBytes = 0;  // received
+  int httpVersion = 0;    // that the server spoke, times ten (11, 20); 0 when that is not known
 };
 
 // Receives one transfer, on the executor's thread and never during a call of Transport. Each of these

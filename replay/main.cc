@@ -15,20 +15,15 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <map>
 #include <memory>
 #include <system_error>
 
 #include "host/plugin_functions.h"
-#include "replay/child_jobs.h"
 #include "replay/interruption.h"
-#include "replay/model/replay.h"
 #include "replay/options_parser.h"
 #include "replay/output_check.h"
 #include "replay/output_file.h"
-#include "replay/recording/har_reader.h"
-#include "replay/recording/recording_check.h"
-#include "replay/recording/recording_names.h"
+#include "replay/replay_jobs.h"
 #include "replay/report/fail_condition.h"
 #include "replay/report/merge_lines.h"
 #include "replay/report/printable_text.h"
@@ -47,85 +42,11 @@ std::string DefaultPluginPath() {
          "libkiv_proc_plugin.so";
 }
 
-RecordingReport Failed(const std::string& name, ReplayStatus status, const std::string& error) {
-  RecordingReport report;
-  report.status = status;
-  report.error = PrintableText(error);
-  report.summary.name = name;
-  return report;
-}
-
-// `name` is what the reports call it. Runs in a child process.
-RecordingReport ReplayOne(size_t index, const std::string& name, const CommandLine& line,
-                          const host::PluginFunctions& plugin) {
-  const std::string& path = line.recordings[index];
-  Recording recording;
-  try {
-    recording = ReadHarFile(path);
-  } catch (const std::exception& error) {
-    return Failed(name, ReplayStatus::BadInput, error.what());
-  }
-  recording.name = name;
-  for (const std::string& why : {WhyNothingToReplay(recording), WhyTooLong(recording, line.replay)}) {
-    if (!why.empty()) return Failed(name, ReplayStatus::BadInput, name + ": " + why);
-  }
-  try {
-    RecordingResult result = ReplayRecording(recording, line.replay, plugin);
-    RecordingReport report;
-    report.summary = Summarize(result);
-    report.recordingWarnings = WarningsOf(recording);
-    for (const Output& output : line.outputs) {
-      if (output.format->collect != nullptr) {
-        output.format->collect(index, recording, result, line.replay, report);
-      }
-    }
-    report.logLines = std::move(result.logLines);
-    return report;
-  } catch (const std::exception& error) {
-    return Failed(name, ReplayStatus::Fault, name + ": " + error.what());
-  }
-}
-
-// A progress bar on standard error. It is shown only on a terminal and for more than one recording.
-class Progress {
- public:
-  explicit Progress(size_t count) : count_(count), shown_(count > 1 && isatty(STDERR_FILENO) == 1) {
-    Show(0);
-  }
-  ~Progress() {
-    if (shown_) fmt::print(stderr, "\r\033[K");
-  }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-
-  void Show(size_t finished) const {
-    if (!shown_) return;
-    constexpr size_t kColumns = 40;
-    const size_t filled = finished * kColumns / count_;
-    fmt::print(stderr, "\r[{:#<{}}{:.<{}}] {}/{}", "", filled, "", kColumns - filled, finished, count_);
-    std::fflush(stderr);
-  }
-
- private:
-  size_t count_;
-  bool shown_;
-};
-
-RecordingReport ReportOf(const ChildOutcome& outcome, const std::string& name) {
-  if (!outcome.failure.empty())
-    return Failed(name, ReplayStatus::Fault, name + ": the replay " + outcome.failure);
-  try {
-    return Unpack(outcome.output);
-  } catch (const std::runtime_error& error) {
-    return Failed(name, ReplayStatus::Fault, name + ": " + error.what());
-  }
-}
-
 // The outputs that are written line by line. If one of them cannot be written, the others and the table still
 // are: the first failure is remembered, and nothing more is written to that output.
 class LineOutputs {
  public:
-  explicit LineOutputs(const CommandLine& line) : options_(line.replay) {
+  explicit LineOutputs(const CommandLine& line) : settings_(line.settings) {
     for (const Output& output : line.outputs) {
       if (output.format->lines == nullptr) continue;
       streams_.emplace_back(output.format, std::make_unique<OutputStream>(output.path));
@@ -135,14 +56,14 @@ class LineOutputs {
   void Write(const RecordingReport& report) {
     WriteAll([&](const ReportFormat& format) {
       const bool first = format.firstLines != nullptr && !begun_;
-      return (first ? format.firstLines() : "") + format.lines(report, options_);
+      return (first ? format.firstLines(settings_) : "") + format.lines(report, settings_);
     });
     begun_ = true;
   }
   // Writes what follows all lines. `reports` are those of the recordings that were replayed; at least one.
   void Finish(const std::vector<RecordingReport>& reports) {
     WriteAll([&](const ReportFormat& format) {
-      return format.lastLines != nullptr ? format.lastLines(reports, options_) : "";
+      return format.lastLines != nullptr ? format.lastLines(reports, settings_) : "";
     });
   }
   std::exception_ptr Failure() const { return failure_; }
@@ -160,27 +81,10 @@ class LineOutputs {
     }
   }
 
-  const ReplayOptions& options_;
+  const Settings& settings_;
   std::vector<std::pair<const ReportFormat*, std::unique_ptr<OutputStream>>> streams_;
   bool begun_ = false;
   std::exception_ptr failure_;
-};
-
-// Takes reports in any order and returns them in the order of their indexes.
-class InOrder {
- public:
-  void Add(size_t index, RecordingReport report) { waiting_.emplace(index, std::move(report)); }
-  // The next report; nothing if it has not been added yet.
-  std::optional<RecordingReport> Take() {
-    const auto next = waiting_.find(taken_);
-    if (next == waiting_.end()) return std::nullopt;
-    ++taken_;
-    return std::move(waiting_.extract(next).mapped());
-  }
-
- private:
-  size_t taken_ = 0;
-  std::map<size_t, RecordingReport> waiting_;
 };
 
 void PrintErrorAndWarnings(const RecordingReport& report) {
@@ -189,40 +93,6 @@ void PrintErrorAndWarnings(const RecordingReport& report) {
     fmt::print(stderr, "kiv_replay: warning: {}: {}\n", PrintableText(report.summary.name),
                PrintableText(warning));
   }
-}
-
-// Returns a report for every recording, even after an interruption.
-std::vector<RecordingReport> ReplayAll(const CommandLine& line, const host::PluginFunctions& plugin,
-                                       LineOutputs& lineOutputs) {
-  const std::vector<std::string> names = DistinctNames(line.recordings);
-  const size_t count = names.size();
-  const Progress progress(count);
-  InOrder inOrder;
-  std::vector<RecordingReport> reports;
-  const auto handOn = [&] {
-    while (auto report = inOrder.Take()) {
-      lineOutputs.Write(*report);
-      reports.push_back(std::move(*report));
-    }
-  };
-  std::vector<bool> finished(count);
-  size_t finishedCount = 0;
-  RunInChildren(
-      count, line.jobs, [&](size_t index) { return Pack(ReplayOne(index, names[index], line, plugin)); },
-      [&](size_t index, const ChildOutcome& outcome) {
-        finished[index] = true;
-        inOrder.Add(index, ReportOf(outcome, names[index]));
-        handOn();
-        progress.Show(++finishedCount);
-      });
-  for (size_t index = 0; index < count; ++index) {
-    if (!finished[index]) {
-      inOrder.Add(index,
-                  Failed(names[index], ReplayStatus::LeftOut, names[index] + ": left out, interrupted"));
-    }
-  }
-  handOn();
-  return reports;
 }
 
 std::string LogText(const std::vector<RecordingReport>& reports) {
@@ -242,7 +112,7 @@ bool IsOnTerminal(FILE* file) {
 // The variable COLUMNS if it is a whole number of at least 20, else the width of the terminal, else 120.
 size_t ColumnsOf(FILE* file) {
   constexpr size_t kFewest = 20;
-  const char* const text = std::getenv("COLUMNS");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const char* const text = std::getenv("COLUMNS");
   if (text != nullptr) {
     size_t columns = 0;
     const auto [end, error] = std::from_chars(text, text + std::strlen(text), columns);
@@ -259,14 +129,23 @@ bool IsStandardOutputTaken(const CommandLine& line) {
 }
 
 // Prints the table to standard output, or to standard error if a report goes to standard output.
+bool IsAdvised(const std::vector<RecordingReport>& reports) {
+  return std::any_of(reports.begin(), reports.end(),
+                     [](const RecordingReport& report) { return report.advised; });
+}
+
 void PrintTable(const CommandLine& line, const std::vector<RecordingReport>& reports) {
   FILE* const file = IsStandardOutputTaken(line) ? stderr : stdout;
-  const char* const noColor = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const char* const noColor = std::getenv("NO_COLOR");
   const Terminal terminal = {.colour = IsOnTerminal(file) && (noColor == nullptr || *noColor == '\0'),
                              .columns = ColumnsOf(file)};
   std::vector<Summary> summaries;
   for (const RecordingReport& report : reports) summaries.push_back(report.summary);
-  const std::string text = LogText(reports) + TextReport(summaries, line.replay, terminal);
+  const std::string text =
+      LogText(reports) +
+      (IsSweep(line.settings) ? SweepText(reports, line.settings, terminal)
+                              : TextReport(summaries, line.settings.front().options, terminal)) +
+      (IsAdvised(reports) ? AdviceText(reports, terminal) : "");
   if (std::fwrite(text.data(), 1, text.size(), file) != text.size() || std::fflush(file) != 0) {
     throw std::runtime_error("the table cannot be written");
   }
@@ -279,7 +158,8 @@ void WriteReports(const CommandLine& line, const std::vector<RecordingReport>& r
   for (const Output& output : line.outputs) {
     if (output.format->file == nullptr) continue;
     try {
-      WriteOutput(output.path, output.format->file(reports, line.replay));
+      WriteOutput(output.path,
+                  [&](const TextPieces& write) { output.format->file(reports, line.settings, write); });
     } catch (const std::exception&) {
       if (failure == nullptr) failure = std::current_exception();
     }
@@ -347,14 +227,15 @@ void EndBySignal(int number, const std::vector<std::string>& leftOut) {
 // incomplete, takes precedence. `reports` are those of the recordings that were replayed.
 int CheckConditions(const CommandLine& line, const std::vector<RecordingReport>& reports, int status) {
   if (line.failConditions.empty() || reports.empty()) return status;
-  std::vector<Summary> summaries;
-  for (const RecordingReport& report : reports) summaries.push_back(report.summary);
-  const std::string summaryLine = JsonSummaryLine(summaries, line.replay);
+  const std::vector<std::string> summaryLines = JsonSummaryLines(reports, line.settings);
   for (const FailCondition& condition : line.failConditions) {
-    const std::string why = WhyFailed(condition, summaryLine);
-    if (why.empty()) continue;
-    fmt::print(stderr, "kiv_replay: --fail-if {}\n", why);
-    if (status == EXIT_SUCCESS) status = kConditionHolds;
+    for (size_t index = 0; index < summaryLines.size(); ++index) {
+      const std::string why = WhyFailed(condition, summaryLines[index]);
+      if (why.empty()) continue;
+      const std::string& setting = line.settings[index].text;
+      fmt::print(stderr, "kiv_replay: --fail-if {}{}\n", why, setting.empty() ? "" : ", with " + setting);
+      if (status == EXIT_SUCCESS) status = kConditionHolds;
+    }
   }
   return status;
 }
@@ -387,7 +268,8 @@ int RunReplay(const CommandLine& line) {
   CheckPlaces(line, pluginPath);
   const host::LoadedPlugin plugin(pluginPath);
   LineOutputs lineOutputs(line);
-  std::vector<RecordingReport> reports = ReplayAll(line, plugin.Functions(), lineOutputs);
+  std::vector<RecordingReport> reports =
+      ReplayAll(line, plugin.Functions(), [&](const RecordingReport& report) { lineOutputs.Write(report); });
   return Finish(line, std::move(reports), lineOutputs);
 }
 
@@ -409,7 +291,7 @@ int RunMerge(CommandLine line) {
   }
   std::vector<RecordingReport> reports = merger.Reports();
   if (reports.empty()) throw std::runtime_error("nothing to merge: the files contain no lines of recordings");
-  line.replay = merger.Settings().value_or(ReplayOptions());
+  line.settings = merger.MergedSettings();
   LineOutputs lineOutputs(line);
   for (const RecordingReport& report : reports) lineOutputs.Write(report);
   return Finish(line, std::move(reports), lineOutputs);

@@ -15,8 +15,11 @@
 #include <thread>
 
 #include "host/property_values.h"
+#include "plugin/properties.h"
 #include "plugin/version.h"
+#include "programs/command_line.h"
 #include "replay/recordings_to_read.h"
+#include "replay/sweep_option.h"
 
 namespace replay {
 namespace {
@@ -33,6 +36,7 @@ constexpr const char* kExamples = R"(Examples:
   kiv_replay --profile 3g --html report.html *.har    also writes the waterfalls of every visit
   kiv_replay --json - *.har | jq .gap_closed          prints one JSON object per recording
   kiv_replay --prop net.cv.kiv.prlimit=8 --log 4 shop.har
+  kiv_replay --sweep prlimit=1..8 shop.har            the same visits with eight limits, side by side
   kiv_replay --fail-if 'slower_visits > 0' recordings/  for a CI job
   kiv_replay merge --html all.html results/*.jsonl    makes one report of results written with --json
 
@@ -57,6 +61,7 @@ struct Texts {
   std::string propertiesFile;
   std::string beaconsFile;
   std::string defaultRecording;
+  std::string sweep;
 };
 
 [[noreturn]] void Refuse(const std::string& place, const std::string& what) {
@@ -183,8 +188,17 @@ std::optional<ParentRule> Parents(const std::string& text) {
   RefuseValue("--parents", "best, recorded or inferred", text);
 }
 
-ReplayOptions Replay(const Texts& texts) {
+// What the files say that the options name. They are read once: a file may be a pipe.
+ReplayOptions OptionsOfFiles(const Texts& texts) {
   ReplayOptions options;
+  if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
+  if (!texts.beaconsFile.empty())
+    options.beacons = ParseBeaconList(WholeFile("--beacons", texts.beaconsFile));
+  return options;
+}
+
+// With all the others.
+ReplayOptions Replay(const Texts& texts, ReplayOptions options) {
   options.profile = Profile(texts);
   options.socketsPerGroup = static_cast<int>(Count("--sockets", texts.sockets, 1, 1000));
   options.visits = Count("--visits", texts.visits, 1, 1000);
@@ -196,11 +210,87 @@ ReplayOptions Replay(const Texts& texts) {
   options.costs.nameLookups = OnOrOff("--dns", texts.dns);
   options.costs.slowStart = OnOrOff("--slow-start", texts.slowStart);
   if (!texts.log.empty()) options.logLevel = static_cast<int>(Count("--log", texts.log, 0, 9));
-  if (!texts.propertiesFile.empty()) AddPropertiesOf(texts.propertiesFile, options.properties);
-  if (!texts.beaconsFile.empty())
-    options.beacons = ParseBeaconList(WholeFile("--beacons", texts.beaconsFile));
   for (const std::string& property : texts.properties) AddProperty("--prop", property, options.properties);
   return options;
+}
+
+// The options that can be swept, beside the plugin's properties.
+struct Sweepable {
+  const char* name;
+  std::string Texts::*text;
+};
+constexpr std::array kSweepable = {Sweepable{"profile", &Texts::profile},
+                                   Sweepable{"rtt", &Texts::rtt},
+                                   Sweepable{"down", &Texts::down},
+                                   Sweepable{"sockets", &Texts::sockets},
+                                   Sweepable{"revisit-after", &Texts::revisitAfter},
+                                   Sweepable{"join", &Texts::join},
+                                   Sweepable{"preconnect", &Texts::preconnect},
+                                   Sweepable{"parents", &Texts::parents},
+                                   Sweepable{"certificates", &Texts::certificates},
+                                   Sweepable{"dns", &Texts::dns},
+                                   Sweepable{"slow-start", &Texts::slowStart}};
+constexpr std::string_view kPropertyPrefix = "net.cv.kiv.";
+
+[[noreturn]] void RefuseSwept(const std::string& name) {
+  std::vector<std::string_view> names;
+  for (const Sweepable& sweepable : kSweepable) names.push_back(sweepable.name);
+  for (const kiv::Property& property : kiv::property::kAll) {
+    names.push_back(std::string_view(property.name).substr(kPropertyPrefix.size()));
+  }
+  Refuse("--sweep", fmt::format("'{}' cannot be swept; these can: {}", name, fmt::join(names, ", ")));
+}
+
+// The texts with one value of the sweep in its place.
+Texts WithValue(Texts texts, const std::string& name, const std::string& value) {
+  for (const Sweepable& sweepable : kSweepable) {
+    if (name != sweepable.name) continue;
+    texts.*sweepable.text = value;
+    return texts;
+  }
+  for (const kiv::Property& property : kiv::property::kAll) {
+    if (name != property.name && kPropertyPrefix.data() + name != property.name) continue;
+    texts.properties.push_back(std::string(property.name) + "=" + value);
+    return texts;
+  }
+  RefuseSwept(name);
+}
+
+Settings SettingsOf(const Texts& texts) {
+  const ReplayOptions ofFiles = OptionsOfFiles(texts);
+  if (texts.sweep.empty()) return {{.options = Replay(texts, ofFiles)}};
+  Settings settings;
+  try {
+    const SweepRequest sweep = ParseSweep(texts.sweep);
+    for (const std::string& value : sweep.values) {
+      settings.push_back({.text = sweep.name + "=" + value,
+                          .options = Replay(WithValue(texts, sweep.name, value), ofFiles)});
+    }
+  } catch (const std::runtime_error& error) {
+    const std::string what = error.what();
+    for (const std::string_view place : {"--sweep: ", "--prop: "}) {
+      if (what.starts_with(place)) Refuse("--sweep", what.substr(place.size()));
+    }
+    Refuse("--sweep", what);
+  }
+  return settings;
+}
+
+// A sweep shows figures alone, and its values are those of the option.
+void CheckSweep(const CLI::App& app, bool advise, const Texts& texts, const std::vector<std::string>& paths) {
+  if (texts.sweep.empty()) return;
+  const std::string option = "--" + texts.sweep.substr(0, texts.sweep.find('='));
+  for (const CLI::Option* given : app.get_options()) {
+    if (given->count() > 0 && given->get_name() == option) {
+      Refuse("--sweep", option + " is given as well; leave it out");
+    }
+  }
+  if (advise) Refuse("--advice", "is about one setting; it cannot be given with --sweep");
+  if (!texts.log.empty()) Refuse("--log", "cannot be told apart for the settings of --sweep");
+  for (size_t index = 0; index < paths.size(); ++index) {
+    if (paths[index].empty() || !ReportFormats()[index]->oneSetting) continue;
+    Refuse(ReportFormats()[index]->option, "holds the loads of one setting; it cannot be made with --sweep");
+  }
 }
 
 // An option whose value was forgotten takes the next option as its value.
@@ -215,14 +305,14 @@ void CheckMerge(const CLI::App& app, const std::vector<std::string>& paths) {
   for (const CLI::Option* option : app.get_options()) {
     const bool isOutput =
         std::any_of(ReportFormats().begin(), ReportFormats().end(),
-                    [option](const ReportFormat& format) { return format.option == option->get_name(); });
+                    [option](const ReportFormat* format) { return format->option == option->get_name(); });
     if (option->count() > 0 && !isOutput && !allowed.contains(option->get_name())) {
       Refuse(option->get_name(), "cannot be used with merge: it was chosen when the JSON lines were written");
     }
   }
   for (size_t index = 0; index < paths.size(); ++index) {
-    if (paths[index].empty() || !ReportFormats()[index].needsReplay) continue;
-    Refuse(ReportFormats()[index].option,
+    if (paths[index].empty() || !ReportFormats()[index]->needsReplay) continue;
+    Refuse(ReportFormats()[index]->option,
            "cannot be written by merge, because JSON lines do not contain the page loads");
   }
 }
@@ -279,11 +369,17 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
       ->capture_default_str();
   text("--beacons", texts.beaconsFile, "the list of beacons to use instead of replay/model/beacons.txt",
        "FILE");
+  text("--sweep", texts.sweep,
+       "replay everything under each of several values of an option or a property, and compare them: "
+       "prlimit=1..8, profile=3g,4g, revisit-after=10m,1h,1d",
+       "NAME=VALUES");
+  app.add_flag("--advice", line.advise,
+               "replay each recording again with changes that the reasons suggest, and show what they save");
   text("--log", texts.log,
        "print the plugin's log: 0 for warnings and errors, 3 to add infos, 4 to add debug lines", "LEVEL");
   std::vector<std::string> paths(ReportFormats().size()), failConditions;
   for (size_t index = 0; index < paths.size(); ++index) {
-    text(ReportFormats()[index].option, paths[index], ReportFormats()[index].what, "FILE");
+    text(ReportFormats()[index]->option, paths[index], ReportFormats()[index]->what, "FILE");
   }
   app.add_option("--fail-if", failConditions,
                  "exit with status 3 if the condition holds, which compares a key of the JSON summary with a "
@@ -293,33 +389,23 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   app.add_flag("--force", line.force, "let a report replace a file that is not a report");
   text("--jobs", texts.jobs, "how many recordings to replay at the same time [number of cores]", "N");
 
-  std::vector<std::string> reversed(arguments.rbegin(),
-                                    arguments.rend());  // the parser takes them in this order
   line.merge = !arguments.empty() && arguments.front() == "merge";
-  if (line.merge) reversed.pop_back();
-  try {
-    app.parse(std::move(reversed));
-  } catch (const CLI::CallForHelp&) {
-    out << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion& version) {
-    out << version.what() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    std::string what = error.what();
-    std::replace(what.begin(), what.end(), '\n', ' ');
-    Refuse("command line", what + " (see --help)");
-  }
+  const std::vector<std::string> words(arguments.begin() + (line.merge ? 1 : 0), arguments.end());
+  if (!programs::ParseArguments(app, words, out)) return std::nullopt;
   line.visitsGiven = app.count("--visits") > 0;
   for (const CLI::Option* option : app.get_options()) {
     for (const std::string& value : option->results()) CheckValue(option->get_name(), value);
   }
   if (line.merge) CheckMerge(app, paths);
+  CheckSweep(app, line.advise, texts, paths);
   if (line.recordings.empty() && !texts.defaultRecording.empty()) line.recordings = {texts.defaultRecording};
   if (line.recordings.empty()) Refuse("RECORDING", "at least one is needed (see --help)");
   for (const std::string& condition : failConditions) {
     try {
       line.failConditions.push_back(ParseFailCondition(condition));
+      if (line.failConditions.back().needsSweep && texts.sweep.empty() && !line.merge) {
+        throw std::runtime_error("'" + condition + "': compares settings, so it needs --sweep");
+      }
     } catch (const std::runtime_error& error) {
       Refuse("--fail-if", error.what());
     }
@@ -328,9 +414,9 @@ std::optional<CommandLine> ParseCommandLine(const std::vector<std::string>& argu
   line.recordings = std::move(found.recordings);
   line.settingsPaths = std::move(found.lists);
   for (size_t index = 0; index < paths.size(); ++index) {
-    if (!paths[index].empty()) line.outputs.push_back({&ReportFormats()[index], paths[index]});
+    if (!paths[index].empty()) line.outputs.push_back({ReportFormats()[index], paths[index]});
   }
-  line.replay = Replay(texts);
+  line.settings = SettingsOf(texts);
   for (const std::string& path : {texts.propertiesFile, texts.beaconsFile}) {
     if (!path.empty()) line.settingsPaths.push_back(path);
   }

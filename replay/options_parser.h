@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "replay/model/replay_options.h"
 #include "replay/report/fail_condition.h"
 #include "replay/report/report_formats.h"
+#include "replay/report/settings.h"
 
 namespace replay {
 
@@ -19,14 +19,15 @@ struct Output {
 };
 
 struct CommandLine {
-  ReplayOptions replay;
+  Settings settings;                    // more than one with --sweep
   std::string pluginPath;               // empty: the library beside the program
   std::vector<std::string> recordings;  // at least one; "-", at most once, is standard input
   std::vector<Output> outputs;          // the reports to write
   bool force = false;                   // outputs may replace files that are not reports
-  bool merge = false;                   // `recordings` are files of JSON lines, which also set `replay`
+  bool merge = false;                   // `recordings` are files of JSON lines, which also set `settings`
   std::vector<FailCondition> failConditions;
   std::vector<std::string> settingsPaths;  // the other files that were read: lists, --props and --beacons
+  bool advise = false;                     // try changes to each recording
   unsigned jobs = 1;
   bool visitsGiven = false;  // --visits was given
 };

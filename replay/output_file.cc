@@ -17,7 +17,7 @@ namespace {
   throw std::runtime_error(path + ": cannot be written: " + std::generic_category().message(errno));
 }
 
-bool WriteAll(int file, const std::string& text) {
+bool WriteAll(int file, std::string_view text) {
   for (size_t at = 0; at < text.size();) {
     const ssize_t written = write(file, text.data() + at, text.size() - at);
     if (written < 0 && errno != EINTR) return false;
@@ -26,28 +26,57 @@ bool WriteAll(int file, const std::string& text) {
   return true;
 }
 
-void WriteDirectly(const std::string& path, const std::string& text) {
-  const int file = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-  if (file < 0) Refuse(path);
-  const bool written = WriteAll(file, text);
-  if (close(file) != 0 || !written) Refuse(path);
+using Maker = std::function<void(const TextPieces& write)>;
+
+void MakeInto(int file, const std::string& path, const Maker& make) {
+  make([&](std::string_view text) {
+    if (!WriteAll(file, text)) Refuse(path);
+  });
+}
+
+// Closes what it was given to, unless Close() did.
+class File {
+ public:
+  File(int file, const std::string& path) : file_(file), path_(path) {
+    if (file_ < 0) Refuse(path_);
+  }
+  ~File() {
+    if (file_ >= 0) close(file_);
+  }
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  int Id() const { return file_; }
+  void Close() {
+    if (close(std::exchange(file_, -1)) != 0) Refuse(path_);
+  }
+
+ private:
+  int file_;
+  const std::string& path_;
+};
+
+void WriteDirectly(const std::string& path, const Maker& make) {
+  File file(open(path.c_str(), O_WRONLY | O_CLOEXEC), path);
+  MakeInto(file.Id(), path, make);
+  file.Close();
 }
 
 // Writes a new file in the same folder and renames it. A link stays a link: its target is replaced.
-void Replace(const std::string& path, const std::string& text, mode_t mode) {
+void Replace(const std::string& path, const Maker& make, mode_t mode) {
   std::error_code error;
   std::filesystem::path target = std::filesystem::weakly_canonical(path, error);
   if (error) target = path;
   std::string temporary = target.string() + ".XXXXXX";
-  const int file = mkostemp(temporary.data(), O_CLOEXEC);
-  if (file < 0) Refuse(path);
-  const bool written = fchmod(file, mode) == 0 && WriteAll(file, text);
-  const bool closed = close(file) == 0;
-  if (!written || !closed || rename(temporary.c_str(), target.c_str()) != 0) {
-    const int reason = errno;
+  File file(mkostemp(temporary.data(), O_CLOEXEC), path);
+  try {
+    if (fchmod(file.Id(), mode) != 0) Refuse(path);
+    MakeInto(file.Id(), path, make);
+    file.Close();
+    if (rename(temporary.c_str(), target.c_str()) != 0) Refuse(path);
+  } catch (...) {
     unlink(temporary.c_str());
-    errno = reason;
-    Refuse(path);
+    throw;
   }
 }
 
@@ -60,15 +89,19 @@ mode_t ModeOfNewFiles() {
 }  // namespace
 
 void WriteOutput(const std::string& path, const std::string& text) {
+  WriteOutput(path, [&text](const TextPieces& write) { write(text); });
+}
+
+void WriteOutput(const std::string& path, const Maker& make) {
   struct stat found {};
   if (path == "-") {
-    if (!WriteAll(STDOUT_FILENO, text)) Refuse("standard output");
+    MakeInto(STDOUT_FILENO, "standard output", make);
   } else if (stat(path.c_str(), &found) != 0) {
-    Replace(path, text, ModeOfNewFiles());
+    Replace(path, make, ModeOfNewFiles());
   } else if (S_ISREG(found.st_mode)) {
-    Replace(path, text, found.st_mode & 0777);
+    Replace(path, make, found.st_mode & 0777);
   } else {
-    WriteDirectly(path, text);
+    WriteDirectly(path, make);
   }
 }
 

@@ -1,4 +1,4 @@
-// What a stored response is found by, and the URLs that an answer makes outdated. Pure functions.
+// The key of a stored response, and the URLs that an answer makes outdated. Pure functions.
 #ifndef LIVE_CACHE_CACHE_KEY_H_
 #define LIVE_CACHE_CACHE_KEY_H_
 
@@ -9,7 +9,8 @@
 
 namespace live {
 
-// Ordered so that all partitions of a URL stand together. Variants of one key are told apart by Vary.
+// Keys are ordered so that all partitions of a URL are next to each other. Vary distinguishes the variants of
+// a key.
 struct CacheKey {
   std::string url;  // without its fragment
   std::string partition;
@@ -19,8 +20,8 @@ struct CacheKey {
 
 std::string WithoutFragment(std::string_view url);
 
-// The URL that a reference (as in Location) leads to from an absolute URL, without its fragment and with the
-// origin spelled as in `base`. Nothing when that is another origin, or when either of the two is no URL.
+// Resolves a reference (as in Location) against an absolute URL, without its fragment and with the origin
+// spelled as in `base`. Returns nothing if the origin is different, or if one of the two is not a URL.
 std::optional<std::string> SameOriginTarget(const std::string& base, std::string_view reference);
 
 }  // namespace live

@@ -11,7 +11,7 @@ namespace live {
 namespace {
 
 // A stored body is handed out in pieces, so that a client can pause in between.
-constexpr size_t kPiece = 64 * 1024;
+constexpr size_t kPiece = size_t{64} * 1024;
 
 // More than one person may browse through one cache. What came to a request with cookies or with
 // Authorization is theirs alone, unless the server says that it is for everybody.

@@ -1,6 +1,6 @@
-// The HTTP cache between the host and the network: a transport that answers from the cache what is fresh
-// there, asks for the rest with the validators that it has, and makes the stored response of a 304.
-// Executor's thread.
+// The HTTP cache between the host and the network: a transport that answers from the cache if it has a fresh
+// response, otherwise asks the server with the validators that it has, and turns a 304 into the stored
+// response. Executor's thread.
 #ifndef LIVE_CACHE_CACHING_TRANSPORT_H_
 #define LIVE_CACHE_CACHING_TRANSPORT_H_
 
@@ -17,14 +17,14 @@
 
 namespace live {
 
-// Microseconds since 1970: dates and ages are told by it, and it may be set back.
+// Microseconds since 1970, for dates and ages. The clock may be set back.
 using WallClock = std::function<int64_t()>;
 
 class CachingTransport final : public host::Transport {
  public:
-  // All of these must outlive it.
+  // All of these must outlive the transport.
   CachingTransport(host::Executor& executor, host::Transport& network, HttpCache& cache, WallClock wallClock);
-  // Ends every transfer; their clients hear nothing more.
+  // Ends every transfer without another call to its client.
   ~CachingTransport() override;
   CachingTransport(const CachingTransport&) = delete;
   CachingTransport& operator=(const CachingTransport&) = delete;

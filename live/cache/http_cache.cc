@@ -67,7 +67,7 @@ CacheLookup HttpCache::Lookup(const CacheRequest& request, int64_t nowUs) {
   const bool wantsBody = request.method == "GET";
   if (!wantsBody && request.method != "HEAD") return {};
   const bool onlyIfCached = http::ReadRequestCacheControl(request.headers).onlyIfCached;
-  const CacheLookup none{onlyIfCached ? CacheVerdict::NotAvailable : CacheVerdict::Miss};
+  CacheLookup none{onlyIfCached ? CacheVerdict::NotAvailable : CacheVerdict::Miss};
   if (IsForServerOnly(request.headers)) return none;
   const EntryIt found = Select(KeyOf(request), request.headers);
   if (found == entries_.end()) return none;

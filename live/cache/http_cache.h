@@ -1,10 +1,10 @@
-// A browser's private HTTP cache: which stored response answers a request, what has to be asked of the
-// server, and what its answers change. It has no clock, no socket and no thread: the caller hands in the
-// time, sends what is to be sent, and calls everything here on one thread.
+// A browser's private HTTP cache: it decides which stored response answers a request, what the server must be
+// asked, and what the server's answers change. It has no clock, no socket and no thread: the caller passes
+// the time, sends the requests, and calls everything here on one thread.
 //
-// For each request: Lookup; when it is not Fresh, send the request (with the validators of a Stale one added)
-// and hand the headers of the answer to Renew, when validators were added and it is a 304, else to
-// OnResponse, whatever the method.
+// For each request, call Lookup. If the result is not Fresh, send the request (with the validators if it is
+// Stale). If the answer to a request with validators is a 304, pass its headers to Renew; pass those of all
+// other answers to OnResponse, whatever the method.
 #ifndef LIVE_CACHE_HTTP_CACHE_H_
 #define LIVE_CACHE_HTTP_CACHE_H_
 
@@ -25,9 +25,10 @@
 
 namespace live {
 
-// Bytes are those of bodies, headers, URLs, and an allowance for the records. When there is too much, what
-// was stored, served or asked about the longest time ago goes first. Of one URL in one partition no more than
-// 16 variants are kept: the one stored first goes. Writers are not counted: each holds at most one response.
+// The bytes are those of bodies, headers, URLs, and an allowance for the records. If there are too many, the
+// response that was stored, served or validated the longest time ago is removed first. At most 16 variants of
+// one URL in one partition are kept; the one that was stored first is removed. Writers do not count: each
+// holds at most one response.
 struct CacheLimits {
   size_t bytes = 256U << 20;
   size_t responseBytes = 16U << 20;  // a larger response is not stored
@@ -38,7 +39,7 @@ enum class CacheVerdict {
   Miss,          // send the request as it is
   Fresh,         // serve the response
   Stale,         // send the request with the validators
-  NotAvailable,  // the client wants it from the cache or not at all (only-if-cached): answer 504
+  NotAvailable,  // the client wants an answer only from the cache (only-if-cached): answer 504
 };
 
 struct CacheLookup {
@@ -52,38 +53,37 @@ class CacheWriter;
 
 class HttpCache {
  public:
-  // Told when the first response for a URL (without its fragment) is stored and when the last one goes, in
-  // whatever partition. It may call the cache, but not destroy it.
+  // Called when the first response for a URL (without its fragment) is stored in any partition, and when the
+  // last one is removed. It may call the cache, but must not destroy it.
   using HeldObserver = std::function<void(const std::string& url, bool held)>;
 
   explicit HttpCache(const CacheLimits& limits, HeldObserver onHeldChanged = nullptr);
-  // Writers that are left store nothing.
+  // Writers that outlive the cache store nothing.
   ~HttpCache();
   HttpCache(const HttpCache&) = delete;
   HttpCache& operator=(const HttpCache&) = delete;
 
-  // What to do with a request. A fresh response answers GET and HEAD, and a condition of the client's own
-  // (If-None-Match, If-Modified-Since) with a 304 where that is true. Requests that only the server can
-  // answer (see IsForServerOnly), and conditional ones for which nothing fresh is there, are a Miss.
+  // What to do with a request. A fresh response answers GET and HEAD, and also a request with a condition
+  // (If-None-Match, If-Modified-Since), with a 304 if the condition permits it. A request that only the
+  // server can answer (see IsForServerOnly), and a conditional request without a fresh response, is a Miss.
   CacheLookup Lookup(const CacheRequest& request, int64_t nowUs);
 
-  // Takes note of an answer that has come from the network and goes to the client. A response that may be
-  // stored gives a writer for its body, and what was stored for that request stays until it commits; null for
-  // all others. What an answer proves to be outdated is dropped: the stored response in place of which
-  // another came (errors of the server, 5xx, prove nothing), and after a request that changes something, the
-  // URLs that it names. A 304 that answers the client's own condition renews the stored response that it
-  // names.
+  // Processes an answer from the network that goes to the client. If the response may be stored, returns a
+  // writer for its body; what was stored for that request stays until the writer commits. Otherwise returns
+  // null. Removes what the answer shows to be outdated: the stored response if a different one came (except
+  // for errors of the server, 5xx), and, after a request that changes something, the URLs that the answer
+  // names. A 304 to a condition of the client renews the stored response that it names.
   std::unique_ptr<CacheWriter> OnResponse(const CacheRequest& request, const std::string& block,
                                           const ExchangeTimes& times);
 
-  // Takes the 304 that came when the validators of `asked` were sent; gives the response for the client,
-  // which has the cookies that the 304 sets. Nothing when the server means another response: that one is
-  // dropped, and the request is to be sent again without validators. What was dropped or replaced meanwhile
-  // is served and not stored again.
+  // Processes the 304 to a request with the validators of `asked`, and returns the response for the client,
+  // including the cookies that the 304 sets. Returns nothing if the server means a different response:
+  // `asked` is then removed, and the request must be sent again without validators. If `asked` was removed or
+  // replaced meanwhile, it is served but not stored again.
   std::optional<ServedResponse> Renew(const CacheRequest& request, const StoredPtr& asked,
                                       const std::string& notModifiedBlock, const ExchangeTimes& times);
 
-  // Drops what is stored for a URL, in all partitions, and keeps what is being written from being stored.
+  // Removes what is stored for a URL, in all partitions, and prevents running writers from storing it.
   void Remove(std::string_view url);
   void Clear();
 
@@ -100,12 +100,12 @@ class HttpCache {
   };
   using EntryIt = std::list<Entry>::iterator;
 
-  // The latest of the responses that this request may have; the end of entries_ when there is none.
+  // The latest of the responses that may answer this request; the end of entries_ if there is none.
   EntryIt Select(const CacheKey& key, std::string_view requestHeaders);
   EntryIt Find(const CacheKey& key, const StoredPtr& stored);
   bool FitsLimits(size_t bytes) const { return bytes <= limits_.responseBytes && bytes <= limits_.bytes; }
 
-  // These leave the observer to Report, which each public function calls last.
+  // These do not call the observer; each public function calls Report at its end.
   std::unique_ptr<CacheWriter> Begin(const CacheRequest& request, int status, const std::string& block,
                                      const ExchangeTimes& times);
   void Store(const CacheRequest& request, StoredResponse stored);
@@ -128,20 +128,21 @@ class HttpCache {
   std::set<std::string> reported_;  // those that it was told to be held
 };
 
-// Collects the body of one response. It stores nothing when it is destroyed without a Commit, when the body
-// is larger than the cache allows, or when its URL was removed meanwhile.
+// Collects the body of one response. It stores nothing if it is destroyed without a Commit, if the body is
+// larger than the cache allows, or if its URL was removed meanwhile.
 class CacheWriter {
  public:
   ~CacheWriter();
   CacheWriter(const CacheWriter&) = delete;
   CacheWriter& operator=(const CacheWriter&) = delete;
 
-  // The next bytes of the body as they came, content coding and all. False once it cannot be stored any more.
+  // Adds the next bytes of the body as they came, with any content coding. Returns false once the body cannot
+  // be stored.
   bool Append(std::string_view bytes);
 
-  // The body has come to its end. Stores the response in place of those that its request could have had
-  // before; of several writers the last one to commit wins. False when it is not stored, which it is not
-  // either when the body does not have the length that its headers declare. The writer is used up.
+  // Ends the body and stores the response, which replaces those that could have answered its request before.
+  // If there are several writers, the last one to commit wins. Returns false if the response is not stored,
+  // for example because the body does not have the declared length. The writer cannot be used any more.
   bool Commit();
 
  private:
@@ -151,7 +152,7 @@ class CacheWriter {
 
   void GiveUp();
 
-  HttpCache* cache_;  // null when it has given up
+  HttpCache* cache_;  // null once nothing can be stored
   const CacheRequest request_;
   const int status_;
   const std::string block_;

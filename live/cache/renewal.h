@@ -1,4 +1,4 @@
-// What a 304 makes of a stored response. Pure functions.
+// How a 304 updates a stored response. Pure functions.
 #ifndef LIVE_CACHE_RENEWAL_H_
 #define LIVE_CACHE_RENEWAL_H_
 
@@ -8,14 +8,14 @@
 
 namespace live {
 
-// Whether the 304 means this response: it has the same ETag (the same strong one, if it is strong), or, when
-// not both have one, the same Last-Modified. A 304 that names neither means the response whose validators
-// were sent, `wasAsked`: the request held those of no other.
+// Whether the 304 is about this response: they have the same ETag (a strong one must be equal and strong),
+// or, unless both have one, the same Last-Modified. A 304 with neither is about the response whose validators
+// were sent (`wasAsked`), because the request contained those of no other response.
 bool Renews(const StoredResponse& stored, const std::string& notModifiedBlock, bool wasAsked);
 
-// The same response with the headers of the 304 in place of its own of those names, except for those that
-// describe the body as it was stored (Content-Length, Content-Encoding, Content-Range). It is as old as the
-// 304, and it came in answer to this request.
+// Returns the stored response with the headers of the 304 instead of its own headers of the same names,
+// except those that describe the stored body (Content-Length, Content-Encoding, Content-Range). Its age is
+// that of the 304, and its request is this one.
 StoredResponse Renewed(const StoredResponse& stored, const CacheRequest& request,
                        const std::string& notModifiedBlock, const ExchangeTimes& times);
 

@@ -1,5 +1,5 @@
-// A response as a private HTTP cache keeps it: which ones may be kept, what is kept of their headers, how old
-// they are, and what they look like when they are served. Pure functions of plain records.
+// Responses in a private HTTP cache: which ones may be kept, which of their headers are kept, how old they
+// are, and how they are served. Pure functions of plain records.
 #ifndef LIVE_CACHE_STORED_RESPONSE_H_
 #define LIVE_CACHE_STORED_RESPONSE_H_
 
@@ -12,7 +12,7 @@
 
 namespace live {
 
-// A request as it is sent, without what the cache itself adds.
+// A request as the client sends it, without what the cache adds.
 struct CacheRequest {
   std::string method = "GET";
   std::string url;        // absolute
@@ -20,13 +20,14 @@ struct CacheRequest {
   std::string partition;  // responses are never shared between partitions
 };
 
-// When a request was sent and when the headers of its answer came: microseconds since 1970.
+// When a request was sent and when the headers of its answer arrived, in microseconds since 1970.
 struct ExchangeTimes {
   int64_t requestedUs = 0;
   int64_t receivedUs = 0;
 };
 
-// Immutable once stored: who reads it keeps it, body and all, whatever the cache does.
+// Immutable once it is stored. A reader that holds it keeps it, including the body, even if the cache removes
+// it.
 struct StoredResponse {
   int status = 0;
   std::string block;        // see KeptBlock
@@ -40,7 +41,7 @@ struct StoredResponse {
 };
 using StoredPtr = std::shared_ptr<const StoredResponse>;
 
-// A response to hand to a client. A 304 and the answer to a HEAD have an empty body, never a null one.
+// A response for a client. A 304 and the answer to a HEAD have an empty body; the body is never null.
 struct ServedResponse {
   std::string block;
   std::shared_ptr<const std::string> body;
@@ -54,29 +55,29 @@ inline double ToMs(int64_t microseconds) {
 // If-Unmodified-Since, If-Range, Range.
 bool IsForServerOnly(std::string_view requestHeaders);
 
-// The length that a response's headers declare for its body. -1 when they do not, or not so that it can be
-// read, or when Transfer-Encoding says where the body ends.
+// The length that a response's headers declare for its body. -1 if there is none, if it cannot be parsed, or
+// if Transfer-Encoding determines where the body ends.
 int64_t DeclaredLength(const std::string& block);
 
-// Whether this answer may be stored: one to a GET that http::MayStore allows, complete by its status (no 206,
-// no 304), with a Vary that can match, and with no length that nobody can read. If the request was for the
-// server only, it has to be a 200.
+// Whether this answer may be stored. It must be an answer to a GET that http::MayStore permits, with a status
+// of a complete response (not 206 or 304), a Vary that can match, and no unreadable length. If only the
+// server could answer the request, the status must be 200.
 bool MayStore(const CacheRequest& request, int status, const std::string& block);
 
-// The headers without those of one connection (Connection and what it names, Transfer-Encoding and their
-// kind) and without those that belong to this one answer: Age, for which initialAgeMs stands, and Set-Cookie,
-// since a browser sets a cookie when the network brings it, and an old one would put back a newer. A Date
-// that is missing or wrong becomes the time of arrival.
+// Returns the headers without those of one connection (Connection, the headers that it names,
+// Transfer-Encoding and so on) and without those of this one answer: Age, which initialAgeMs replaces, and
+// Set-Cookie, because a stored cookie could overwrite a newer one. A Date that is missing or invalid becomes
+// the time of arrival.
 std::string KeptBlock(const std::string& block, double receivedMs);
 
-// `body` is as it came, content coding and all.
+// `body` is as it came, with any content coding.
 StoredResponse MakeStored(const CacheRequest& request, int status, const std::string& block,
                           std::shared_ptr<const std::string> body, const ExchangeTimes& times);
 
-// A clock that was set back makes nothing younger than it was on arrival.
+// A response is never younger than on its arrival, even if the clock was set back.
 double AgeMs(const StoredResponse& stored, double nowMs);
 
-// The block with an Age.
+// Returns the block with an Age header.
 std::string ServedBlock(const StoredResponse& stored, double nowMs);
 
 }  // namespace live

@@ -1,4 +1,4 @@
-// A file that grows while the program runs, readable by its user alone. One thread.
+// A file that grows while the program runs, and that only its user can read. One thread.
 #ifndef LIVE_JOURNAL_GROWING_FILE_H_
 #define LIVE_JOURNAL_GROWING_FILE_H_
 
@@ -11,19 +11,20 @@ class GrowingFile {
  public:
   enum class Existing { Kept, Refused };
 
-  // Opens the file, or makes it, with mode 0600. `existing`: whether it may hold something already, which is
-  // then written behind. "-" is standard output. Throws std::runtime_error with one line that names the file.
+  // Opens or creates the file with mode 0600. `existing` says whether it may already have content, to which
+  // the program then appends. "-" is standard output. Throws std::runtime_error with one line that names the
+  // file.
   GrowingFile(const std::string& path, Existing existing);
   ~GrowingFile();
   GrowingFile(const GrowingFile&) = delete;
   GrowingFile& operator=(const GrowingFile&) = delete;
 
-  // Both return false, with the reason in Error(), when not all could be written; what was there before the
-  // call is then there still, as far as the disk allows it.
+  // Both return false, with the reason in Error(), if not everything could be written. The earlier content is
+  // then still there, as far as the disk permits.
   bool Append(const std::string& text);
-  // Writes from `offset` on instead of at the end, in one step as far as the system can.
+  // Writes at `offset` instead of at the end, in one step as far as the system permits.
   bool WriteAt(int64_t offset, const std::string& text);
-  // Cuts the file off.
+  // Truncates the file.
   void Truncate(int64_t size);
 
   const std::string& Error() const { return error_; }

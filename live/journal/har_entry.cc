@@ -89,6 +89,19 @@ std::string MimeType(std::string_view block) {
   return type.empty() ? "x-unknown" : std::string(type);
 }
 
+const char* HttpVersionText(int version) {
+  switch (version) {
+    case 10:
+      return "HTTP/1.0";
+    case 11:
+      return "HTTP/1.1";
+    case 20:
+      return "HTTP/2";
+    default:
+      return "unknown";
+  }
+}
+
 const char* SourceName(host::LoadSource source) {
   switch (source) {
     case host::LoadSource::Served:
@@ -132,7 +145,7 @@ Json Timings(const LoadRecord& load) {
 
 }  // namespace
 
-std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t wallUs) {
+std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t wallUs, int httpVersion) {
   const net::HttpResponseHeaders headers(load.responseBlock);
   const bool answered = !load.responseBlock.empty();
   const std::string location(http::FindHeader(load.responseBlock, "Location").value_or(""));
@@ -150,10 +163,9 @@ std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t 
   entry["_source"] = SourceName(load.info.source);
   if (load.info.why != host::NotServed::None) entry["_whyNot"] = host::WordsFor(load.info.why).key;
   if (load.result != host::kOk) entry["_error"] = load.result;
-  // Which version was spoken with the server is not told by the transport.
   entry["request"] = {{"method", load.method},
                       {"url", load.url},
-                      {"httpVersion", "unknown"},
+                      {"httpVersion", HttpVersionText(httpVersion)},
                       {"cookies", Json::array()},
                       {"headers", Headers(load.requestHeaders)},
                       {"queryString", QueryString(load.url)},
@@ -161,7 +173,7 @@ std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t 
                       {"bodySize", -1}};
   entry["response"] = {{"status", answered ? headers.response_code() : 0},
                        {"statusText", StatusText(http::StatusLine(load.responseBlock))},
-                       {"httpVersion", "unknown"},
+                       {"httpVersion", HttpVersionText(httpVersion)},
                        {"cookies", Json::array()},
                        {"headers", Headers(load.responseBlock)},
                        {"content", {{"size", load.bodyBytes}, {"mimeType", MimeType(load.responseBlock)}}},

@@ -1,5 +1,5 @@
-// One load as an entry of a HAR, without what is nobody's business: bodies, values of cookies, credentials.
-// Any thread.
+// Writes one load as an entry of a HAR, without private data: bodies, values of cookies, credentials. Any
+// thread.
 #ifndef LIVE_JOURNAL_HAR_ENTRY_H_
 #define LIVE_JOURNAL_HAR_ENTRY_H_
 
@@ -10,14 +10,17 @@
 
 namespace live {
 
-// The JSON object, in one line. `pageId` is its pageref; empty for none. `wallUs` as for PageJson.
+// Returns the JSON object in one line. `pageId` is its pageref, or empty for none. `wallUs` is as for
+// PageJson.
 //
-// The times are those of the browser's wait. What a load waited for without sending a request of its own, as
-// for a preload or in the proxy's cache, is "blocked", so that nobody takes it for the server's doing.
+// The times are those for which the browser waited. If a load waited without its own request, for a preload
+// or the proxy's cache, that time is "blocked", so that it is not attributed to the server.
 //
-// Cookies keep their names and attributes. Of other headers whose names say credentials, key, token or the
-// like, only the name is kept. URLs are kept whole.
-std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t wallUs);
+// `httpVersion` is the one that the server speaks, as in host::TransferReport.
+//
+// Cookies keep their names and attributes. Other headers whose names suggest credentials, a key or a token
+// keep only their names. URLs are kept completely.
+std::string HarEntry(const LoadRecord& load, const std::string& pageId, int64_t wallUs, int httpVersion);
 
 }  // namespace live
 

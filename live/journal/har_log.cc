@@ -24,7 +24,7 @@ HarLog::HarLog(const std::string& path, const HarLimits& limits, Tell tell)
   if (!file_.WriteAt(0, kHead + tail_)) throw std::runtime_error(file_.Error());
 }
 
-HarLog::~HarLog() {
+HarLog::~HarLog() {  // NOLINT(bugprone-exception-escape): it throws only when memory is exhausted
   Flush();
 }
 

@@ -1,6 +1,5 @@
-// What went through the proxy as a HAR 1.2 that grows while it is written, and is whole JSON after each
-// write: entries come first, and the tail behind them, which has the pages, is written again each time. One
-// thread.
+// Writes the loads of the proxy as a HAR 1.2 that grows and is complete JSON after each write: the entries
+// come first, and the tail after them, which contains the pages, is written again each time. One thread.
 #ifndef LIVE_JOURNAL_HAR_LOG_H_
 #define LIVE_JOURNAL_HAR_LOG_H_
 
@@ -16,28 +15,28 @@
 namespace live {
 
 struct HarLimits {
-  int64_t bytes = 2'000'000'000;  // of the file
-  size_t pages = 5'000;           // a few hundred bytes each, in memory too
-  size_t buffered = 256 * 1024;   // bytes of entries, before they are written
+  int64_t bytes = 2'000'000'000;         // of the file
+  size_t pages = 5'000;                  // a few hundred bytes each, in memory too
+  size_t buffered = size_t{256} * 1024;  // bytes of entries, before they are written
 };
 
 class HarLog {
  public:
   using Tell = std::function<void(const std::string& message)>;
 
-  // Throws std::runtime_error with one line when the file cannot be written, or holds something already. Of
-  // trouble later on, and of a limit that is reached, `tell` hears once; what was written stays, and nothing
-  // more is.
+  // Throws std::runtime_error with one line if the file cannot be written or already has content. `tell` is
+  // called once if writing fails later or a limit is reached. What was written before stays, and nothing more
+  // is written.
   HarLog(const std::string& path, const HarLimits& limits, Tell tell);
   // Flushes.
   ~HarLog();
 
-  // A page, which began when the earliest of its entries did; its number.
+  // Adds a page, which begins with the earliest of its entries, and returns its number.
   size_t AddPage(const std::string& url);
-  // An object, as text, and when it began, in microseconds since 1970. It is in the file after the next
-  // Flush.
+  // Adds an entry as JSON text, and when it began, in microseconds since 1970. It is in the file after the
+  // next Flush.
   void AddEntry(const std::string& json, std::optional<size_t> page, int64_t startedUs);
-  // What the entries of a page name it by.
+  // The id of a page, which its entries use as pageref.
   static std::string PageId(size_t page) { return "page_" + std::to_string(page + 1); }
   void Flush();
 

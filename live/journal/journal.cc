@@ -5,6 +5,7 @@
 
 #include "live/journal/har_entry.h"
 #include "live/journal/page_lines.h"
+#include "live/proxy/page_tracker.h"
 
 namespace live {
 namespace {
@@ -51,9 +52,18 @@ void Journal::OnLoad(const LoadRecord& load) {
   if (!har_) return;
   const std::optional<size_t> page = PageOf(load);
   const int64_t wallUs = WallUs();
-  har_->AddEntry(HarEntry(load, page ? HarLog::PageId(*page) : "", wallUs), page,
+  har_->AddEntry(HarEntry(load, page ? HarLog::PageId(*page) : "", wallUs, HttpVersionOf(load)), page,
                  load.asked.ToInternalValue() + wallUs);
   FlushSoon();
+}
+
+// What was answered from a preload or from the cache is taken for what its server has spoken before.
+int Journal::HttpVersionOf(const LoadRecord& load) {
+  int& version = httpVersions_.Use(OriginOf(load.url));
+  if (load.transfer.httpVersion != 0) version = load.transfer.httpVersion;
+  const int known = version;
+  httpVersions_.DropExcess();
+  return known;
 }
 
 void Journal::OnPage(const PageRecord& page) {

@@ -1,5 +1,5 @@
-// Tells of what went through the proxy: a line for each page load, and files for those who want them. Loop's
-// thread.
+// Reports what went through the proxy: a line for each page load, and files for users who ask for them.
+// Loop's thread.
 #ifndef LIVE_JOURNAL_JOURNAL_H_
 #define LIVE_JOURNAL_JOURNAL_H_
 
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "host/executor.h"
+#include "host/recency_map.h"
 #include "host/task_scope.h"
 #include "live/journal/growing_file.h"
 #include "live/journal/har_log.h"
@@ -27,23 +28,24 @@ class Journal {
  public:
   using Tell = std::function<void(const std::string& message)>;
 
-  // `line` gets each page load's line, `tell` what goes wrong with the files, once. The executor must live
-  // longer.
+  // `line` is called with the line of each page load, and `tell` once for each file that fails. The executor
+  // must outlive the journal.
   Journal(host::Executor& executor, WallClock wallClock, std::function<void(const std::string& line)> line,
           Tell tell);
-  // Begins to write the files. Throws std::runtime_error with one line when one of them cannot be written.
+  // Starts writing the files. Throws std::runtime_error with one line if one of them cannot be written.
   void Open(const JournalSettings& settings);
 
-  // For the engine, which must not outlive the journal.
+  // The observer for the engine, which must not outlive the journal.
   EngineObserver Observer();
 
  private:
   void OnLoad(const LoadRecord& load);
   void OnPage(const PageRecord& page);
-  // What the wall clock is ahead of the loop's. The same as long as nobody sets it or sends the machine to
-  // sleep, so that times in a file fit together.
+  // How far the wall clock is ahead of the loop's. It stays the same unless the clock is set or the machine
+  // sleeps, so that the times in a file are consistent.
   int64_t WallUs();
   std::optional<size_t> PageOf(const LoadRecord& load);
+  int HttpVersionOf(const LoadRecord& load);
   void FlushSoon();
 
   host::Executor& executor_;
@@ -53,7 +55,8 @@ class Journal {
   int64_t wallUs_ = 0;
   std::optional<GrowingFile> json_;
   std::optional<HarLog> har_;
-  std::map<host::TabId, size_t> harPages_;  // of the pages that began last
+  std::map<host::TabId, size_t> harPages_;                 // of the pages that began last
+  host::RecencyMap<std::string, int> httpVersions_{1000};  // by origin
   bool flushWaits_ = false;
   host::Timer flushTimer_;
 };

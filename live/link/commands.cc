@@ -45,8 +45,8 @@ bool terminalGiven = false;  // to the client, which may then read from it and g
   setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   EnterNetworkNamespace(command.networkNamespace);
-  setenv("KIV_LINK_SERVER", kServerAddress, 1);  // NOLINT(concurrency-mt-unsafe): there is one thread
-  setenv("KIV_LINK_CLIENT", kClientAddress, 1);  // NOLINT(concurrency-mt-unsafe)
+  setenv("KIV_LINK_SERVER", kServerAddress, 1);
+  setenv("KIV_LINK_CLIENT", kClientAddress, 1);
   if (!command.isClient) {
     const int nothing = open("/dev/null", O_RDONLY);
     dup2(nothing, STDIN_FILENO);

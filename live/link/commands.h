@@ -1,5 +1,5 @@
-// The commands on both sides of the link: how they are started, and how they and all that they have started
-// are ended. One thread.
+// Starts the commands on both sides of the link, and ends them and everything that they have started. One
+// thread.
 #ifndef LIVE_LINK_COMMANDS_H_
 #define LIVE_LINK_COMMANDS_H_
 
@@ -30,12 +30,12 @@ int TakeSignals();
 // status 127. Throws std::system_error.
 void Start(Command& command);
 
-// Takes the waiting signals off the descriptor, and the exit statuses of ended processes into `commands`.
-// Returns the signal that asked this program to end, if one did.
+// Reads the pending signals from the descriptor, and stores the exit statuses of ended processes in
+// `commands`. Returns the signal that asked this program to end, if there was one.
 std::optional<int> HandleSignals(int signals, std::vector<Command>& commands);
 
-// Ends every process that the commands have started, whatever process group or session it has moved to: asks
-// first, kills those that remain after two seconds, or at once when another signal arrives.
+// Ends every process that the commands have started, whatever process group or session it has moved to. It
+// asks them first, and kills those that remain after two seconds, or at once if another signal arrives.
 void EndCommands();
 
 }  // namespace live_link

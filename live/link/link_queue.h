@@ -1,5 +1,5 @@
-// One direction of a link as a pure model: when does a packet that arrives now come out at the far end, or is
-// it dropped? Knows no clock and no sockets. Any thread.
+// A model of one direction of a link: it computes when a packet that arrives now comes out at the far end, or
+// whether it is dropped. It uses no clock and no sockets. Any thread.
 #ifndef LIVE_LINK_LINK_QUEUE_H_
 #define LIVE_LINK_LINK_QUEUE_H_
 
@@ -14,7 +14,7 @@ namespace live_link {
 struct LinkSettings {
   int64_t bitsPerSecond = 0;  // 1 to 10^12
   int64_t delayNs = 0;        // from the last bit sent to the packet's arrival
-  // How much may wait behind the packet that is being sent; a packet that does not fit is dropped.
+  // The limits of what may wait behind the packet that is being sent. A packet that does not fit is dropped.
   size_t queuePackets = std::numeric_limits<size_t>::max();
   size_t queueBytes = std::numeric_limits<size_t>::max();
 };
@@ -32,8 +32,8 @@ struct LinkQueue {
 };
 
 // Takes a packet of `bytes` (at most 65535) that arrives at `nowNs`. Returns when it comes out at the far
-// end, or nothing when the queue is full and the packet is dropped. Times may have any origin; `nowNs` never
-// goes back.
+// end, or nothing if the queue is full and the packet is dropped. Times may have any origin; `nowNs` must not
+// decrease.
 std::optional<int64_t> TakePacket(LinkQueue& queue, int64_t nowNs, size_t bytes);
 
 }  // namespace live_link

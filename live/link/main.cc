@@ -161,7 +161,7 @@ int Run(const std::vector<std::string>& arguments) {
   const int status = *session.commands.back().status;
   const std::string whyStarved = WhyStarved(figures);
   if (!whyStarved.empty()) {
-    fmt::print(stderr, "kiv_link: this machine was too busy for honest figures: {}\n", whyStarved);
+    fmt::print(stderr, "kiv_link: this machine was too busy for reliable figures: {}\n", whyStarved);
     return status != EXIT_SUCCESS ? status : kStarved;
   }
   fmt::print(stderr, "{}", ReportText(*options, figures));

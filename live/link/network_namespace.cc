@@ -72,7 +72,6 @@ bool TableHasListener(const char* path, uint16_t port, const std::string& addres
   while (std::getline(table, line)) {
     std::array<char, 33> local{};
     unsigned localPort = 0, state = 0;
-    // NOLINTNEXTLINE(cert-err34-c): the kernel's numbers fit
     if (sscanf(line.c_str(), "%*s %32[0-9A-F]:%x %*[0-9A-F]:%*x %x", local.data(), &localPort, &state) != 3)
       continue;
     const std::string_view where = local.data();

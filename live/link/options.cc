@@ -12,6 +12,7 @@
 #include "live/link/addresses.h"
 #include "live/link/tun.h"
 #include "plugin/version.h"
+#include "programs/command_line.h"
 #include "replay/model/network_profiles.h"
 
 namespace live_link {
@@ -57,7 +58,7 @@ std::optional<Number> WholeText(std::string_view text) {
 
 double Figure(const char* option, const std::string& text, const std::optional<double>& ofProfile,
               const char* unit, double least, double most) {
-  if (text.empty() && !ofProfile) Refuse(option, "must be given, since the profile has no such figure");
+  if (text.empty() && !ofProfile) Refuse(option, "must be given, because the profile has no such figure");
   if (text.empty()) return *ofProfile;
   const auto value = WholeText<double>(text);
   if (!value || !(*value >= least && *value <= most)) {
@@ -164,23 +165,13 @@ std::optional<LinkOptions> ParseLinkOptions(const std::vector<std::string>& argu
 
   // What follows "--" is the client's own and nothing to be understood here.
   const auto separator = std::find(arguments.begin(), arguments.end(), "--");
-  std::vector<std::string> reversed(std::make_reverse_iterator(separator),
-                                    arguments.rend());  // as the parser wants
   try {
-    app.parse(std::move(reversed));
-  } catch (const CLI::CallForHelp&) {
-    out << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion& version) {
-    out << version.what() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    std::string what = error.what();
-    std::replace(what.begin(), what.end(), '\n', ' ');
-    throw BadOption(what + " (see --help; the client's command stands after --)");
+    if (!programs::ParseArguments(app, {arguments.begin(), separator}, out)) return std::nullopt;
+  } catch (const std::runtime_error& error) {
+    throw BadOption(std::string(error.what()) + "; the client's command comes after --");
   }
   if (std::distance(separator, arguments.end()) < 2) {
-    throw BadOption("the client's command is missing: it stands last, after -- (see --help)");
+    throw BadOption("the client's command is missing; give it last, after -- (see --help)");
   }
   LinkOptions options = OptionsOf(texts);
   options.jsonPath = jsonPath;

@@ -29,8 +29,8 @@ struct BadOption : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Reads the arguments after the program's name. Nothing after --help or --version, whose text went to `out`.
-// Throws BadOption with one line that names the option and what is wrong.
+// Reads the arguments after the program's name. Returns nothing after --help or --version, whose text goes to
+// `out`. Throws BadOption with one line that names the option and what is wrong.
 std::optional<LinkOptions> ParseLinkOptions(const std::vector<std::string>& arguments, std::ostream& out);
 
 }  // namespace live_link

@@ -32,7 +32,6 @@ int64_t TimeWithoutProcessorNs(const Link& link) {
   std::array<char, 128> text{};
   if (link.schedstat < 0 || pread(link.schedstat, text.data(), text.size() - 1, 0) <= 0) return 0;
   long long running = 0, waiting = 0;
-  // NOLINTNEXTLINE(cert-err34-c): the kernel's numbers fit
   return sscanf(text.data(), "%lld %lld", &running, &waiting) == 2 ? waiting : 0;
 }
 

@@ -1,5 +1,5 @@
-// Carries packets between the two TUN devices when the model of the link says so, and keeps account of how
-// punctual it was. One thread.
+// Carries packets between the two TUN devices at the times that the model of the link computes, and records
+// how punctual it was. One thread.
 #ifndef LIVE_LINK_PACKET_SHUTTLE_H_
 #define LIVE_LINK_PACKET_SHUTTLE_H_
 

@@ -1,4 +1,4 @@
-// What a run over the link tells afterwards. Any thread.
+// The report of a run over the link. Any thread.
 #ifndef LIVE_LINK_REPORT_H_
 #define LIVE_LINK_REPORT_H_
 
@@ -18,13 +18,14 @@ struct RunFigures {
   std::string scheduling;         // in words
 };
 
-// How late a packet may be: 5 ms, or a twentieth of the round trip when that is more.
+// How late a packet may be: 5 ms, or a twentieth of the round trip if that is more.
 int64_t LateBoundNs(double rttMs);
 
-// Why the figures must not be trusted, since this program could not deliver in time; empty when they can be.
+// Why the figures cannot be trusted, because the program could not deliver packets in time; empty if they
+// can.
 std::string WhyStarved(const RunFigures& figures);
 
-// Some lines for people, and one JSON object.
+// The report as lines for people, and as one JSON object.
 std::string ReportText(const LinkOptions& options, const RunFigures& figures);
 std::string ReportJson(const LinkOptions& options, const RunFigures& figures, int clientStatus);
 

@@ -61,8 +61,15 @@ struct Watched : std::enable_shared_from_this<Watched> {
 struct EventLoop::Impl {
   // Asio does not promise an order of what is due at one time, so tasks wait in a queue of their own.
   void WakeUpForTasks() {
+    if (awake) return;
     const std::optional<int64_t> dueUs = tasks.NextDueUs();
-    if (!dueUs || (wakeUpUs && *wakeUpUs <= *dueUs)) return;
+    if (!dueUs) return;
+    if (*dueUs <= NowUs()) {  // most of them are, and a timer is a call of the kernel
+      awake = true;
+      asio::post(io, [this] { RunTasks(); });
+      return;
+    }
+    if (wakeUpUs && *wakeUpUs <= *dueUs) return;
     wakeUpUs = dueUs;
     timer.expires_at(Clock::time_point(microseconds(*dueUs)));  // ends the wait for a later task
     timer.async_wait([this](const boost::system::error_code& error) {
@@ -73,18 +80,21 @@ struct EventLoop::Impl {
   }
 
   void RunTasks() {
+    awake = true;
     const int64_t nowUs = NowUs();
     for (int ran = 0; ran < kMostTasksInARow; ++ran) {
       const std::optional<int64_t> dueUs = tasks.NextDueUs();
       if (!dueUs || *dueUs > nowUs) break;
       tasks.TakeNext()();
     }
+    awake = false;
     WakeUpForTasks();
   }
 
   asio::io_context io{1};
   asio::steady_timer timer{io};
   std::optional<int64_t> wakeUpUs;  // when the timer is due; nothing while it does not wait
+  bool awake = false;               // RunTasks is posted, or runs
   host::TaskQueue tasks;
   std::map<int, std::shared_ptr<Watched>> watched;
 };

@@ -1,5 +1,5 @@
-// The one thread of the live side: tasks by time, as an Executor runs them, and sockets that are waited for.
-// It is the plugin's command thread.
+// The only thread of the live side: it runs tasks by time, as an Executor does, and waits for sockets. It is
+// the plugin's command thread.
 #ifndef LIVE_LOOP_EVENT_LOOP_H_
 #define LIVE_LOOP_EVENT_LOOP_H_
 
@@ -14,7 +14,7 @@ class io_context;
 
 namespace live {
 
-// Everything but Stop and PostFromAnywhere is used on the thread that calls Run, or before.
+// Everything except Stop and PostFromAnywhere must be called on the thread that calls Run, or before Run.
 class EventLoop final : public host::Executor {
  public:
   EventLoop();
@@ -27,9 +27,9 @@ class EventLoop final : public host::Executor {
   host::TaskId PostDelayed(int64_t delayUs, std::function<void()> task) override;
   void CancelTask(host::TaskId id) override;
 
-  // Calls `ready` each time the descriptor can be read or written, as far as is asked for, until Unwatch.
-  // Watching it again replaces that. Whoever closes the descriptor calls Unwatch before. Throws, and watches
-  // nothing, when the kernel has no room for it.
+  // Until Unwatch, calls `ready` each time the descriptor can be read or written, depending on what is asked
+  // for. Another call replaces the first one. Call Unwatch before closing the descriptor. Throws, and watches
+  // nothing, if the kernel has no room for it.
   using Ready = std::function<void(bool readable, bool writable)>;
   void Watch(int descriptor, bool forReading, bool forWriting, Ready ready);
   void Unwatch(int descriptor);
@@ -39,7 +39,7 @@ class EventLoop final : public host::Executor {
   void Stop();                                        // any thread
   void PostFromAnywhere(std::function<void()> task);  // any thread
 
-  // For what brings sockets of its own.
+  // For code that has its own sockets.
   boost::asio::io_context& Io();
 
  private:

@@ -1,5 +1,5 @@
-// Loads the pages of a served site in all ways, interleaved, and writes a line of JSON for each load. Runs on the
-// client's side of kiv_link, or anywhere the site can be reached.
+// Loads the pages of a served site, or those of a list, in all ways, interleaved, and writes a line of JSON for each
+// load. Runs on the client's side of kiv_link, or anywhere the pages can be reached.
 import {cpSync, existsSync, mkdirSync, openSync, readFileSync, rmSync, statSync, writeFileSync, writeSync} from 'node:fs';
 import {join} from 'node:path';
 import {setTimeout as pause} from 'node:timers/promises';
@@ -9,7 +9,8 @@ import {Browser, proxyFlags} from './browser.mjs';
 import {harOf} from './har.mjs';
 import {loadPage} from './page_load.mjs';
 import {Proxy} from './proxy.mjs';
-import {CACHES, WAYS} from './ways.mjs';
+import {BadUrlList, checkReachable, readUrlList, unusualPorts} from './url_list.mjs';
+import {CACHES, WAYS, isHinted} from './ways.mjs';
 
 const HELP = `Loads the pages of a served site in all ways, interleaved, and writes a line of JSON for each load.
 
@@ -17,6 +18,7 @@ Usage: node live/measure/measure.mjs --folder FOLDER --site NAME --proxy PROGRAM
 
   --folder FOLDER     where the server has written served.json, pid and log.jsonl; profiles and state are put there
   --site NAME         what the site is called in the results
+  --urls FILE         pages of any servers instead, one URL per line; requests and bytes are not counted then
   --proxy PROGRAM     kiv_proxy
   --browser PROGRAM   [chromium]
   --loads N           of each page in each way [7]
@@ -35,15 +37,25 @@ class Measurement {
   constructor(options) {
     this.options = options;
     this.folder = options.folder;
-    this.served = JSON.parse(readFileSync(join(options.folder, 'served.json'), 'utf8'));
-    this.serverId = Number(readFileSync(join(options.folder, 'pid'), 'utf8'));
-    this.log = join(options.folder, 'log.jsonl');
-    this.hosts = join(options.folder, 'hosts');
+    mkdirSync(options.folder, {recursive: true});
+    if (options.urls === undefined) {
+      this.#readServed();
+    } else {
+      const pages = readUrlList(options.urls);
+      this.served = {pages, httpsPorts: unusualPorts(pages)};
+    }
+    this.proxies = new Map(); // those that live through all rounds, by way
+  }
+
+  #readServed() {
+    this.served = JSON.parse(readFileSync(this.path('served.json'), 'utf8'));
+    this.serverId = Number(readFileSync(this.path('pid'), 'utf8'));
+    this.log = this.path('log.jsonl');
+    this.hosts = this.path('hosts');
     writeFileSync(this.hosts, this.served.resolverRules.split(',').map((rule) => {
       const [, name, address] = rule.split(' ');
       return `${address} ${name}\n`;
     }).join(''));
-    this.proxies = new Map(); // those that live through all rounds, by way
   }
 
   path(...names) {
@@ -57,15 +69,17 @@ class Measurement {
       rmSync(file + suffix, {force: true});
       if (state !== undefined && existsSync(state + suffix)) cpSync(state + suffix, file + suffix);
     }
-    const secure = this.served.ca === undefined ? [] : ['--intercept', '--ca-dir', this.path('ca'), '--upstream-ca', this.served.ca];
-    return Proxy.start(this.options.proxy, ['--state', file, '--hosts', this.hosts, '--mark', ...this.tunnelPorts(), ...secure, ...WAYS[way].proxy]);
+    const servers = this.hosts === undefined ? [] : ['--hosts', this.hosts];
+    if (this.served.ca !== undefined) servers.push('--upstream-ca', this.served.ca);
+    const secure = this.served.ca === undefined && this.hosts !== undefined ? [] : ['--intercept', '--ca-dir', this.path('ca')];
+    return Proxy.start(this.options.proxy, ['--state', file, '--mark', ...servers, ...this.tunnelPorts(), ...secure, ...WAYS[way].proxy]);
   }
 
   browser(profile, proxy) {
     const keys = [this.served.spki, this.proxyKey()].filter((key) => key !== undefined);
     const flags = keys.length > 0 ? [`--ignore-certificate-errors-spki-list=${keys.join(',')}`] : [];
-    flags.push(...(proxy === undefined ? [`--host-resolver-rules=${this.served.resolverRules}`]
-      : proxyFlags(proxy.address)));
+    if (proxy !== undefined) flags.push(...proxyFlags(proxy.address));
+    else if (this.served.resolverRules !== undefined) flags.push(`--host-resolver-rules=${this.served.resolverRules}`);
     return new Browser(this.options.browser, profile, flags);
   }
 
@@ -83,7 +97,7 @@ class Measurement {
   // the load.
   async load(way, page, profile, proxy, {filmstrip = false, keep} = {}) {
     writeFileSync(this.path('hints'), WAYS[way].hints);
-    process.kill(this.serverId, 'SIGUSR2'); // nobody finds a connection of an earlier load
+    if (this.serverId !== undefined) process.kill(this.serverId, 'SIGUSR2'); // nobody finds a connection of an earlier load
     const own = this.path('profile');
     rmSync(own, {recursive: true, force: true});
     if (profile !== undefined) cpSync(profile, own, {recursive: true});
@@ -91,7 +105,7 @@ class Measurement {
     try {
       await browser.send('Browser.getVersion');
       await pause(400); // it has things of its own to do first
-      const logged = statSync(this.log).size;
+      const logged = this.log === undefined ? 0 : statSync(this.log).size;
       const load = await loadPage(browser, page, {filmstrip});
       await pause(150); // the server's log is complete
       return {...load, ...this.serverFigures(logged)};
@@ -106,6 +120,7 @@ class Measurement {
   }
 
   serverFigures(from) {
+    if (this.log === undefined) return {server_requests: null, server_bytes: null};
     const lines = readFileSync(this.log).subarray(from).toString().split('\n').filter(Boolean).map((line) => JSON.parse(line));
     const sum = (name) => lines.reduce((all, line) => all + (line[name] ?? 0), 0);
     return {server_requests: lines.length, server_bytes: sum('bodyBytes') + sum('headerBytes')};
@@ -186,23 +201,29 @@ async function measure(options) {
     if (unknown !== undefined) throw new UsageError(`--${name} must name some of ${Object.keys(known).join(', ')}, got '${unknown}'`);
     return names;
   };
-  const ways = list('ways', WAYS);
+  const foreign = options.urls !== undefined;
+  const ways = list('ways', foreign ? Object.fromEntries(Object.entries(WAYS).filter(([way]) => !isHinted(way))) : WAYS);
   const caches = list('caches', CACHES);
   if (options.har !== undefined) return record(options);
   if (!/^[1-9]\d{0,3}$/.test(options.loads)) throw new UsageError(`--loads must be a whole number from 1 to 9999, got '${options.loads}'`);
   const measurement = new Measurement(options);
   const pages = measurement.served.pages.slice(0, options.pages === undefined ? undefined : Number(options.pages));
+  if (foreign) await checkReachable(pages);
   const out = options.out === undefined ? 1 : openSync(options.out, 'a');
   const write = (record) => writeSync(out, `${JSON.stringify({site: options.site, ...record})}\n`);
-  mkdirSync(options.folder, {recursive: true});
   try {
     await measurement.prepare(pages, ways, caches);
     for (const cache of caches) {
       for (let round = 0; round < Number(options.loads); ++round) {
         for (const page of pages) {
           for (const way of round % 2 === 0 ? ways : [...ways].reverse()) {
-            const {requests, frames, ...figures} = await measurement.measured(way, page, cache);
-            write({page, cache, way, round, ...figures});
+            try {
+              const {requests, frames, ...figures} = await measurement.measured(way, page, cache);
+              write({page, cache, way, round, ...figures});
+            } catch (error) {
+              if (!foreign) throw error;
+              console.error(`measure: ${way}, round ${round + 1}: ${error.message}`);
+            }
           }
         }
         console.error(`measure: ${options.site}, ${cache}: round ${round + 1} of ${options.loads}`);
@@ -228,7 +249,7 @@ function parseOptions(args) {
   try {
     ({values} = parseArgs({args, options: {
       folder: text(), site: text(), proxy: text(), browser: text('chromium'), loads: text('7'), ways: text(), caches: text('stale,cold'),
-      pages: text(), filmstrip: {type: 'boolean'}, har: text(), out: text(), help: {type: 'boolean'},
+      pages: text(), urls: text(), filmstrip: {type: 'boolean'}, har: text(), out: text(), help: {type: 'boolean'},
     }}));
   } catch (error) {
     throw new UsageError(`${error.message} (see --help)`);
@@ -246,6 +267,6 @@ if (import.meta.url === pathToFileURL(process.argv[1]).href) {
     else await measure(options);
   } catch (error) {
     console.error(`measure: ${error.message}`);
-    process.exitCode = error instanceof UsageError ? 2 : 1;
+    process.exitCode = error instanceof UsageError || error instanceof BadUrlList ? 2 : 1;
   }
 }

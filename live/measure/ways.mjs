@@ -9,6 +9,9 @@ export const WAYS = {
   'plugin': {title: 'proxy with everything', hints: 'none', proxy: ['--preload', 'on', '--preconnect', 'on']},
 };
 
+// Whether the server has a part in it.
+export const isHinted = (way) => WAYS[way].hints !== 'none';
+
 // What the machine knows of a page before it is loaded.
 export const CACHES = {
   stale: 'visited before; everything that the caches hold is stale',

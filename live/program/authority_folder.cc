@@ -32,7 +32,7 @@ std::string HowToTrust(const Authority& authority, const std::string& folder) {
          "Nothing was installed in the system. Whoever can read " +
          folder +
          "/authority.pem can\n"
-         "pretend to be any site to that profile; remove the folder when you are through.\n";
+         "impersonate any site to that profile; remove the folder when you have finished.\n";
 }
 
 }  // namespace live

@@ -9,12 +9,12 @@
 
 namespace live {
 
-// The authority in the folder, which is made when there is none; `onlyHosts` are for a new one. Beside it is
-// then the file "spki", with what Chromium's --ignore-certificate-errors-spki-list wants. Throws
+// Reads the authority in the folder, or makes one if there is none; `onlyHosts` is for a new one. Also writes
+// the file "spki" with the value for Chromium's --ignore-certificate-errors-spki-list. Throws
 // std::runtime_error with one line.
 Authority OpenAuthority(const std::string& folder, const std::vector<std::string>& onlyHosts = {});
 
-// How to tell a browser to trust it, in a profile of its own; several lines.
+// Several lines that say how to make a browser profile trust it.
 std::string HowToTrust(const Authority& authority, const std::string& folder);
 
 }  // namespace live

@@ -1,4 +1,4 @@
-// A file that says where names lead, in the form of /etc/hosts. Any thread.
+// Reads a file with the addresses of host names, in the format of /etc/hosts. Any thread.
 #ifndef LIVE_PROGRAM_HOSTS_FILE_H_
 #define LIVE_PROGRAM_HOSTS_FILE_H_
 
@@ -7,9 +7,9 @@
 
 namespace live {
 
-// Lines of an address and the names that lead there, to `port`, or to the port asked for when that is empty;
-// "#" begins a comment. As UpstreamSettings::connectTo wants them. Throws std::runtime_error with one line
-// that names the file and the line in it.
+// Each line contains an address and names; "#" starts a comment. Returns rules for
+// UpstreamSettings::connectTo with `port`, or with the port of the URL if `port` is empty. Throws
+// std::runtime_error with one line that names the file and the line in it.
 std::vector<std::string> ReadHostsFile(const std::string& path, const std::string& port = "");
 
 }  // namespace live

@@ -1,4 +1,4 @@
-// What stands in for a plugin that cannot be loaded: pages load, and nothing is preloaded. Any thread.
+// Replaces a plugin that cannot be loaded: pages load, but nothing is preloaded. Any thread.
 #ifndef LIVE_PROGRAM_NO_PLUGIN_H_
 #define LIVE_PROGRAM_NO_PLUGIN_H_
 
@@ -6,7 +6,7 @@
 
 namespace live {
 
-// Functions that handle nothing and hold nothing.
+// Functions that refuse everything.
 host::PluginFunctions NoPlugin();
 
 }  // namespace live

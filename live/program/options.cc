@@ -18,6 +18,7 @@
 #include "net/http/header_text.h"
 #include "plugin/properties.h"
 #include "plugin/version.h"
+#include "programs/command_line.h"
 #include "url/gurl.h"
 
 namespace live {
@@ -107,7 +108,7 @@ std::string ReadPassword(const std::string& path) {
   if (password.ends_with('\r')) password.pop_back();
   if (password.empty()) Refuse("--password-file: " + path + ": its first line is empty");
   if ((found.st_mode & 077) != 0) {
-    Refuse("--password-file: " + path + ": others can read it; chmod 600 it first");
+    Refuse("--password-file: " + path + ": other users can read it; run chmod 600 on it first");
   }
   return password;
 }
@@ -120,7 +121,7 @@ void ReadAccess(const Texts& texts, ProxyOptions& options) {
              " can be reached from other machines; add --listen-anywhere and --password-file, or listen on "
              "127.0.0.1");
     }
-    if (!texts.passwordFile.empty()) Refuse("--password-file is for --listen-anywhere only");
+    if (!texts.passwordFile.empty()) Refuse("--password-file can be used only with --listen-anywhere");
     return;
   }
   if (texts.passwordFile.empty()) Refuse("--listen-anywhere needs a --password-file");
@@ -128,15 +129,14 @@ void ReadAccess(const Texts& texts, ProxyOptions& options) {
 }
 
 std::string DefaultStatePath() {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): there is one thread
   const char* const state = std::getenv("XDG_STATE_HOME");
   if (state != nullptr && *state == '/') return std::string(state) + "/kiv_proxy/pages.db";
-  const char* home = std::getenv("HOME");  // NOLINT(concurrency-mt-unsafe)
+  const char* home = std::getenv("HOME");
   if (home == nullptr || *home == '\0') {
-    const passwd* const user = getpwuid(getuid());  // NOLINT(concurrency-mt-unsafe)
+    const passwd* const user = getpwuid(getuid());
     home = user != nullptr ? user->pw_dir : nullptr;
   }
-  if (home == nullptr) Refuse("--state: there is no home folder; say where the page database should be");
+  if (home == nullptr) Refuse("--state must be given, because there is no home folder");
   return std::string(home) + "/.local/state/kiv_proxy/pages.db";
 }
 
@@ -177,7 +177,7 @@ void CheckReadable(const char* option, const std::string& path) {
 void ReadHosts(const Texts& texts, ProxyOptions& options) {
   uint16_t port = 0;
   if (!texts.connectPort.empty()) {
-    if (texts.hostsFile.empty()) Refuse("--connect-port is for the names of --hosts only");
+    if (texts.hostsFile.empty()) Refuse("--connect-port can be used only with --hosts");
     if (!IsNumber(texts.connectPort, 1, port)) {
       Refuse("--connect-port must be a whole number from 1 to 65535, got '" + texts.connectPort + "'");
     }
@@ -202,7 +202,8 @@ void ReadCa(const ProxyOptions& options) {
     Refuse(std::string(options.intercept ? "--intercept" : "ca") +
            " needs a --ca-dir, the folder of the certificate authority");
   }
-  if (!isNeeded && !options.caFolder.empty()) Refuse("--ca-dir is for --intercept and the command ca only");
+  if (!isNeeded && !options.caFolder.empty())
+    Refuse("--ca-dir can be used only with --intercept and the command ca");
   for (const std::string& host : options.onlyHosts) {
     if (host.empty() || host.find_first_of("/@? ") != std::string::npos) {
       Refuse("--only must be followed by host names, got '" + host + "'");
@@ -219,9 +220,9 @@ void ReadTexts(const Texts& texts, ProxyOptions& options) {
   ReadHosts(texts, options);
   ReadCa(options);
   CheckReadable("--upstream-ca", options.upstreamCa);
-  if (options.harPath == "-") Refuse("--har must be a file, because its end is written again and again");
+  if (options.harPath == "-") Refuse("--har must be a file, because its end is overwritten with each write");
   if (!options.harPath.empty() && options.harPath == options.jsonPath) {
-    Refuse("--har: --json goes to '" + options.jsonPath + "' already");
+    Refuse("--har: '" + options.jsonPath + "' is already the file of --json");
   }
   if (options.statePath.empty()) options.statePath = DefaultStatePath();
   if (!texts.site.empty()) options.forgetHost = ReadSite(texts.site);
@@ -240,30 +241,32 @@ std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& ar
                        const char* unit) {
     return where.add_option(name, value, what)->type_name(unit)->group("Options");
   };
-  text(app, "--listen", texts.listen, "where browsers connect to; port 0 is any free one", "ADDRESS:PORT")
+  text(app, "--listen", texts.listen, "the address to listen on; port 0 means any free port", "ADDRESS:PORT")
       ->capture_default_str();
   app.add_flag("--listen-anywhere", options.listenAnywhere,
                "accept an address that other machines can reach; needs --password-file")
       ->group("Options");
-  text(app, "--password-file", texts.passwordFile, "its first line is what browsers have to send", "FILE");
+  text(app, "--password-file", texts.passwordFile,
+       "a file whose first line is the password that browsers must send", "FILE");
   app.add_flag("--intercept", options.intercept,
-               "preload over https too, with certificates of an authority that the browser has to trust")
+               "preload over https too, with certificates of an authority that the browser must trust")
       ->group("Options");
-  const char* const caFolder = "the authority's folder; one is made in it when it is missing";
+  const char* const caFolder = "the folder of the certificate authority, which is made if it is missing";
   text(app, "--ca-dir", options.caFolder, caFolder, "FOLDER");
   text(app, "--state", options.statePath,
        "the page database [kiv_proxy/pages.db in $XDG_STATE_HOME or ~/.local/state]", "FILE");
-  text(app, "--preload", texts.preload, "off: answers come from the cache and the servers only", "on|off")
+  text(app, "--preload", texts.preload, "off: answers come only from the cache and the servers", "on|off")
       ->capture_default_str();
-  text(app, "--preconnect", texts.preconnect, "open connections that pages are going to need", "on|off")
+  text(app, "--preconnect", texts.preconnect, "open connections before the page asks for them", "on|off")
       ->capture_default_str();
   app.add_option("--prop", texts.properties, "set a system property; may be repeated")
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false)
       ->group("Options");
-  text(app, "--plugin", options.pluginPath, "the plugin [libkiv_proc_plugin.so of the build]", "PATH");
-  text(app, "--hosts", texts.hostsFile, "where names lead, in the form of /etc/hosts", "FILE");
-  text(app, "--connect-port", texts.connectPort, "the port that all names of --hosts lead to", "PORT");
+  text(app, "--plugin", options.pluginPath, "the plugin to load [libkiv_proc_plugin.so of the build]",
+       "PATH");
+  text(app, "--hosts", texts.hostsFile, "the addresses of host names, in the format of /etc/hosts", "FILE");
+  text(app, "--connect-port", texts.connectPort, "the port to use for all names of --hosts", "PORT");
   app.add_option("--tunnel-port", texts.tunnelPorts, "a port that https may use besides 443; may be repeated")
       ->type_name("PORT")
       ->allow_extra_args(false)
@@ -272,38 +275,27 @@ std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& ar
        "FILE");
   text(app, "--json", options.jsonPath, "append a JSON object for each page load; - is standard output",
        "FILE");
-  text(app, "--har", options.harPath, "record what goes through, for kiv_replay; a new file", "FILE");
-  app.add_flag("--mark", options.mark, "say in a Server-Timing header where each response came from")
+  text(app, "--har", options.harPath, "record all loads in a new HAR file, for kiv_replay", "FILE");
+  app.add_flag("--allow-private", options.allowPrivate,
+               "let pages of public servers reach private addresses");
+  app.add_flag("--mark", options.mark, "add a Server-Timing header that says where each response came from")
       ->group("Options");
   text(app, "--log", texts.logLevel,
-       "print the plugin's log: 0 warnings and errors, 3 with infos, 4 with debug lines", "LEVEL");
+       "print the plugin's log: 0 for warnings and errors, 3 to add infos, 4 to add debug lines", "LEVEL");
 
   CLI::App& forget = *app.add_subcommand("forget", "Forget the pages of a site, or all of them");
-  forget.add_option("SITE", texts.site, "a host name, with the names below it, or a URL")->type_name("");
+  forget.add_option("SITE", texts.site, "a host name, which includes the names below it, or a URL")
+      ->type_name("");
   text(forget, "--state", options.statePath, "the page database", "FILE");
   CLI::App& ca =
-      *app.add_subcommand("ca", "Make a certificate authority, and say how a browser is to trust it");
+      *app.add_subcommand("ca", "Make a certificate authority, and print how to make a browser trust it");
   text(ca, "--ca-dir", options.caFolder, caFolder, "FOLDER");
-  ca.add_option("--only", options.onlyHosts,
-                "the only host names, with those below them, that it may certify")
+  ca.add_option("--only", options.onlyHosts, "the only host names (and names below them) that it may certify")
       ->type_name("HOST ...")
       ->group("Options");
   app.require_subcommand(0, 1);
 
-  std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser wants them
-  try {
-    app.parse(std::move(reversed));
-  } catch (const CLI::CallForHelp&) {
-    out << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion& version) {
-    out << version.what() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    std::string what = error.what();
-    std::replace(what.begin(), what.end(), '\n', ' ');
-    Refuse(what + " (see --help)");
-  }
+  if (!programs::ParseArguments(app, arguments, out)) return std::nullopt;
   if (forget.parsed()) options.task = Task::Forget;
   if (ca.parsed()) options.task = Task::MakeCa;
   ReadTexts(texts, options);

@@ -42,15 +42,16 @@ struct ProxyOptions {
   std::string statePath;
   std::string jsonPath;  // empty for none, "-" for standard output
   std::string harPath;   // empty for none
+  bool allowPrivate = false;
   bool mark = false;
   std::optional<int> logLevel;  // of the plugin; nothing: no log
 
   std::string forgetHost;  // of Task::Forget: a host name; empty for everything
 };
 
-// Reads the arguments after the program's name, and the files that they name. Nothing after --help or
-// --version, whose text went to `out`. Throws std::runtime_error with one line that names the option and what
-// it should be.
+// Reads the arguments after the program's name, and the files that they name. Returns nothing after --help or
+// --version, whose text goes to `out`. Throws std::runtime_error with one line that names the option and what
+// it must be.
 std::optional<ProxyOptions> ParseProxyOptions(const std::vector<std::string>& arguments, std::ostream& out);
 
 }  // namespace live

@@ -1,7 +1,9 @@
 #include "live/program/run_proxy.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <boost/asio/signal_set.hpp>
 #include <chrono>
 #include <cstdio>
@@ -27,6 +29,8 @@ namespace live {
 namespace {
 
 constexpr int64_t kLookForForgottenUs = 1'000'000;
+constexpr rlim_t kMostFiles = 16'384;
+constexpr size_t kOtherFiles = 512;  // connections to servers and what the libraries open
 
 void Tell(const std::string& message) {
   std::fprintf(stderr, "kiv_proxy: %s\n", message.c_str());
@@ -70,6 +74,18 @@ class Plugin {
   const host::PluginFunctions none_ = NoPlugin();
 };
 
+// Each connection is a file, and by default a program may have few. Returns how many there may be.
+size_t RaiseFileLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
+  const rlim_t wanted = std::min(limit.rlim_max, kMostFiles);
+  if (limit.rlim_cur < wanted) {
+    const rlimit raised{.rlim_cur = wanted, .rlim_max = limit.rlim_max};
+    if (setrlimit(RLIMIT_NOFILE, &raised) == 0) limit.rlim_cur = wanted;
+  }
+  return static_cast<size_t>(std::min(limit.rlim_cur, kMostFiles));
+}
+
 EngineSettings SettingsOf(const ProxyOptions& options) {
   EngineSettings settings;
   settings.host.preconnect = options.preconnect;
@@ -77,6 +93,7 @@ EngineSettings SettingsOf(const ProxyOptions& options) {
   settings.upstream.caFile = options.upstreamCa;
   settings.upstream.connectTo = options.connectTo;
   settings.preload = options.preload;
+  settings.allowPrivate = options.allowPrivate;
   settings.mark = options.mark;
   return settings;
 }
@@ -91,6 +108,9 @@ FrontSettings FrontSettingsOf(const ProxyOptions& options) {
   settings.tunnelPorts.insert(settings.tunnelPorts.end(), options.tunnelPorts.begin(),
                               options.tunnelPorts.end());
   settings.upstreamCaFile = options.upstreamCa;
+  // A tunnel takes two.
+  const size_t files = std::max<size_t>(RaiseFileLimit(), 2 * kOtherFiles);
+  settings.maxConnections = std::min(settings.maxConnections, (files - kOtherFiles) / 2);
   if (options.intercept) settings.authority = std::make_shared<Authority>(OpenAuthority(options.caFolder));
   return settings;
 }

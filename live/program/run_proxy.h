@@ -1,4 +1,4 @@
-// kiv_proxy at work: everything of the live side put together, from the first request to the last page.
+// Runs kiv_proxy: puts all parts of the live side together.
 #ifndef LIVE_PROGRAM_RUN_PROXY_H_
 #define LIVE_PROGRAM_RUN_PROXY_H_
 
@@ -7,8 +7,8 @@
 namespace live {
 
 // Prints the address on standard output, then a line for each page load, and messages on standard error.
-// Returns after SIGINT or SIGTERM, when what open pages have taught is stored. Throws std::runtime_error with
-// one line when it cannot begin. Once per process.
+// Returns after SIGINT or SIGTERM, after it has stored what open pages have taught. Throws std::runtime_error
+// with one line if it cannot start. Call it at most once per process.
 void RunProxy(const ProxyOptions& options);
 
 }  // namespace live

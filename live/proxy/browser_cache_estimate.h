@@ -1,5 +1,5 @@
-// What the browser's own cache can answer, estimated from what it was sent. A browser keeps the caches of
-// sites apart, so everything is told by the site of the page. One thread.
+// Estimates from what the browser was sent which requests its own cache can answer. A browser has separate
+// caches for sites, so the key of everything includes the site of the page. One thread.
 #ifndef LIVE_PROXY_BROWSER_CACHE_ESTIMATE_H_
 #define LIVE_PROXY_BROWSER_CACHE_ESTIMATE_H_
 
@@ -19,12 +19,12 @@ class BrowserCacheEstimate {
 
   // Times are milliseconds since 1970.
 
-  // The browser asks for something. A request that a full cache would not make shows that the cache was
-  // cleared: for what should be fresh, or for a page whose validators it should have. Everything about the
-  // site is then forgotten; true when that is so.
+  // The browser sends a request. If the request shows that the cache was cleared (it is for something that
+  // should be fresh, or for a page without the validators that the cache should have), forgets everything
+  // about the site and returns true.
   bool Asked(const std::string& site, const std::string& url, std::string_view requestHeaders, bool isPage,
              double nowMs);
-  // It has got the answer, whole.
+  // The browser has received the complete answer.
   void Delivered(const std::string& site, const std::string& method, const std::string& url,
                  const std::string& responseBlock, double nowMs);
 
@@ -42,7 +42,7 @@ class BrowserCacheEstimate {
   const Entry* Find(const std::string& site, const std::string& url) const;
 
   host::RecencyMap<Key, Entry> entries_;
-  // What was stored before a site's cache was cleared counts no more.
+  // What was stored before a site's cache was cleared is ignored.
   host::RecencyMap<std::string, uint64_t> generations_{1000};
   uint64_t lastGeneration_ = 0;
 };

@@ -1,7 +1,7 @@
-// Which cookies the browser would send now, as far as its own requests and the servers' answers tell. Values
-// are kept in memory only. A preload is sent with them, and a request gets its response only when its cookies
-// are the same, so a wrong guess costs a request and never gives anybody something that is not theirs. One
-// thread.
+// Which cookies the browser would send now, as far as this is known from its own requests and the servers'
+// answers. Values are kept only in memory. A preload is sent with these cookies, and a request gets its
+// response only if its cookies are the same. A wrong guess therefore costs a request, but never gives anybody
+// a response that is not theirs. One thread.
 #ifndef LIVE_PROXY_COOKIE_VIEW_H_
 #define LIVE_PROXY_COOKIE_VIEW_H_
 
@@ -20,7 +20,7 @@ namespace live {
 
 class CookieView {
  public:
-  // `maxHosts`: pairs of site and host name that are remembered; `maxUrls`: URLs.
+  // `maxHosts` is the number of pairs of site and host name to remember, `maxUrls` that of URLs.
   CookieView(size_t maxHosts, size_t maxUrls) : hosts_(maxHosts), urls_(maxUrls) {}
 
   // The browser has sent these request headers to the URL, for a page of the site.
@@ -29,9 +29,8 @@ class CookieView {
   void Answered(const std::string& site, const std::string& url, const std::string& responseBlock,
                 double nowMs);
 
-  // The value of the Cookie header; empty for none. Nothing when it cannot be told: neither the URL nor,
-  // since the program began, its host has been asked for, and `carriedCookies` (as an earlier run remembers
-  // it) is true.
+  // The value of the Cookie header; empty for none. Nothing if it is unknown: neither the URL nor its host
+  // was requested since the program started, and `carriedCookies` (from an earlier run) is true.
   std::optional<std::string> For(const std::string& site, const std::string& url, bool carriedCookies) const;
 
  private:

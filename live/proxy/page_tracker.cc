@@ -166,6 +166,11 @@ std::vector<TabId> PageTracker::TakeSettled(int64_t nowUs) {
   return settled;
 }
 
+std::string PageTracker::NavigationOf(TabId id) const {
+  const auto found = pages_.find(id);
+  return found != pages_.end() ? found->second.navigation : std::string();
+}
+
 std::string PageTracker::UrlOf(TabId id) const {
   const auto found = pages_.find(id);
   return found != pages_.end() ? found->second.url : std::string();

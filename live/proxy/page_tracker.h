@@ -1,6 +1,6 @@
-// Which page a request belongs to, told from what the browser says in its headers: Sec-Fetch-Dest and -Mode,
-// Referer and Origin; over plain http, where the first two are missing, Referer and Accept have to do. What
-// cannot be placed belongs to no page and teaches nothing. One thread.
+// Determines which page a request belongs to from its headers: Sec-Fetch-Dest and -Mode, Referer and Origin.
+// Over plain http, where the first two are missing, it uses Referer and Accept. A request that cannot be
+// placed belongs to no page and teaches nothing. One thread.
 #ifndef LIVE_PROXY_PAGE_TRACKER_H_
 #define LIVE_PROXY_PAGE_TRACKER_H_
 
@@ -31,12 +31,12 @@ struct Placement {
 };
 
 struct TrackerSettings {
-  // A page has settled when nothing was asked for it for this long and nothing is under way, and in any case
-  // after the second time: a page that polls is never quiet.
+  // A page has settled if nothing was requested for it for `quietUs` and nothing is running, or in any case
+  // after the second time, because a page that polls is never quiet.
   int64_t quietUs = 3'000'000;
   int64_t longestUs = 60'000'000;
-  // For this long a request that could be of several pages, or a frame's that could be a page's, is taken for
-  // one of the page that has begun last.
+  // For this long after a page has begun, a request that could belong to several pages, and a frame that
+  // could be a page, is assumed to belong to that page.
   int64_t loadingUs = 10'000'000;
   size_t maxPages = 64;      // that are open at a time; the oldest one settles
   size_t maxReferers = 300;  // URLs of one page that others may refer to
@@ -48,18 +48,20 @@ class PageTracker {
   using Knows = std::function<bool(const std::string& pageUrl, const std::string& url)>;
   PageTracker(const TrackerSettings& settings, Knows knows);
 
-  // A page that begins is new each time, and ends an older one of the same URL.
+  // Each page that begins is a new one, and ends an older one with the same URL.
   Placement Place(const std::string& method, const std::string& url, std::string_view headers, int64_t nowUs);
-  // What was answered to a request of the page: `target` is where a redirect leads, else empty.
+  // A request of the page was answered. `target` is the target of a redirect, else empty.
   void Answered(host::TabId page, const std::string& url, const std::string& target, int64_t nowUs);
-  // A load of the page is under way, or has ended.
+  // A load of the page begins, or has ended.
   void LoadBegins(host::TabId page);
   void LoadEnds(host::TabId page, int64_t nowUs);
 
-  // The pages that have settled; they are forgotten.
+  // Returns the pages that have settled, and forgets them.
   std::vector<host::TabId> TakeSettled(int64_t nowUs);
   // The URL of an open page; empty for others.
   std::string UrlOf(host::TabId page) const;
+  // The URL that its redirects have led to until now.
+  std::string NavigationOf(host::TabId page) const;
 
  private:
   struct Page {

@@ -97,6 +97,7 @@ std::string Marked(const std::string& block, const host::LoadInfo& info) {
 // that a page of a public server reaches for a private address, which that server could not reach itself.
 class ProxyEngine::PageContext final : public ConnectPolicy {
  public:
+  // `site`: where the page's redirects will lead, as far as is known.
   PageContext(const ProxyEngine& engine, std::string pageUrl, std::string site)
       : engine_(engine), pageUrl_(std::move(pageUrl)), site_(std::move(site)), origin_(OriginOf(pageUrl_)) {}
 
@@ -108,12 +109,16 @@ class ProxyEngine::PageContext final : public ConnectPolicy {
     return !IsPrivateAddress(address) || engine_.MayReachPrivate(origin_);
   }
   // Its navigation has been redirected.
-  void Navigates(const std::string& url) { origin_ = OriginOf(url); }
+  void Navigates(const std::string& url) {
+    origin_ = OriginOf(url);
+    site_ = SiteOf(url);
+  }
+  const std::string& Site() const { return site_; }
 
  private:
   const ProxyEngine& engine_;
   const std::string pageUrl_;
-  const std::string site_;
+  std::string site_;
   std::string origin_;
 };
 
@@ -152,7 +157,7 @@ class ProxyEngine::OutsideContext final : public ConnectPolicy {
 
 struct ProxyEngine::OpenPage {
   std::string url;
-  std::string site;
+  std::string landed;  // the URL that its redirects have led to
   std::shared_ptr<PageContext> context;
   PageRecord record;
 };
@@ -286,7 +291,8 @@ host::LoadId ProxyEngine::Start(const BrowserRequest& request, host::LoadClient&
   const Placement placement = tracker_.Place(request.method, request.url, request.headers, nowUs);
   const bool isPage = placement.role == Role::Page;
   if (isPage) SettlePages();  // an older load of the same page becomes known before
-  const std::string site = placement.page != 0 ? SiteOf(tracker_.UrlOf(placement.page)) : std::string();
+  const std::string site =
+      placement.page != 0 ? SiteOf(tracker_.NavigationOf(placement.page)) : std::string();
   if (placement.page != 0) {
     browserCache_.Asked(site, request.url, request.headers, isPage, NowMs());
     cookies_.Sent(site, request.url, request.headers);
@@ -338,31 +344,33 @@ AddressRule ProxyEngine::AddressesFor(const BrowserRequest& request) {
 // --- Pages
 
 void ProxyEngine::BeginPage(TabId id, const BrowserRequest& request) {
-  const std::string site = SiteOf(request.url);
+  const std::string* const landedAt = redirectedPages_.Peek(request.url);
   if (pages_.empty()) WaitForSettled();
   auto& page = pages_[id];
   page = std::make_unique<OpenPage>();
-  page->url = request.url;
-  page->site = site;
-  page->context = std::make_shared<PageContext>(*this, request.url, site);
+  page->url = page->landed = request.url;
+  page->context = std::make_shared<PageContext>(*this, request.url,
+                                                SiteOf(landedAt != nullptr ? *landedAt : request.url));
   page->record.url = request.url;
   page->record.begun = loop_.Now();
   const http::RequestCacheControl control = http::ReadRequestCacheControl(request.headers);
   // The resources of such a page are asked for in the same way, and then none of them may come from a
   // preload.
   const bool wantsNewCopies = control.noCache || control.noStore;
-  corvane_.PageRequested({.tab = id,
-                          .url = request.url,
-                          .method = request.method,
-                          .headers = request.headers,
-                          .context = page->context.get(),
-                          .isFresh = [this, site](const std::string& url) { return IsFresh(site, url); },
-                          .whyNot =
-                              [this, site, wantsNewCopies](const host::KnownResource& resource) {
-                                if (!settings_.preload) return host::NotServed::SwitchedOff;
-                                if (wantsNewCopies) return host::NotServed::AsksForNewCopy;
-                                return WhyNotPreload(site, resource);
-                              }});
+  corvane_.PageRequested(
+      {.tab = id,
+       .url = request.url,
+       .method = request.method,
+       .headers = request.headers,
+       .context = page->context.get(),
+       .isFresh = [this,
+                   context = page->context](const std::string& url) { return IsFresh(context->Site(), url); },
+       .whyNot =
+           [this, context = page->context, wantsNewCopies](const host::KnownResource& resource) {
+             if (!settings_.preload) return host::NotServed::SwitchedOff;
+             if (wantsNewCopies) return host::NotServed::AsksForNewCopy;
+             return WhyNotPreload(context->Site(), resource);
+           }});
 }
 
 bool ProxyEngine::IsFresh(const std::string& site, const std::string& url) const {
@@ -385,7 +393,10 @@ std::shared_ptr<ConnectPolicy> ProxyEngine::ContextFor(const BrowserRequest& req
                                                        const Placement& placement) {
   OpenPage* const page = FindPage(placement.page);
   if (placement.role == Role::Page || placement.role == Role::Continuation) {
-    if (page != nullptr) page->context->Navigates(request.url);
+    if (page != nullptr && placement.role == Role::Continuation) {
+      page->context->Navigates(request.url);
+      page->landed = request.url;
+    }
     return std::make_shared<NavigationContext>(*this, request);
   }
   if (page != nullptr) return page->context;
@@ -425,11 +436,18 @@ void ProxyEngine::LeavePage(TabId id) {
   if (found == pages_.end()) return;
   const std::unique_ptr<OpenPage> page = std::move(found->second);
   pages_.erase(found);
+  if (page->landed == page->url) {
+    redirectedPages_.Erase(page->url);
+  } else {
+    redirectedPages_.Use(page->url) = page->landed;
+    redirectedPages_.DropExcess();
+  }
+  const std::string site = SiteOf(page->landed);
   // What the browser's cache has answered was needed as well, and would fall into oblivion otherwise.
   if (const host::KnownPage* const known = corvane_.Database().Find(page->url)) {
     const std::vector<host::KnownResource> resources = known->resources;
     for (const host::KnownResource& resource : resources) {
-      if (!resource.get || !IsFresh(page->site, resource.url)) continue;
+      if (!resource.get || !IsFresh(site, resource.url)) continue;
       // The value is nobody's matter, but that there was one is remembered.
       const char* const cookies = resource.carriedCookies ? "Cookie: \r\n" : "";
       corvane_.ResourceSeen(id, {.url = resource.url,

@@ -1,6 +1,6 @@
-// The browser's network stack behind the proxy: tells which page a request belongs to, has the plugin preload
-// for it, and answers it from a preload, from the cache or from the server. Loop's thread, which is the
-// plugin's command thread.
+// The browser's network stack behind the proxy: determines which page a request belongs to, makes the plugin
+// preload for that page, and answers the request from a preload, from the cache or from the server. Loop's
+// thread, which is the plugin's command thread.
 #ifndef LIVE_PROXY_PROXY_ENGINE_H_
 #define LIVE_PROXY_PROXY_ENGINE_H_
 
@@ -31,12 +31,12 @@ struct EngineSettings {
   UpstreamSettings upstream;
   CacheLimits cache;
   TrackerSettings tracker;
-  bool preload = true;        // false: only the cache, and what the transport does
-  bool mark = false;          // tell in a Server-Timing header where each response came from
+  bool preload = true;        // if false, only the cache and the transport are used
+  bool mark = false;          // add a Server-Timing header that says where each response came from
   bool allowPrivate = false;  // pages of public servers may reach private addresses
 };
 
-// What became of one load, for logs and recordings. Times are the loop's.
+// How one load ended, for logs and recordings. Times are those of the loop.
 struct LoadRecord {
   host::TabId page = 0;  // 0: it belongs to none
   std::string pageUrl;
@@ -51,7 +51,7 @@ struct LoadRecord {
   host::TransferReport transfer;  // of its own; empty when it had none
 };
 
-// What became of one page load, when it has settled.
+// The figures of one page load, once it has settled.
 struct PageRecord {
   std::string url;
   base::Time begun, lastEnd;
@@ -69,7 +69,7 @@ class ProxyEngine final : public RequestHandler {
  public:
   ProxyEngine(EventLoop& loop, const host::PluginFunctions& plugin, const EngineSettings& settings,
               WallClock wallClock, EngineObserver observer);
-  // Ends everything; clients hear nothing more. What open pages have taught becomes known before.
+  // Makes known what open pages have taught, and ends everything without another call to a client.
   ~ProxyEngine() override;
 
   host::LoadId Start(const BrowserRequest& request, host::LoadClient& client) override;
@@ -77,8 +77,8 @@ class ProxyEngine final : public RequestHandler {
   void SetReading(host::LoadId id, bool reading) override;
   AddressRule AddressesFor(const BrowserRequest& request) override;
 
-  // What is known of pages, for who keeps it between runs. An observer must live as long as the engine, whose
-  // end makes open pages known.
+  // What is known of pages, for the store that keeps it between runs. An observer must outlive the engine,
+  // whose destructor makes open pages known.
   host::PageDatabase& Pages() { return corvane_.Database(); }
 
  private:
@@ -94,7 +94,7 @@ class ProxyEngine final : public RequestHandler {
   std::shared_ptr<ConnectPolicy> ContextFor(const BrowserRequest& request, const Placement& placement);
   std::shared_ptr<ConnectPolicy> OutsideContextFor(const BrowserRequest& request) const;
   bool MayReachPrivate(const std::string& origin) const;
-  // What is known of a page's resource; null for nothing.
+  // What is known of a page's resource; null if nothing is known.
   const host::KnownResource* FindKnown(const std::string& pageUrl, const std::string& url) const;
   void LeavePage(host::TabId id);
   void WaitForSettled();
@@ -115,6 +115,7 @@ class ProxyEngine final : public RequestHandler {
   CachingTransport transport_;
   // Whether the last navigation to an origin reached a private address; of those that went over the network.
   host::RecencyMap<std::string, bool> isPrivateOrigin_{1000};
+  host::RecencyMap<std::string, std::string> redirectedPages_{1000};  // where the last load has landed
   std::map<host::TabId, std::unique_ptr<OpenPage>> pages_;
   host::CorvaneRuntime corvane_;
   host::NetworkStack stack_;

@@ -1,5 +1,5 @@
-// The seam of the proxy: on one side what speaks HTTP with the browser, on the other side what decides where
-// the responses come from. Loop's thread.
+// The interface between the part of the proxy that speaks HTTP with the browser and the part that decides
+// where the responses come from. Loop's thread.
 #ifndef LIVE_PROXY_REQUEST_HANDLER_H_
 #define LIVE_PROXY_REQUEST_HANDLER_H_
 
@@ -21,23 +21,23 @@ struct BrowserRequest {
 
 using AddressRule = std::function<bool(const std::string& address)>;
 
-// Answers requests. The client hears the response, its body as it comes, and the end, never from inside these
-// calls; a result other than kOk before the response means that there is none, and after it that the response
-// is cut: it must not look complete to the browser. Responses have no headers of one connection; of their
-// length they declare what the server has declared, or nothing.
+// Answers requests. The client is called for the response, for each piece of its body, and at the end, but
+// never from inside these functions. A result other than kOk means that there is no response or, if there was
+// one already, that it is incomplete and must not look complete to the browser. Responses have no headers of
+// one connection, and declare the length that the server declared, or none.
 class RequestHandler {
  public:
   virtual ~RequestHandler() = default;
 
   // The client must live until OnDone or Cancel.
   virtual host::LoadId Start(const BrowserRequest& request, host::LoadClient& client) = 0;
-  // The browser has given the load up: the client hears nothing more.
+  // The browser has cancelled the load. The client is not called any more.
   virtual void Cancel(host::LoadId id) = 0;
   // While false, the client gets no body.
   virtual void SetReading(host::LoadId id, bool reading) = 0;
 
-  // For a request that does not come this way, because a tunnel carries it (an upgrade to WebSocket): to
-  // which addresses ("192.0.2.1", "2001:db8::1") the tunnel may lead. Empty: to any.
+  // For a request that is carried by a tunnel instead (an upgrade to WebSocket): a rule for the addresses
+  // ("192.0.2.1", "2001:db8::1") to which the tunnel may lead. Empty for any address.
   virtual AddressRule AddressesFor(const BrowserRequest& /*request*/) { return {}; }
 };
 

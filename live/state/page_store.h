@@ -1,6 +1,6 @@
-// The page database on disk: what pages have taught survives the program, its kill and its crash. Bodies,
-// cookies and what looks like a secret (live/state/privacy_rules.h) are never written. Each visit is one
-// transaction. Whatever is wrong with the disk, the database in memory goes on. Executor's thread.
+// The page database on disk, which survives the end, kill or crash of the program. Bodies, cookies and
+// everything that looks like a secret (live/state/privacy_rules.h) are never written. Each visit is one
+// transaction. If the disk fails, the database in memory still works. Executor's thread.
 #ifndef LIVE_STATE_PAGE_STORE_H_
 #define LIVE_STATE_PAGE_STORE_H_
 
@@ -19,24 +19,24 @@ class PageStore {
   // One line for the user, without the path's program.
   using Tell = std::function<void(const std::string& message)>;
 
-  // Opens nothing yet. The file is made when it is missing, with mode 0600, and so are its folders, with mode
-  // 0700. A file that cannot be read is renamed, with ".unreadable-1" or the like behind its name, and a new
-  // one begun; a database of another program is left alone. At most `maxPages` pages are kept.
+  // Does not open the file yet. If the file is missing, it is created with mode 0600, and its folders with
+  // mode 0700. A file that cannot be read is renamed by appending ".unreadable-1" or similar, and a new one
+  // is started; a database of another program is not touched. At most `maxPages` pages are kept.
   PageStore(std::string path, size_t maxPages, Tell tell);
   ~PageStore();
   PageStore(const PageStore&) = delete;
   PageStore& operator=(const PageStore&) = delete;
 
-  // Restores what the file holds, and stores from now on what the database learns; this must outlive it.
-  // Trouble is told once, and once more when it is over; what could not be written is written then.
+  // Restores the content of the file, and from now on stores what the database learns; the store must outlive
+  // it. `tell` is called once if writing fails, and once when it works again and what was missing is written.
   void Attach(host::PageDatabase& database);
 
-  // Forgets in the database what another process has taken out of the file. To be called now and then.
+  // Removes from the database what another process has removed from the file. Call it regularly.
   void FollowOthers();
 
-  // Takes out of the file, and of the database, the pages of a host name and of the names below it; of all.
-  // Their number. Nothing is left of them in the file, free space included. Throws std::runtime_error with
-  // one line when that cannot be done.
+  // Remove from the file and the database the pages of a host name and the names below it, or all pages, and
+  // return their number. Nothing of them is left in the file, not even in its free space. Throws
+  // std::runtime_error with one line if that fails.
   size_t Forget(const std::string& hostName);
   size_t ForgetAll();
 
@@ -45,7 +45,7 @@ class PageStore {
 
   void Open();
   void SetAside(const std::string& why);
-  // Runs it on the open file; tells of trouble and swallows it. False when there was some.
+  // Runs it on the open file. If it fails, reports the error instead of throwing it, and returns false.
   bool Try(const std::function<void(File&)>& work);
   void Learn(const std::string& pageUrl);
   void WriteUnsaved();

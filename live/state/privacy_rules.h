@@ -1,4 +1,4 @@
-// What of a page may be written to disk. Pure functions over text. Any thread.
+// Which data of a page may be written to disk. Pure functions over text. Any thread.
 #ifndef LIVE_STATE_PRIVACY_RULES_H_
 #define LIVE_STATE_PRIVACY_RULES_H_
 
@@ -6,23 +6,25 @@
 
 namespace live {
 
-// Whether nothing in the URL looks like a secret. It has to be http or https, of at most 4096 bytes, without
-// a user name or password, and no parameter, neither of its query nor of its path (";name=value"), nor of a
-// URL that such a value holds, may
-//  - have a value, and a name that says token, session, password, signature, credential or the like;
-//  - have a value with a part that looks random: 16 or more letters and digits that alternate often, or 16 or
-//    more digits in a row, or 40 or more letters in a row. Hyphens and underscores count for nothing.
-// A signed token ("eyJ", two dots) may stand nowhere. Otherwise paths are free: most of the random names in
-// them are names of files.
+// Whether nothing in the URL looks like a secret. It must be http or https, have at most 4096 bytes, and
+// contain no user name or password. No parameter of its query, of its path (";name=value") or of a URL in the
+// value of a parameter may have
+//  - a value together with a name like token, session, password, signature or credential;
+//  - a value with a part that looks random: 16 or more letters and digits that alternate often, or 16 or more
+//  digits in a
+//    row, or 40 or more letters in a row. Hyphens and underscores are ignored.
+// A signed token ("eyJ", two dots) must not occur anywhere. Otherwise paths may contain anything, because
+// most random names in them are names of files.
 bool MayStoreUrl(std::string_view url);
 
-// Whether request headers (header lines as text) may be stored, and tell all that a later request needs: each
-// of them is on a list of headers that say what the browser takes and who asks, and URLs in them may be
-// stored. Cookies and credentials are not on the list, nor is what only the page's own scripts understand.
+// Whether request headers (header lines as text) may be stored and contain everything that a later request
+// needs: each of them is on a list of headers that describe what the browser accepts and who asks, and URLs
+// in them may be stored. The list contains no cookies, no credentials, and no headers that only the page's
+// own scripts understand.
 bool MayStoreHeaders(std::string_view headers);
 
-// Whether the name of a parameter or a header says that its value is a secret, as the first of the rules
-// above does.
+// Whether the name of a parameter or a header suggests that its value is a secret, by the first of the rules
+// above.
 bool SaysSecret(std::string_view name);
 
 }  // namespace live

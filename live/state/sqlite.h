@@ -1,4 +1,4 @@
-// SQLite with errors as exceptions and handles that close themselves. One thread.
+// Wraps SQLite: errors are exceptions, and handles close themselves. One thread.
 #ifndef LIVE_STATE_SQLITE_H_
 #define LIVE_STATE_SQLITE_H_
 
@@ -13,13 +13,13 @@ struct sqlite3_stmt;
 
 namespace live {
 
-// What SQLite says, in one line.
+// The message of SQLite, in one line.
 class SqliteError : public std::runtime_error {
  public:
   SqliteError(int code, const std::string& what) : std::runtime_error(what), code_(code) {}
 
   int Code() const { return code_; }
-  // The file is damaged, or no database at all.
+  // The file is damaged, or is not a database.
   bool IsDamage() const;
 
  private:
@@ -29,12 +29,12 @@ class SqliteError : public std::runtime_error {
 // All of these throw SqliteError.
 class SqliteFile {
  public:
-  // Waits for `busyMs` at most where another process has locked the file.
+  // Waits for at most `busyMs` if another process has locked the file.
   SqliteFile(const std::string& path, int busyMs);
 
   // Any number of statements without results.
   void Run(const char* sql);
-  // The first column of the first row of the result; 0 when there is none.
+  // The first column of the first row of the result; 0 if there is none.
   int64_t Number(const char* sql);
   std::string Text(const char* sql);
 
@@ -46,18 +46,18 @@ class SqliteFile {
   std::unique_ptr<sqlite3, Close> file_;
 };
 
-// Used again after each Finish; the file outlives it.
+// A prepared statement, which can be used again after each Finish. The file must outlive it.
 class SqliteStatement {
  public:
   SqliteStatement(SqliteFile& file, const char* sql);
 
-  // The next parameter. A text must live until Finish.
+  // Binds the next parameter. A text must live until Finish.
   SqliteStatement& Bind(int64_t value);
   SqliteStatement& Bind(std::string_view value);
-  // True when there is a row.
+  // Returns true if there is a row.
   bool Step();
   void Finish();
-  // Without results.
+  // Runs a statement that has no results.
   void Run();
 
   int64_t Number(int column) const;

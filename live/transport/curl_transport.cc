@@ -39,6 +39,12 @@ struct CurlDeleter {
 using Easy = std::unique_ptr<CURL, CurlDeleter>;
 using StringList = std::unique_ptr<curl_slist, CurlDeleter>;
 
+// Of a stream among those of its connection. Servers that heed it send the browser's own responses before
+// what is preloaded, which gets the default weight and goes on slowly.
+long StreamWeight(Urgency urgency) {
+  return urgency == Urgency::Browser ? 256 : 16;
+}
+
 size_t Index(Urgency urgency) {
   return static_cast<size_t>(urgency);
 }
@@ -97,6 +103,28 @@ Value Info(CURL* easy, CURLINFO what) {
   Value value{};
   curl_easy_getinfo(easy, what, &value);
   return value;
+}
+
+// 0 when it is not connected.
+int OwnPort(int socket) {
+  sockaddr_storage own{};
+  socklen_t length = sizeof own;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return 0;
+  // The port is at the same place in addresses of IPv4 and IPv6.
+  return ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port);
+}
+
+int HttpVersion(CURL* easy) {
+  switch (Info<long>(easy, CURLINFO_HTTP_VERSION)) {
+    case CURL_HTTP_VERSION_1_0:
+      return 10;
+    case CURL_HTTP_VERSION_1_1:
+      return 11;
+    case CURL_HTTP_VERSION_2_0:
+      return 20;
+    default:
+      return 0;
+  }
 }
 
 // Libcurl's own calls fail without memory only. A handle that lacks an option must not be used: it would
@@ -194,7 +222,6 @@ class CurlTransport::Impl {
 
   TransferId Start(const host::TransferRequest& request, host::TransferClient& client) {
     auto transfer = std::make_unique<Transfer>(*this, ++lastId_, request, client);
-    transfer->group = host::ConnectionGroup(request.url);
     transfer->report.started = loop_.Now();
     groups_[transfer->group].waiting[Index(request.urgency)].push_back(transfer->id);
     const TransferId id = transfer->id;
@@ -211,6 +238,8 @@ class CurlTransport::Impl {
       std::erase(group.waiting[Index(transfer->request.urgency)], id);
       group.waiting[Index(urgency)].push_back(id);
       Pump();
+    } else {
+      curl_easy_setopt(transfer->easy.get(), CURLOPT_STREAM_WEIGHT, StreamWeight(urgency));
     }
     transfer->request.urgency = urgency;
   }
@@ -236,7 +265,7 @@ class CurlTransport::Impl {
         // libcurl must not find the transfer that is gone; the handle itself is removed outside of it.
         curl_easy_setopt(transfer->easy.get(), CURLOPT_PRIVATE, nullptr);
         for (const CURLoption data : {CURLOPT_HEADERDATA, CURLOPT_WRITEDATA, CURLOPT_READDATA,
-                                      CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA}) {
+                                      CURLOPT_PREREQDATA, CURLOPT_OPENSOCKETDATA, CURLOPT_SSL_CTX_DATA}) {
           curl_easy_setopt(transfer->easy.get(), data, nullptr);
         }
         doomedLists_.push_back(std::move(transfer->headers));
@@ -269,10 +298,12 @@ class CurlTransport::Impl {
     size_t warming = 0;                 // connections being set up for nobody yet
     bool isKnown = false;               // it has answered, or has said in TLS what it speaks
     bool multiplexes = false;
+    bool asksForCertificate = false;
   };
   // Who opens sockets.
   struct Opener {
     Impl& owner;
+    const std::string group;
     const ConnectPolicy* policy;  // null for none
     // Connections for later need sockets of their own. Besides, libcurl 7.88 connects a socket again that it
     // is told is connected, which the kernel lets pass only the first time.
@@ -285,7 +316,8 @@ class CurlTransport::Impl {
           id(i),
           request(r),
           client(c),
-          opener{o, dynamic_cast<const ConnectPolicy*>(r.context), true},
+          opener{o, host::ConnectionGroup(r.url), dynamic_cast<const ConnectPolicy*>(r.context), true},
+          group(opener.group),
           lines(o.upstream_.maxHeaderBytes) {}
 
     Impl& owner;
@@ -293,7 +325,7 @@ class CurlTransport::Impl {
     host::TransferRequest request;
     host::TransferClient& client;
     Opener opener;
-    std::string group;
+    const std::string& group;
     Easy easy;  // null while it waits
     StringList headers;
     base::Time begun;
@@ -402,6 +434,7 @@ class CurlTransport::Impl {
     Set(easy, CURLOPT_PRIVATE, &transfer);
     // Where a server is known to multiplex, one connection is waited for instead of opening several.
     Set(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
+    Set(easy, CURLOPT_STREAM_WEIGHT, StreamWeight(request.urgency));
     Set(easy, CURLOPT_HEADERFUNCTION, (NoThrow<OnHeader, 0>::Call));
     Set(easy, CURLOPT_HEADERDATA, &transfer);
     Set(easy, CURLOPT_WRITEFUNCTION, (NoThrow<OnBody, 0>::Call));
@@ -416,6 +449,7 @@ class CurlTransport::Impl {
   void SetUp(CURL* easy, const std::string& url, Opener& opener) {
     Set(easy, CURLOPT_URL, url.c_str());
     Set(easy, CURLOPT_NOSIGNAL, 1L);
+    Set(easy, CURLOPT_QUICK_EXIT, 1L);  // a transfer's end waits for no name to be resolved
     Set(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     Set(easy, CURLOPT_PROXY, "");  // the environment must not lead back to here
     Set(easy, CURLOPT_PATH_AS_IS, 1L);
@@ -425,14 +459,19 @@ class CurlTransport::Impl {
     Set(easy, CURLOPT_BUFFERSIZE, 64 * 1024L);
     Set(easy, CURLOPT_OPENSOCKETFUNCTION, (NoThrow<OnOpenSocket, CURL_SOCKET_BAD>::Call));
     Set(easy, CURLOPT_OPENSOCKETDATA, &opener);
+    Set(easy, CURLOPT_SSL_CTX_FUNCTION, (NoThrow<OnTlsContext, CURLE_OUT_OF_MEMORY>::Call));
+    Set(easy, CURLOPT_SSL_CTX_DATA, &opener);
     Set(easy, CURLOPT_SOCKOPTFUNCTION, OnSocketOptions);
     Set(easy, CURLOPT_SOCKOPTDATA, this);
     Set(easy, CURLOPT_CLOSESOCKETFUNCTION, OnCloseSocket);
     Set(easy, CURLOPT_CLOSESOCKETDATA, this);
     if (connectTo_ != nullptr) Set(easy, CURLOPT_CONNECT_TO, connectTo_.get());
-    if (!upstream_.caFile.empty()) {
-      Set(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
-      Set(easy, CURLOPT_CAPATH, nullptr);
+    if (!upstream_.caFile.empty()) Set(easy, CURLOPT_CAINFO, upstream_.caFile.c_str());
+    // What libcurl has read from a file serves all connections. With a folder besides, all of it would be
+    // read for each connection, which keeps everybody waiting for 20 ms.
+    const char* const file = Info<const char*>(easy, CURLINFO_CAINFO);
+    if (!upstream_.caFile.empty() || (file != nullptr && access(file, R_OK) == 0)) {
+      Set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     }
   }
 
@@ -448,9 +487,7 @@ class CurlTransport::Impl {
     } else if (request.method == "HEAD") {
       Set(easy, CURLOPT_NOBODY, 1L);
     }
-    if (request.method != "GET" && request.method != "HEAD") {
-      Set(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
-    } else if (request.body != nullptr) {
+    if ((request.method != "GET" && request.method != "HEAD") || request.body != nullptr) {
       Set(easy, CURLOPT_CUSTOMREQUEST, request.method.c_str());
     }
   }
@@ -562,7 +599,10 @@ class CurlTransport::Impl {
     if (transfer->needsNewConnection) return CURL_PREREQFUNC_ABORT;
     const ConnectPolicy* const policy = transfer->opener.policy;
     if (policy == nullptr) return CURL_PREREQFUNC_OK;
-    if (!policy->MayConnectTo(address)) return CURL_PREREQFUNC_ABORT;
+    if (!policy->MayConnectTo(address)) {
+      transfer->opener.refused = true;
+      return CURL_PREREQFUNC_ABORT;
+    }
     policy->SendsTo(address);
     return CURL_PREREQFUNC_OK;
   }
@@ -572,12 +612,10 @@ class CurlTransport::Impl {
   bool HoldsAnotherAnswer(const Transfer& transfer, int ownPort) {
     CURL* const easy = transfer.easy.get();
     if (Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 || SpeaksHttp2(easy)) return false;
-    return std::any_of(sockets_.begin(), sockets_.end(), [ownPort](int socket) {
-      sockaddr_storage own{};
-      socklen_t length = sizeof own;
-      if (getsockname(socket, reinterpret_cast<sockaddr*>(&own), &length) != 0) return false;
-      // The port is at the same place in addresses of IPv4 and IPv6.
-      if (ntohs(reinterpret_cast<const sockaddr_in&>(own).sin_port) != ownPort) return false;
+    return std::any_of(sockets_.begin(), sockets_.end(), [ownPort](auto& entry) {
+      auto& [socket, port] = entry;
+      if (port == 0) port = OwnPort(socket);
+      if (port != ownPort) return false;
       pollfd state = {.fd = socket, .events = POLLIN, .revents = 0};
       return poll(&state, 1, 0) > 0;
     });
@@ -588,6 +626,36 @@ class CurlTransport::Impl {
     auto& warming = *static_cast<Warming*>(data);
     warming.speaksHttp2 = SpeaksHttp2(warming.easy.get());
     return CURL_PREREQFUNC_ABORT;
+  }
+
+  // Of one connection, which may live longer than the transfer that has set it up.
+  struct TlsOwner {
+    Impl& owner;
+    std::string group;
+  };
+  static int TlsOwnerIndex() {
+    static const int index = SSL_CTX_get_ex_new_index(
+        0, nullptr, nullptr, nullptr,
+        +[](void*, void* data, CRYPTO_EX_DATA*, int, long, void*) { delete static_cast<TlsOwner*>(data); });
+    return index;
+  }
+  static CURLcode OnTlsContext(CURL* /*easy*/, void* context, void* data) {
+    const auto* const opener = static_cast<const Opener*>(data);
+    if (opener == nullptr) return CURLE_ABORTED_BY_CALLBACK;
+    auto* const tls = static_cast<SSL_CTX*>(context);
+    auto owner = std::make_unique<TlsOwner>(TlsOwner{opener->owner, opener->group});
+    if (SSL_CTX_set_ex_data(tls, TlsOwnerIndex(), owner.get()) != 1) return CURLE_OUT_OF_MEMORY;
+    owner.release();
+    SSL_CTX_set_client_cert_cb(tls, OnCertificateAsked);
+    return CURLE_OK;
+  }
+  // Goes on without one, as a browser does that has none.
+  static int OnCertificateAsked(SSL* tls, X509** /*certificate*/, EVP_PKEY** /*key*/) {
+    const auto& [owner, group] =
+        *static_cast<const TlsOwner*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(tls), TlsOwnerIndex()));
+    const auto place = owner.groups_.find(group);
+    if (place != owner.groups_.end()) place->second.asksForCertificate = true;
+    return 0;
   }
 
   static curl_socket_t OnOpenSocket(void* data, curlsocktype /*purpose*/, curl_sockaddr* address) {
@@ -604,7 +672,7 @@ class CurlTransport::Impl {
       ++self.counts_.opened;
       opened = socket(address->family, address->socktype | SOCK_CLOEXEC | SOCK_NONBLOCK, address->protocol);
     }
-    if (opened >= 0) self.sockets_.insert(opened);
+    if (opened >= 0) self.sockets_[opened] = 0;
     return opened;
   }
   static int OnSocketOptions(void* data, curl_socket_t socket, curlsocktype /*purpose*/) {
@@ -664,16 +732,22 @@ class CurlTransport::Impl {
     }
     FillReport(transfer);
     Group& group = groups_[transfer.group];
-    const long version = Info<long>(easy, CURLINFO_HTTP_VERSION);
-    if (code == CURLE_OK && version != 0) {
+    if (code == CURLE_OK && transfer.report.httpVersion != 0) {
       group.isKnown = true;
-      group.multiplexes = version >= CURL_HTTP_VERSION_2_0;
+      group.multiplexes = transfer.report.httpVersion >= 20;
     }
     --group.active;
     // A connection that ends within the headers is no error to libcurl.
     const bool cut = code == CURLE_OK && !transfer.responded;
-    const bool refused = code == CURLE_COULDNT_CONNECT && transfer.opener.refused;
-    transfer.result = cut ? host::kConnectionClosed : refused ? host::kAborted : ResultOf(code);
+    const bool refused =
+        (code == CURLE_COULDNT_CONNECT || code == CURLE_ABORTED_BY_CALLBACK) && transfer.opener.refused;
+    transfer.result = cut ? host::kConnectionClosed : refused ? host::kBlocked : ResultOf(code);
+    // The server says no more than that it ends the connection, during the set-up of TLS or later.
+    const bool ended =
+        code == CURLE_SSL_CONNECT_ERROR || code == CURLE_RECV_ERROR || code == CURLE_SEND_ERROR;
+    if (ended && !transfer.responded && group.asksForCertificate) {
+      transfer.result = host::kClientCertificateNeeded;
+    }
     curl_multi_remove_handle(multi_, easy);
     ready_.insert(transfer.id);
     Pump();
@@ -690,6 +764,7 @@ class CurlTransport::Impl {
     report.connect = Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0 ? transfer.begun : report.sent;
     report.firstByte = at(CURLINFO_STARTTRANSFER_TIME_T);
     report.bodyBytes = Info<curl_off_t>(easy, CURLINFO_SIZE_DOWNLOAD_T);
+    report.httpVersion = HttpVersion(easy);
     report.ended = loop_.Now();
   }
 
@@ -767,7 +842,7 @@ class CurlTransport::Impl {
                            .emplace(handle, Warming{plan.key,
                                                     plan.policy,
                                                     multiplexed,
-                                                    {*this, plan.policy.get(), false},
+                                                    {*this, plan.key, plan.policy.get(), false},
                                                     std::move(easy),
                                                     {}})
                            .first->second;
@@ -879,8 +954,8 @@ class CurlTransport::Impl {
   std::map<CURL*, Warming> warming_;
   std::map<std::string, std::vector<Spare>> spare_;  // by group
   std::map<int, int> unwatched_;                     // sockets that should be watched, and for what
-  std::set<int> sockets_;                            // that libcurl has
-  int openedSpare_ = -1;                             // the one that libcurl was given just now
+  std::map<int, int> sockets_;  // that libcurl has, with their own ports once these are known
+  int openedSpare_ = -1;        // the one that libcurl was given just now
   ConnectionCounts counts_;
   bool pumpPosted_ = false;
   host::Timer timer_;

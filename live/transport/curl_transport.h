@@ -1,5 +1,5 @@
-// Real servers behind host::Transport: HTTP/1.1 and HTTP/2 over libcurl, on the event loop's sockets and
-// timers. Certificates are always verified, redirects not followed, bodies not decoded.
+// A host::Transport to real servers: HTTP/1.1 and HTTP/2 with libcurl, on the event loop's sockets and
+// timers. Certificates are always verified, redirects are not followed, and bodies are not decoded.
 #ifndef LIVE_TRANSPORT_CURL_TRANSPORT_H_
 #define LIVE_TRANSPORT_CURL_TRANSPORT_H_
 
@@ -20,12 +20,12 @@ struct ConnectionCounts {
   uint64_t unused = 0;        // of those, closed without use
 };
 
-// Loop's thread. The loop must outlive it. A body that is uploaded is read from inside libcurl:
-// UploadBody::Read must not call the transport.
+// Loop's thread. The loop must outlive it. Uploaded bodies are read from inside libcurl, so UploadBody::Read
+// must not call the transport.
 class CurlTransport final : public host::Transport {
  public:
   CurlTransport(EventLoop& loop, const host::HostSettings& settings, const UpstreamSettings& upstream);
-  // Ends every transfer; their clients hear nothing more.
+  // Ends every transfer without another call to its client.
   ~CurlTransport() override;
   CurlTransport(const CurlTransport&) = delete;
   CurlTransport& operator=(const CurlTransport&) = delete;

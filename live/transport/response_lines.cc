@@ -61,8 +61,10 @@ bool ResponseLines::Add(std::string_view line) {
   }
   const size_t colon = line.find(':');
   lastIsKept_ = false;
-  if (colon == std::string_view::npos || colon == 0) return true;  // no header
-  return AddHeader(line.substr(0, colon), net::TrimBlanks(line.substr(colon + 1)));
+  const std::string_view name = line.substr(0, colon);
+  // A name with a blank is no name, and must not become one ("Content-Length : 5") where somebody trims it.
+  if (colon == std::string_view::npos || name.empty() || name.find_first_of(" \t") != name.npos) return true;
+  return AddHeader(name, net::TrimBlanks(line.substr(colon + 1)));
 }
 
 bool ResponseLines::AddStatusLine(std::string_view line) {

@@ -1,5 +1,4 @@
-// The header lines of a response, as they come from a server, into the raw block that the host reads. One
-// thread.
+// Converts the header lines of a server's response to the raw block that the host reads. One thread.
 #ifndef LIVE_TRANSPORT_RESPONSE_LINES_H_
 #define LIVE_TRANSPORT_RESPONSE_LINES_H_
 
@@ -14,17 +13,17 @@ class ResponseLines {
  public:
   explicit ResponseLines(size_t maxBytes) : maxBytes_(maxBytes) {}
 
-  // One line, with or without its end. False for what no response looks like: lines before a status line, two
-  // different lengths or one that is no number, a NUL byte, a transfer coding other than "chunked", more
-  // bytes than the limit. What follows the final block (trailers) is ignored.
+  // Adds one line, with or without its line end. Returns false if this is not a valid response: a line before
+  // a status line, two different lengths or one that is not a number, a NUL byte, a transfer coding other
+  // than "chunked", or more bytes than the limit. Lines after the final block (trailers) are ignored.
   bool Add(std::string_view line);
 
-  // The block that the last line has completed: the status line ("HTTP/1.1", whatever the version was) and
-  // the header lines, each ended by a NUL byte, and one more NUL. What concerns one connection alone is left
-  // out, headers that Connection names among it, and a length that chunks make void.
+  // Returns the block that the last line has completed: the status line ("HTTP/1.1", whatever the version
+  // was) and the header lines, each followed by a NUL byte, and one more NUL. Headers of one connection are
+  // left out, including those that Connection names, and so is a length that chunks make meaningless.
   std::optional<std::string> TakeBlock();
 
-  // Of the last status line; 0 before. A status of 1xx announces another block.
+  // The status in the last status line; 0 before it. Another block follows a status of 1xx.
   int Status() const { return status_; }
 
  private:

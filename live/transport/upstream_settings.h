@@ -1,4 +1,4 @@
-// How servers are reached. Read once, when the transport is made.
+// Settings for connections to servers. They are read once, when the transport is created.
 #ifndef LIVE_TRANSPORT_UPSTREAM_SETTINGS_H_
 #define LIVE_TRANSPORT_UPSTREAM_SETTINGS_H_
 
@@ -14,19 +14,20 @@
 namespace live {
 
 struct UpstreamSettings {
-  // Certificates to trust instead of the system's: the path of a PEM file; empty for the system's.
+  // The PEM file of the certificates to trust; empty for those of the system.
   std::string caFile;
-  // Where names lead instead of to their own addresses: "NAME:PORT:ADDRESS:PORT", an address of IPv6 in
+  // The addresses of names, instead of a name lookup: "NAME:PORT:ADDRESS:PORT", with an IPv6 address in
   // brackets.
   std::vector<std::string> connectTo;
 
-  size_t maxConnections = 256;           // in all; the least recently used idle one is closed
-  size_t maxStreams = 100;               // at a time on one connection that multiplexes
-  size_t maxHeaderBytes = 256 * 1024;    // of one response
-  size_t maxBufferedBytes = 256 * 1024;  // of a body whose client does not read, before the server is slowed
+  size_t maxConnections = 256;                 // in all; the least recently used idle one is closed
+  size_t maxStreams = 100;                     // at a time on one connection that multiplexes
+  size_t maxHeaderBytes = size_t{256} * 1024;  // of one response
+  size_t maxBufferedBytes =
+      size_t{256} * 1024;  // of a body whose client does not read, before the server is slowed
   int64_t connectTimeoutMs = 30'000;
 
-  // How long a connection that was opened before anybody needed it is kept unused.
+  // For how long a connection that was opened ahead is kept unused.
   int64_t keepPreconnectedMs = 30'000;
   // Calls of Preconnect that wait because many connections are being set up; more drop the oldest one.
   size_t maxPlannedPreconnects = 64;

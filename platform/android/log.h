@@ -23,6 +23,7 @@ enum log_id {
 extern "C" {
 
 // Writes one line to a buffer; `tag` may be null. Returns the number of bytes written, or a negative number.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is Android's
 int __android_log_buf_print(int bufID, int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 }

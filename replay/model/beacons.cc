@@ -16,7 +16,7 @@ std::string Lower(std::string_view text) {
   return lower;
 }
 
-// Hands out the parts of a text between separators until one is accepted; whether one was.
+// Calls `accepts` with the parts of a text between separators until it returns true. Returns whether it did.
 template <typename Accept>
 bool AnyPart(std::string_view text, char separator, const Accept& accept) {
   while (true) {

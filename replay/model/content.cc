@@ -6,9 +6,9 @@
 namespace replay {
 namespace {
 
-// Bodies are windows into one block of noise, so that making and checking them costs no more than reading.
-constexpr size_t kPiece = 32 * 1024;
-constexpr size_t kStarts = 1021 * 1024;  // where a window may begin
+// Bodies are windows into one block of noise, so that making and checking them takes no longer than reading.
+constexpr size_t kPiece = size_t{32} * 1024;
+constexpr size_t kStarts = size_t{1021} * 1024;  // where a window may begin
 constexpr size_t kBlock = kStarts + kPiece;
 
 uint64_t Mix(uint64_t value) {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* kSomeCookies = "present";
 
-// The host name that a Set-Cookie value is for: the answering one, or the one above it that it names.
+// The host name that a Set-Cookie value is for: that of the server, or a parent domain that the value names.
 std::string DomainOf(std::string_view setCookie, const std::string& host) {
   while (!setCookie.empty()) {
     const std::string_view part = net::TrimBlanks(setCookie.substr(0, setCookie.find(';')));

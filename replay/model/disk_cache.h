@@ -21,7 +21,7 @@ class DiskCache {
 
   // Keeps the response of a request if it may be stored. Returns whether it was kept.
   bool Store(const Request& request, int64_t nowUs) {
-    if (!request.freshForMs) return false;
+    if (!request.freshForMs || request.method != "GET") return false;
     constexpr double kLongestMs = 365.0 * 86400e3;  // nothing is kept for longer than a year
     freshUntilUs_[request.url] =
         nowUs + static_cast<int64_t>(std::min(*request.freshForMs, kLongestMs) * 1000);

@@ -14,28 +14,23 @@ namespace {
 constexpr size_t kMaxStreams = 100;
 constexpr int64_t kSegment = 1460;
 
-int64_t ToUs(double ms) {
-  return static_cast<int64_t>(ms * 1000);
-}
-
 size_t Index(host::Urgency urgency) {
   return static_cast<size_t>(urgency);
 }
 
-// What the server answers for a URL that nobody recorded.
+// The server's answer for a URL that was not recorded.
 const std::string& NotFoundBlock() {
   static const std::string block("HTTP/1.1 404 Not Found\0Content-Length: 0\0\0", 42);
   return block;
 }
 
-// The following take null for a response that nobody recorded.
-int64_t BytesOf(const Request* recorded) {
-  if (recorded == nullptr) return static_cast<int64_t>(NotFoundBlock().size());
-  return recorded->bodyBytes + static_cast<int64_t>(recorded->responseHeaders.size());
+// The following functions accept null for a response that was not recorded.
+int64_t BytesToCome(const Request* recorded) {
+  return recorded != nullptr ? BytesOf(*recorded) : static_cast<int64_t>(NotFoundBlock().size());
 }
 
 int64_t RecordedReceiveUs(const Request* recorded) {
-  return recorded != nullptr ? ToUs(recorded->receiveMs) : 0;
+  return recorded != nullptr ? static_cast<int64_t>(recorded->receiveMs * 1000) : 0;
 }
 
 }  // namespace
@@ -49,7 +44,7 @@ NetworkModel::NetworkModel(host::VirtualClock& clock, const NetworkProfile& prof
       recorded_(recorded),
       settings_(settings),
       server_(std::move(server)),
-      link_(clock, profile.downMbit.value_or(0) / 8, settings),
+      link_(clock, BytesPerUs(profile), settings),
       tasks_(clock) {}
 
 NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
@@ -58,11 +53,8 @@ NetworkModel::Group& NetworkModel::GroupOf(const std::string& url) {
   Group& group = place->second;
   if (!isNew) return group;
   if (const auto known = recorded_.find(key); known != recorded_.end()) group.recorded = known->second;
-  const double rttMs = profile_.rttMs.value_or(group.recorded.rttMs);
   group.host = GURL(url).host();
-  group.rttUs = ToUs(rttMs);
-  group.connectUs =
-      ToUs(profile_.rttMs ? rttMs * ConnectRoundTrips(group.recorded) : group.recorded.connectMs);
+  group.times = TimesOf(group.recorded, profile_, costs_);
   return group;
 }
 
@@ -77,10 +69,10 @@ host::TransferId NetworkModel::Start(const host::TransferRequest& request, host:
   transfer = {request, &client, server_(request), &group};
   transfer.report.started = clock_.Now();
   group.waiting[Index(request.urgency)].push_back(id);
-  // In a task of its own: no client hears anything from inside Start.
+  // This is a task of its own, because Start must not call the client.
   tasks_.Post([this, &group] {
     Dispatch(group);
-    OpenPlanned();  // somebody may wait for a set-up that was for nobody
+    OpenPlanned();  // a connection that was opened ahead may now have a transfer that waits for it
   });
   return id;
 }
@@ -120,7 +112,7 @@ host::TransferReport NetworkModel::Cancel(host::TransferId id) {
         std::max<int64_t>(came - static_cast<int64_t>(transfer.recorded->responseHeaders.size()), 0);
   }
   if (transfer.active) {
-    // An HTTP/1 connection with half a response on it is of no more use.
+    // An HTTP/1 connection with an incomplete response cannot be used again.
     Leave(group, id, false);
   } else {
     std::erase(group.waiting[Index(transfer.request.urgency)], id);
@@ -134,14 +126,14 @@ void NetworkModel::Preconnect(const std::string& url, size_t count, net::URLRequ
   OpenPlanned();
 }
 
-// As many as may be set up for nobody at a time.
+// Opens planned connections, up to the limit on connections that nobody waits for.
 void NetworkModel::OpenPlanned() {
   while (!planned_.empty()) {
     Group& group = *planned_.front().group;
     const size_t most = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
     const size_t busy = Multiplexed(group) ? 0 : group.busy;
     const size_t open = group.idle.size() + group.connecting;
-    // Those that transfers wait for are as good as used.
+    // Connections for which transfers wait count as used.
     const size_t taken = Multiplexed(group) ? 0 : group.waiting[0].size() + group.waiting[1].size();
     if (open >= planned_.front().count + taken || open + busy >= most) {
       planned_.pop_front();
@@ -155,12 +147,6 @@ void NetworkModel::OpenPlanned() {
     if (forNobody >= settings_.maxPreconnects) return;
     OpenConnection(group);
   }
-}
-
-void NetworkModel::OpenConnections(const std::string& url) {
-  Group& group = GroupOf(url);
-  const size_t count = Multiplexed(group) ? 1 : static_cast<size_t>(settings_.socketsPerGroup);
-  while (group.idle.size() < count) group.idle.push_back(NewConnection(clock_.NowUs(), false));
 }
 
 size_t NetworkModel::UnusedConnections() const {
@@ -181,7 +167,7 @@ void NetworkModel::Reset(uint64_t contentVersion) {
   connections_ = 0;
 }
 
-// Gives waiting transfers the connections that are free, the browser's first, and opens what may be opened.
+// Gives free connections to waiting transfers, those of the browser first, and opens as many as permitted.
 void NetworkModel::Dispatch(Group& group) {
   auto& browser = group.waiting[Index(host::Urgency::Browser)];
   auto& preloads = group.waiting[Index(host::Urgency::Preload)];
@@ -217,10 +203,9 @@ NetworkModel::Connection NetworkModel::NewConnection(int64_t connectUs, bool fre
   return {.connectUs = connectUs, .fresh = fresh, .flow = std::make_shared<Flow>()};
 }
 
-// How long a set-up has to wait for the address.
+// How long a set-up waits for the address.
 int64_t NetworkModel::LookUp(Group& group) {
-  if (!costs_.nameLookups || !profile_.rttMs) return 0;
-  const auto [name, isNew] = knownNames_.try_emplace(group.host, clock_.NowUs() + group.rttUs);
+  const auto [name, isNew] = knownNames_.try_emplace(group.host, clock_.NowUs() + group.times.lookUpUs);
   return std::max<int64_t>(name->second - clock_.NowUs(), 0);
 }
 
@@ -228,14 +213,14 @@ void NetworkModel::OpenConnection(Group& group) {
   ++group.connecting;
   ++connections_;
   tasks_.Post([this, &group, connectUs = clock_.NowUs()] { ReceiveCertificates(group, connectUs); },
-              LookUp(group) + group.connectUs);
+              LookUp(group) + group.times.connectUs);
 }
 
 void NetworkModel::ReceiveCertificates(Group& group, int64_t connectUs) {
-  if (!costs_.certificates || !HasModelledBytes() || !group.recorded.secure) return Opened(group, connectUs);
+  if (group.times.certificateBytes == 0) return Opened(group, connectUs);
   const uint64_t id = ++lastId_;
   group.settingUp.push_back(id);
-  const int64_t bytes = group.hasSession ? kResumedBytes : kCertificateBytes;
+  const int64_t bytes = group.hasSession ? kResumedBytes : group.times.certificateBytes;
   link_.Add(id, bytes, host::Urgency::Preload, [this, &group, connectUs, id] {
     std::erase(group.settingUp, id);
     group.hasSession = true;
@@ -244,7 +229,7 @@ void NetworkModel::ReceiveCertificates(Group& group, int64_t connectUs) {
   HurrySetUps(group);
 }
 
-// A set-up that no request of the page waits for yields like a preload.
+// A set-up for which no request of the page waits yields like a preload.
 void NetworkModel::HurrySetUps(Group& group) {
   const size_t wanted = group.waiting[Index(host::Urgency::Browser)].size();
   for (size_t index = 0; index < std::min(wanted, group.settingUp.size()); ++index) {
@@ -252,7 +237,7 @@ void NetworkModel::HurrySetUps(Group& group) {
   }
 }
 
-// Whoever waits first when it is open gets the connection, not necessarily who had it opened.
+// The first transfer that waits when the connection is open gets it, not necessarily the one that opened it.
 void NetworkModel::Opened(Group& group, int64_t connectUs) {
   --group.connecting;
   group.idle.push_back(NewConnection(connectUs, true));
@@ -260,7 +245,7 @@ void NetworkModel::Opened(Group& group, int64_t connectUs) {
   OpenPlanned();
 }
 
-void NetworkModel::Send(Group& group, host::TransferId id, Connection connection) {
+void NetworkModel::Send(Group& group, host::TransferId id, const Connection& connection) {
   Transfer& transfer = transfers_.at(id);
   host::TransferReport& report = transfer.report;
   report.sent = clock_.Now();
@@ -272,10 +257,8 @@ void NetworkModel::Send(Group& group, host::TransferId id, Connection connection
   transfer.active = true;
   ++group.busy;
   group.active.push_back(id);
-  double serverMs = 0;
-  if (transfer.recorded != nullptr)
-    serverMs = std::max(0.0, transfer.recorded->waitMs - group.recorded.rttMs);
-  tasks_.Post([this, id] { Respond(id); }, group.rttUs + ToUs(serverMs));
+  const int64_t serverUs = transfer.recorded != nullptr ? ServerUs(*transfer.recorded, group.recorded) : 0;
+  tasks_.Post([this, id] { Respond(id); }, group.times.rttUs + serverUs);
 }
 
 void NetworkModel::HurryBlocking(Group& group) {
@@ -307,48 +290,37 @@ void NetworkModel::Receive(host::TransferId id) {
   }
   transfer.receiving = true;
   ++transfer.flow->receiving;
-  tasks_.Post([this, id] { ReceiveWindow(id); });  // once those that begin now are counted
+  tasks_.Post([this, id] { ReceiveWindow(id); });  // after those that begin now are counted
 }
 
-// As much as the connection's window allows in one round trip. The window grows by what has been
-// acknowledged, and the streams of a connection share it.
+// Receives as much as the window of the connection permits in one round trip. The window grows by what has
+// been acknowledged, and the streams of a connection share it.
 void NetworkModel::ReceiveWindow(host::TransferId id) {
   const auto found = transfers_.find(id);
   if (found == transfers_.end()) return;  // cancelled
   Transfer& transfer = found->second;
-  int64_t bytes = BytesOf(transfer.recorded) - transfer.receivedBytes;
-  if (costs_.slowStart && HasModelledBytes()) {
+  int64_t bytes = BytesToCome(transfer.recorded) - transfer.receivedBytes;
+  if (costs_.slowStart && HasModelledBytes(profile_)) {
     const int64_t window = kInitialWindow + transfer.flow->delivered;
     const auto linkHolds =
-        static_cast<int64_t>(*profile_.downMbit / 8 * static_cast<double>(transfer.group->rttUs));
+        static_cast<int64_t>(*profile_.downMbit / 8 * static_cast<double>(transfer.group->times.rttUs));
     const auto streams = static_cast<int64_t>(transfer.flow->receiving);
     if (window < linkHolds) bytes = std::min(bytes, std::max(window / streams, kSegment));
   }
   link_.Add(id, bytes, transfer.request.urgency, [this, id, bytes, begunUs = clock_.NowUs()] {
     const auto place = transfers_.find(id);
-    if (place == transfers_.end()) return;  // cancelled by somebody whose bytes were in at the same time
+    if (place == transfers_.end()) return;  // cancelled by a client whose bytes arrived at the same time
     Transfer& came = place->second;
     came.receivedBytes += bytes;
     came.flow->delivered += bytes;
-    if (came.receivedBytes == BytesOf(came.recorded)) {
+    if (came.receivedBytes == BytesToCome(came.recorded)) {
       came.receiving = false;
       --came.flow->receiving;
       return Complete(id);
     }
     tasks_.Post([this, id] { ReceiveWindow(id); },
-                std::max<int64_t>(begunUs + came.group->rttUs - clock_.NowUs(), 0));
+                std::max<int64_t>(begunUs + came.group->times.rttUs - clock_.NowUs(), 0));
   });
-}
-
-uint64_t NetworkModel::ReceiveAlone(const Request& recorded, host::Urgency urgency,
-                                    std::function<void()> done) {
-  const uint64_t id = ++lastId_;
-  if (profile_.downMbit) {
-    link_.Add(id, BytesOf(&recorded), urgency, std::move(done));
-  } else {
-    tasks_.Post(std::move(done), RecordedReceiveUs(&recorded));
-  }
-  return id;
 }
 
 void NetworkModel::Complete(host::TransferId id) {
@@ -356,7 +328,7 @@ void NetworkModel::Complete(host::TransferId id) {
   if (found == transfers_.end()) return;  // cancelled
   Transfer& transfer = found->second;
   transfer.received = true;
-  if (!transfer.reading) return;  // comes again when its client reads
+  if (!transfer.reading) return;  // is called again when the client reads
   transfer.report.ended = clock_.Now();
   host::TransferClient& client = *transfer.client;
   if (const Request* const recorded = transfer.recorded; recorded != nullptr) {

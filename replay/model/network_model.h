@@ -17,6 +17,7 @@
 #include "host/transport.h"
 #include "host/virtual_clock.h"
 #include "replay/model/network_costs.h"
+#include "replay/model/network_times.h"
 #include "replay/model/recorded_network.h"
 #include "replay/model/replay_options.h"
 #include "replay/model/shared_link.h"
@@ -38,14 +39,6 @@ class NetworkModel final : public host::Transport {
   void SetReading(host::TransferId id, bool reading) override;
   host::TransferReport Cancel(host::TransferId id) override;
   void Preconnect(const std::string& url, size_t count, net::URLRequestContext* context) override;
-
-  // Opens all connections that the URL's group may have, at once and without cost.
-  void OpenConnections(const std::string& url);
-
-  // Only transfers a response over the link, without a connection, a round trip or a server. `done` is called
-  // in a task of its own. The id is for SetReceivingUrgency, which ignores a transfer that is done.
-  uint64_t ReceiveAlone(const Request& recorded, host::Urgency urgency, std::function<void()> done);
-  void SetReceivingUrgency(uint64_t id, host::Urgency urgency) { link_.SetUrgency(id, urgency); }
 
   // How many connections began their set-up since the last Reset, and how many of these have carried no
   // request.
@@ -72,8 +65,7 @@ class NetworkModel final : public host::Transport {
     std::string host;
     bool hasSession = false;          // a TLS session that can be resumed
     std::vector<uint64_t> settingUp;  // on the link: the certificates of connections
-    int64_t rttUs = 0;
-    int64_t connectUs = 0;
+    GroupTimes times;
     size_t connecting = 0;
     size_t busy = 0;  // HTTP/1: connections in use. Otherwise: open streams
     std::vector<Connection>
@@ -98,8 +90,6 @@ class NetworkModel final : public host::Transport {
 
   Group& GroupOf(const std::string& url);
   bool Multiplexed(const Group& group) const;
-  // Whether the times that bytes take are the model's throughout, not the recording's.
-  bool HasModelledBytes() const { return profile_.rttMs && profile_.downMbit; }
   void Dispatch(Group& group);
   static Connection NewConnection(int64_t connectUs, bool fresh);
   int64_t LookUp(Group& group);
@@ -108,7 +98,7 @@ class NetworkModel final : public host::Transport {
   void HurrySetUps(Group& group);
   void Opened(Group& group, int64_t connectUs);
   void OpenPlanned();
-  void Send(Group& group, host::TransferId id, Connection connection);
+  void Send(Group& group, host::TransferId id, const Connection& connection);
   void HurryBlocking(Group& group);
   void Respond(host::TransferId id);
   void Receive(host::TransferId id);

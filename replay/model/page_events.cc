@@ -13,7 +13,8 @@ double FirstByteMs(const Request& request) {
   return std::max(request.startMs, request.endMs - request.receiveMs);
 }
 
-// Whether each request belongs to a frame inside the page, whose own events the page's do not wait for.
+// Whether each request belongs to a frame inside the page. The events of the page do not wait for those of
+// frames.
 std::vector<bool> FindFramed(const Page& page, const PagePlan& plan) {
   std::vector<bool> framed(page.requests.size());
   for (size_t index = page.document + 1; index < page.requests.size(); ++index) {
@@ -24,7 +25,7 @@ std::vector<bool> FindFramed(const Page& page, const PagePlan& plan) {
   return framed;
 }
 
-// Of an event: the requests of these kinds that had begun before it, and were complete when it came.
+// The requests of these kinds that had begun before an event and were complete when it came.
 AwaitedEvent Await(const Page& page, const std::vector<bool>& framed, double eventMs,
                    const std::function<bool(const Request&)>& counts) {
   AwaitedEvent event;
@@ -45,13 +46,13 @@ bool DelaysContentLoaded(const Request& request) {
          request.kind == ResourceKind::Script;
 }
 
-// Browsers fetch scripts that hold nothing up (async, defer) with a low priority.
+// Browsers fetch scripts that do not block rendering (async, defer) with a low priority.
 bool DelaysPaint(const Request& request) {
   return request.kind == ResourceKind::Stylesheet || request.kind == ResourceKind::Font ||
          (request.kind == ResourceKind::Script && !request.lowPriority);
 }
 
-// When an event comes in a load, given its rows by index of Page::requests, and the request it came after.
+// When an event comes in a load, and after which request. `rows` is indexed like Page::requests.
 struct Moment {
   int64_t us = 0;
   size_t after = 0;

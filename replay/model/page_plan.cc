@@ -19,20 +19,20 @@ double FirstByteMs(const Request& request) {
   return std::max(request.startMs, request.endMs - request.receiveMs);
 }
 
-// A request that was still under way after the load event cannot have held it up.
+// The load event cannot have waited for a request that was still running after it.
 bool BlocksLoad(const Page& page, const Request& request) {
   if (page.onLoadMs < 0) return true;
   return request.startMs < page.onLoadMs && request.endMs <= page.onLoadMs + kEventSlackMs;
 }
 
-// The latest request of each URL so far, and the redirects that lead to each.
+// The latest request of each URL so far, and the redirects that lead to it.
 struct Seen {
   std::map<std::string_view, size_t> byUrl;
   std::map<std::string, size_t> redirectsTo;
 };
 
-// What initiated a request: a redirect to it, its recorded initiator, its referrer, else the document; of the
-// ones before the document, the one before.
+// What initiated a request: a redirect to it, its recorded initiator, its referrer, or else the document. For
+// a request before the document, it is the previous request.
 size_t FindParent(const Page& page, size_t index, const Seen& seen) {
   const Request& request = page.requests[index];
   if (const auto redirect = seen.redirectsTo.find(request.url); redirect != seen.redirectsTo.end()) {
@@ -54,7 +54,7 @@ PlannedRequest Plan(const Page& page, size_t index, const Seen& seen) {
   if (planned.parent != kPageStart) {
     const Request* parent = &page.requests[planned.parent];
     if (request.startMs < FirstByteMs(*parent) && planned.parent > page.document) {
-      planned.parent = page.document;  // it cannot have come from there
+      planned.parent = page.document;  // that parent cannot have initiated it
       parent = &page.requests[page.document];
     }
     if (request.startMs >= parent->endMs) {
@@ -67,14 +67,14 @@ PlannedRequest Plan(const Page& page, size_t index, const Seen& seen) {
       planned.thinkUs = ToUs(request.startMs - FirstByteMs(*parent));
       return planned;
     }
-    if (index > page.document) return planned;  // as soon as the parent is there
+    if (index > page.document) return planned;  // as soon as the parent is complete
     planned.parent = kPageStart;
   }
   planned.thinkUs = ToUs(request.startMs);
   return planned;
 }
 
-// Requests whose responses may have had the browser ask for more, by their ends.
+// Requests whose responses may have made the browser send others, by their ends.
 using Ends = std::multimap<double, size_t>;
 
 bool MayAskForMore(const Request& request) {

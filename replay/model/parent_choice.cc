@@ -22,7 +22,7 @@ PlacesByUrl PlacesOf(const Page& page) {
   return places;
 }
 
-// When the other load would ask for a request that waits as planned; nothing when it has no such parent.
+// When the other load would send a request that waits as planned; nothing if it has no such parent.
 std::optional<double> PredictMs(const Page& page, const PlannedRequest& planned, const Page& other,
                                 const PlacesByUrl& places) {
   double fromMs = 0;

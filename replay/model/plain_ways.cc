@@ -1,25 +1,20 @@
 #include "replay/model/plain_ways.h"
 
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "host/connection_group.h"
-#include "host/order_policy.h"
 #include "host/preconnect_policy.h"
-#include "plugin/properties.h"
 #include "replay/model/network_model.h"
 #include "replay/model/page_load.h"
 
 namespace replay {
 namespace {
 
-// A browser without plugin: disk cache, else the network. What answers before the network does is the
-// caller's matter.
+// A browser without the plugin, which answers from the disk cache or else from the network. Subclasses decide
+// what answers before the network.
 class PlainBrowser {
  public:
   PlainBrowser(const VisitSetup& setup, DiskCache& diskCache)
@@ -29,8 +24,8 @@ class PlainBrowser {
         diskCache_(diskCache),
         load_(clock_, setup.plan, [this](size_t index) { Ask(index); }) {}
 
-  // Looks at each resource that the disk cache cannot answer before the network does; true when it sees to
-  // the answer.
+  // Is called for each resource that the disk cache cannot answer, before the network. Returns true if it
+  // answers the request itself.
   std::function<bool(size_t index)> answerFirst;
   std::function<void(size_t index)> onFirstByte;
 
@@ -43,7 +38,7 @@ class PlainBrowser {
     return result;
   }
 
-  // Answers a request at once, without a transfer of its own.
+  // Answers a request at once, without a transfer.
   void Answer(size_t index, Source source) {
     load_.Row(index).source = source;
     if (source != Source::DiskCache) Store(index);
@@ -101,12 +96,11 @@ class PlainBrowser {
   std::vector<std::unique_ptr<Transaction>> transactions_;
 };
 
-// Responses that are there, or on their way, before the page asks for them; by URL.
+// Responses by URL that have arrived, or are arriving, before the page requests them.
 class EarlyResponses {
  public:
   explicit EarlyResponses(PlainBrowser& browser) : browser_(browser) {}
 
-  bool Has(const std::string& url) const { return responses_.contains(url); }
   void Expect(const std::string& url) { responses_[url]; }
   void Arrived(const std::string& url) {
     Response& response = responses_.at(url);
@@ -137,7 +131,7 @@ class EarlyResponses {
   std::map<std::string, Response> responses_;
 };
 
-// What server hints have the browser fetch, before the page asks for it.
+// Server hints: the browser fetches known resources before the page requests them.
 class HintedFetches {
  public:
   HintedFetches(PlainBrowser& browser, const host::KnownPage& known)
@@ -173,76 +167,6 @@ class HintedFetches {
   std::vector<std::unique_ptr<Fetch>> fetches_;
 };
 
-// What the best of all hosts could have brought: everything that the visit asks for, that earlier visits have
-// shown, and that the plugin could hold. It comes in the order in which the page wants it, one after the
-// other and yielding like preloads; what the page asks for comes at once.
-class ReachableResponses {
- public:
-  ReachableResponses(PlainBrowser& browser, const host::KnownPage& known)
-      : browser_(browser), responses_(browser) {
-    const uint64_t sizeLimit = static_cast<uint32_t>(kiv::ReadProperty(kiv::property::kCacheSizeLimit));
-    std::set<std::string_view> holdable;
-    for (const host::KnownResource& resource : known.resources) {
-      if (host::WhyNotHoldable(resource, sizeLimit) == host::NotServed::None) holdable.insert(resource.url);
-    }
-    const Page& page = browser.Setup().page;
-    for (size_t index = page.document + 1; index < page.requests.size(); ++index) {
-      const Request& request = page.requests[index];
-      if (request.method != "GET" || !holdable.contains(request.url) || browser.IsFresh(request.url) ||
-          responses_.Has(request.url)) {
-        continue;
-      }
-      responses_.Expect(request.url);
-      queue_.push_back(&request);
-    }
-  }
-
-  void StartNext() {
-    if (queue_.empty()) return;
-    const Request* const next = queue_.front();
-    queue_.pop_front();
-    Start(*next, host::Urgency::Preload, [this] { StartNext(); });
-  }
-
-  bool Answer(size_t index) {
-    if (!responses_.Answer(index)) return false;
-    const std::string& url = browser_.Setup().page.requests[index].url;
-    if (const auto running = running_.find(url); running != running_.end()) {
-      browser_.Network().SetReceivingUrgency(running->second, host::Urgency::Browser);
-    }
-    const auto queued = std::find_if(queue_.begin(), queue_.end(),
-                                     [&url](const Request* request) { return request->url == url; });
-    if (queued == queue_.end()) return true;
-    const Request* const request = *queued;
-    queue_.erase(queued);
-    Start(*request, host::Urgency::Browser, [] {});
-    return true;
-  }
-
- private:
-  void Start(const Request& request, host::Urgency urgency, std::function<void()> then) {
-    running_[request.url] =
-        browser_.Network().ReceiveAlone(request, urgency, [this, &request, then = std::move(then)] {
-          running_.erase(request.url);
-          responses_.Arrived(request.url);
-          then();
-        });
-  }
-
-  PlainBrowser& browser_;
-  EarlyResponses responses_;
-  std::deque<const Request*> queue_;
-  std::map<std::string, uint64_t> running_;  // the network's ids, by URL
-};
-
-std::set<std::string> KnownGroups(const host::KnownPage& known) {
-  std::set<std::string> groups;
-  for (const host::KnownResource& resource : known.resources) {
-    groups.insert(host::ConnectionGroup(resource.url));
-  }
-  return groups;
-}
-
 WayResult RunHints(PlainBrowser& browser, const host::KnownPage& known) {
   HintedFetches hints(browser, known);
   browser.onFirstByte = [&](size_t index) {
@@ -264,43 +188,6 @@ WayResult RunPreconnect(PlainBrowser& browser, const host::KnownPage& known) {
   return browser.Run();
 }
 
-WayResult RunReachable(PlainBrowser& browser, const host::KnownPage& known) {
-  const Page& page = browser.Setup().page;
-  std::set<std::string> groups = KnownGroups(known);
-  for (size_t index = 0; index <= page.document; ++index) {
-    groups.erase(host::ConnectionGroup(page.requests[index].url));
-  }
-  for (const std::string& group : groups) browser.Network().OpenConnections(group);
-  browser.Clock().PostDelayed(0, [&] {
-    const Request& document = page.requests[page.document];
-    browser.Network().Preconnect(document.url, static_cast<size_t>(browser.Setup().settings.socketsPerGroup),
-                                 nullptr);
-  });
-  ReachableResponses responses(browser, known);
-  browser.answerFirst = [&](size_t index) { return responses.Answer(index); };
-  browser.Clock().PostDelayed(0, [&responses] { responses.StartNext(); });
-  return browser.Run();
-}
-
-WayResult RunOracle(PlainBrowser& browser, const host::KnownPage& known) {
-  const Page& page = browser.Setup().page;
-  std::set<std::string> groups = KnownGroups(known);
-  groups.insert(host::ConnectionGroup(page.requests[0].url));
-  groups.insert(host::ConnectionGroup(page.requests[page.document].url));
-  for (const std::string& group : groups) browser.Network().OpenConnections(group);
-  std::set<std::string_view> inMemory;
-  for (const host::KnownResource& resource : known.resources) {
-    if (resource.get) inMemory.insert(resource.url);
-  }
-  browser.answerFirst = [&](size_t index) {
-    const Request& request = page.requests[index];
-    if (request.method != "GET" || !inMemory.contains(request.url)) return false;
-    browser.Answer(index, Source::Memory);
-    return true;
-  };
-  return browser.Run();
-}
-
 }  // namespace
 
 WayResult RunPlainWay(Way way, const VisitSetup& setup, const host::KnownPage* known, DiskCache& diskCache) {
@@ -315,9 +202,8 @@ WayResult RunPlainWay(Way way, const VisitSetup& setup, const host::KnownPage* k
     case Way::Preconnect:
       return RunPreconnect(browser, *known);
     case Way::Reachable:
-      return RunReachable(browser, *known);
     case Way::Oracle:
-      return RunOracle(browser, *known);
+      break;
   }
   return {};
 }

@@ -10,8 +10,8 @@
 
 namespace replay {
 
-// Runs a visit in any way except Way::Plugin, with the disk cache as the last visit in this way has left it.
-// `known` is what earlier visits have taught; null for nothing.
+// Runs a visit in any way except Way::Plugin and the bounds, with the disk cache as the last visit in this
+// way has left it. `known` is what earlier visits have taught; null for nothing.
 WayResult RunPlainWay(Way way, const VisitSetup& setup, const host::KnownPage* known, DiskCache& diskCache);
 
 }  // namespace replay

@@ -16,18 +16,18 @@
 namespace replay {
 namespace {
 
-// Where the plugin's log goes. The sink is a plain function, so what it writes to is process-wide.
+// The destination of the plugin's log. The sink is a plain function, so the destination is process-wide.
 struct Log {
   const host::VirtualClock* clock = nullptr;
   bool keep = false;
   uint64_t warnings = 0;
-  std::vector<std::string> lines;
+  std::vector<LogLine> lines;
 };
 Log g_log;
 
-// "01-01 00:00:12.345     1     1 D text": month and day, time, process, thread, priority. The clock starts
-// with a year that is no leap year.
-std::string ThreadTime(int64_t nowUs, int priority, const char* text) {
+// "01-01 00:00:12.345     1     1 D ": month and day, time, process, thread, priority. The clock starts with
+// a year that is not a leap year.
+std::string ThreadTime(int64_t nowUs, int priority) {
   constexpr std::string_view kPriorities = "??VDIWE";
   const std::chrono::sys_time<std::chrono::milliseconds> now(std::chrono::milliseconds(nowUs / 1000));
   const auto day = std::chrono::floor<std::chrono::days>(now);
@@ -39,12 +39,14 @@ std::string ThreadTime(int64_t nowUs, int priority, const char* text) {
                 static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
                 static_cast<int>(time.subseconds().count()), 1, 1,
                 priority >= 0 && priority < 7 ? kPriorities[static_cast<size_t>(priority)] : '?');
-  return std::string(stamp) + text;
+  return stamp;
 }
 
 void WriteLog(int /*bufferId*/, int priority, const char* /*tag*/, const char* text) {
   if (priority >= ANDROID_LOG_WARN) ++g_log.warnings;
-  if (g_log.keep) g_log.lines.push_back(ThreadTime(g_log.clock->NowUs(), priority, text));
+  if (!g_log.keep) return;
+  const int64_t nowUs = g_log.clock->NowUs();
+  g_log.lines.push_back({.atUs = nowUs, .stamp = ThreadTime(nowUs, priority), .text = text});
 }
 
 PreloadFate FateOf(const host::PreloadRecord& record) {
@@ -116,10 +118,10 @@ class PluginBrowser::Client final : public host::LoadClient {
  private:
   const Request& Wanted() const { return browser_.setup_->page.requests[index_]; }
 
-  // What a preload brought must be what its fetch was answered with.
+  // Checks that the preloaded response is the one that answered the fetch.
   void CheckBody(const host::LoadInfo& info) const {
     if (info.source == host::LoadSource::Network) return;
-    // A request that asks whether a stored copy is still good gets no other one when it is.
+    // A conditional request gets no body if the stored copy is still valid.
     if (isConfirmed_ && body_.empty() && http::IsConditional(Wanted().requestHeaders)) return;
     const bool same =
         isSame_ && static_cast<int64_t>(body_.size()) == fetched_->bodyBytes && IsContent(seed_, body_);
@@ -158,7 +160,7 @@ PluginBrowser::~PluginBrowser() {
   g_log = {};
 }
 
-std::vector<std::string> PluginBrowser::TakeLog() {
+std::vector<LogLine> PluginBrowser::TakeLog() {
   return std::exchange(g_log.lines, {});
 }
 
@@ -204,6 +206,7 @@ void PluginBrowser::Load(const VisitSetup& setup, Visit& visit) {
   clock_.Run();
   corvane_.PageLeft(kTab);
 
+  visit.startUs = load.StartUs();
   WayResult& way = visit.ways[Index(Way::Plugin)];
   way = load.Finish();
   way.connections = network_.Connections();

@@ -32,12 +32,14 @@ class PluginBrowser {
   // What earlier visits of the page have taught; null before its first.
   const host::KnownPage* Known(const std::string& pageUrl) const { return corvane_.Database().Find(pageUrl); }
 
+  bool IsFresh(const std::string& url, int64_t atUs) const { return diskCache_.IsFresh(url, atUs); }
+
   // Loads the page and fills in the visit's plugin way and its counts. Throws std::runtime_error if a served
   // body is not the one that was fetched.
   void Load(const VisitSetup& setup, Visit& visit);
 
   // The plugin's log so far, if the options ask for it. The lines have the format of logcat's threadtime.
-  std::vector<std::string> TakeLog();
+  std::vector<LogLine> TakeLog();
 
  private:
   class Client;

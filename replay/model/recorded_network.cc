@@ -29,8 +29,8 @@ void Add(Samples& samples, const Request& request) {
   KeepSmallest(samples.shortestWaitMs, request.waitMs);
 }
 
-// The round trip of the recording as a whole: the median of its groups' fastest connections; without any, the
-// shortest wait for a first byte.
+// The round trip of the whole recording: the median of the fastest connections of its groups, or the shortest
+// wait for a first byte if there are none.
 double OverallRtt(const std::map<std::string, Samples>& groups) {
   std::vector<double> rtts;
   double shortestWait = -1;

@@ -1,5 +1,6 @@
 #include "replay/model/replay.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include "cutils/properties.h"
+#include "replay/model/bounds.h"
 #include "replay/model/page_events.h"
 #include "replay/model/page_plan.h"
 #include "replay/model/parent_choice.h"
@@ -17,7 +19,7 @@
 namespace replay {
 namespace {
 
-// Between two pages that are loaded one after the other.
+// The time between two pages that are loaded one after the other.
 constexpr int64_t kThinkUs = 10'000'000;
 
 // Loads begin in the year 2000, and dates have four digits for the year.
@@ -27,8 +29,8 @@ const std::string& UrlOf(const Page& page) {
   return page.requests.front().url;
 }
 
-// How often all pages are loaded, one after the other: as often as asked where no page of the recording comes
-// back, else once.
+// How often all pages are loaded, one after the other: as often as the options say if no page occurs twice in
+// the recording, else once.
 uint32_t RoundsOf(const Recording& recording, uint32_t visits) {
   std::set<std::string_view> urls;
   for (const Page& page : recording.pages) urls.insert(UrlOf(page));
@@ -95,9 +97,19 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
                               .settings = settings,
                               .nowUs = browser.NowUs()};
     const host::KnownPage* const known = browser.Known(visit.pageUrl);
+    // Of the bounds first: what this visit leaves in the caches is not fresh for it.
+    const IsFresh isFresh = [&](const std::string& url, int64_t afterUs) {
+      const int64_t atUs = setup.nowUs + afterUs;
+      return browser.IsFresh(url, atUs) ||
+             std::any_of(diskCaches.begin(), diskCaches.end(),
+                         [&](const DiskCache& cache) { return cache.IsFresh(url, atUs); });
+    };
     for (const Way way : kWays) {
-      if (way == Way::Plugin) continue;
-      // A first visit in another way differs from `off` in what its disk cache holds alone.
+      if (visit.repeat && IsBound(way)) visit.ways[Index(way)] = ComputeBound(way, setup, *known, isFresh);
+    }
+    for (const Way way : kWays) {
+      if (way == Way::Plugin || IsBound(way)) continue;
+      // A first visit in another way differs from `off` only in the content of its disk cache.
       WayResult run = RunPlainWay(way, setup, known, diskCaches[Index(way)]);
       if (visit.repeat || IsRunOnFirstVisits(way)) visit.ways[Index(way)] = std::move(run);
     }
@@ -105,7 +117,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
     leftUs[visit.pageUrl] = browser.NowUs();
     result.visits.push_back(std::move(visit));
   }
-  result.logLines = browser.TakeLog();
+  result.log = browser.TakeLog();
   return result;
 }
 

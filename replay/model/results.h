@@ -79,8 +79,16 @@ struct WayResult {
 // Which recorded event is used as the first paint, from which the simulated ones are computed.
 enum class PaintSource { Recorded, ContentLoaded, Load };
 
+// A line of the plugin's log.
+struct LogLine {
+  int64_t atUs = 0;   // of the virtual clock
+  std::string stamp;  // what logcat prints before the text
+  std::string text;
+};
+
 struct Visit {
-  size_t page = 0;  // index in Recording::pages
+  size_t page = 0;      // index in Recording::pages
+  int64_t startUs = 0;  // of the virtual clock, in the plugin's way
   std::string pageUrl;
   uint32_t number = 1;  // of this page URL, counted from 1
   bool repeat = false;  // only repeat visits count in the figures
@@ -105,7 +113,7 @@ struct RecordingResult {
   std::map<std::string, size_t> skipped;  // rows of the recording that were not replayed, by reason
   std::vector<Visit> visits;
   ParentChoice parents;
-  std::vector<std::string> logLines;  // the plugin's log, when asked for, each line ready to print
+  std::vector<LogLine> log;  // the plugin's, if the options ask for it
 };
 
 const WayResult& Of(const Visit& visit, Way way);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::array<host::Urgency, 2> kUrgencies = {host::Urgency::Browser, host::Urgency::Preload};
 
-// Bytes that rounding to whole microseconds may leave over.
+// How many bytes may be left over because times are rounded to whole microseconds.
 constexpr double kRest = 1e-3;
 
 }  // namespace
@@ -31,12 +31,12 @@ double SharedLink::RateOf(host::Urgency urgency) const {
   return bytesPerUs_ * (1 - share) / static_cast<double>(browser);
 }
 
-// Of a class without transfers: the same transfers then take the same time whatever was rounded before them.
+// Resets a class without transfers, so that equal transfers take equal time whatever was rounded before.
 void SharedLink::StartOver(Class& flows) {
   if (flows.ends.empty()) flows.progress = 0;
 }
 
-// Brings the progress of both classes up to now.
+// Updates the progress of both classes.
 void SharedLink::Settle() {
   const auto elapsedUs = static_cast<double>(clock_.NowUs() - std::exchange(settledUs_, clock_.NowUs()));
   if (elapsedUs == 0) return;

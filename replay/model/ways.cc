@@ -10,7 +10,7 @@ constexpr PerWay<WayWords> kWords = {{
     {"preconnect", "without the plugin, but connections are opened ahead as with it"},
     {"reachable",
      "what can be held arrives over the link from the page's request on, without round trips, "
-     "and every connection but the document's is open: a bound"},
+     "and every connection but the document's is open: a bound for every preloader"},
     {"oracle", "everything known is in memory and every connection is open: a bound that nobody reaches"},
 }};
 

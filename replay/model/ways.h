@@ -32,6 +32,11 @@ constexpr bool IsRunOnFirstVisits(Way way) {
   return way == Way::Off || way == Way::Plugin;
 }
 
+// Whether the way is no way of loading a page, but a bound for such ways.
+constexpr bool IsBound(Way way) {
+  return way == Way::Reachable || way == Way::Oracle;
+}
+
 }  // namespace replay
 
 #endif  // REPLAY_MODEL_WAYS_H_

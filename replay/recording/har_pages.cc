@@ -12,7 +12,7 @@
 namespace replay {
 namespace {
 
-constexpr double kOffMs = 24 * 3600e3;      // from the middle row; a date further away is wrong
+constexpr double kOffMs = 24 * 3600e3;      // from the middle row; a date that is further away is wrong
 constexpr double kMostShiftMs = 10 * 60e3;  // between a page's own start and its first row's
 
 bool IsHtml(const Request& request) {
@@ -20,7 +20,7 @@ bool IsHtml(const Request& request) {
   return request.mimeType == "text/html" || request.mimeType == "application/xhtml+xml";
 }
 
-// A page while its rows are gathered.
+// A page while its rows are being collected.
 struct Draft {
   HarPage har;
   std::optional<double> startedMs;  // as the file says
@@ -33,7 +33,7 @@ void Earlier(std::optional<double>& least, std::optional<double> ms) {
   if (ms && (!least || *ms < *least)) least = ms;
 }
 
-// The dates around which the file lies: those too far from the middle one are forgotten.
+// Removes the dates that are too far from the middle one.
 struct Era {
   std::optional<double> middleMs;
 
@@ -68,7 +68,7 @@ std::vector<Draft> DraftPages(const std::vector<HarPage>& harPages, const std::v
   return drafts;
 }
 
-// Pages in the order of their starts, those without one at the end.
+// Sorts pages by their starts. Those without a start come last.
 std::vector<size_t> SortedByStart(const std::vector<Draft>& drafts, std::vector<size_t> pages) {
   std::stable_sort(pages.begin(), pages.end(), [&](size_t a, size_t b) {
     if (!drafts[a].fromMs || !drafts[b].fromMs) return drafts[a].fromMs.has_value() && !drafts[b].fromMs;
@@ -77,14 +77,15 @@ std::vector<size_t> SortedByStart(const std::vector<Draft>& drafts, std::vector<
   return pages;
 }
 
-// When the last of the rows that name the page had begun, at that time; -1 when there was none.
+// When the last row that names the page and had begun by that time began; -1 if there is none.
 double LastNamedMs(const Draft& draft, double ms) {
   const auto after = std::upper_bound(draft.namedMs.begin(), draft.namedMs.end(), ms);
   return after == draft.namedMs.begin() ? -1 : *(after - 1);
 }
 
-// The last one that had started when the row did; the first one for a row that tells no time or is too early.
-// Of pages that started at the same time, the one whose own rows come closest before it.
+// The last page that had started when the row started, or the first page if the row has no time or is too
+// early. Of several pages that started at the same time, it is the one whose own rows come closest before the
+// row.
 size_t PageAt(const std::vector<Draft>& drafts, const std::vector<size_t>& sorted, std::optional<double> ms) {
   if (!ms) return sorted.front();
   const auto after = std::partition_point(sorted.begin(), sorted.end(), [&](size_t page) {
@@ -122,7 +123,7 @@ void AssignRows(const std::vector<HarRow>& rows, std::vector<Draft>& drafts) {
   }
 }
 
-// A page's own times count from its own start; here they count from its first request's.
+// The times of a page count from its own start in the file, and from its first request here.
 double ShiftedTiming(std::optional<double> ms, double shiftMs) {
   if (!ms || *ms <= 0 || *ms > kOffMs) return -1;
   return *ms + shiftMs < 0 ? -1 : *ms + shiftMs;
@@ -132,7 +133,7 @@ bool IsDocument(const Request& request) {
   return request.status >= 200 && request.status < 300 && IsHtml(request);
 }
 
-// Whether one of the page's rows before it has called for it, as pages do for frames.
+// Whether an earlier row of the page has initiated it, as pages do with frames.
 bool IsCalledFor(const Page& page, size_t index) {
   const Request& request = page.requests[index];
   return std::any_of(page.requests.begin(), page.requests.begin() + static_cast<std::ptrdiff_t>(index),
@@ -142,7 +143,7 @@ bool IsCalledFor(const Page& page, size_t index) {
                      });
 }
 
-// Where the redirects end that the first row begins.
+// The row at which the redirects that begin with the first row end.
 size_t EndOfRedirects(const Page& page) {
   size_t end = 0;
   for (size_t index = 1; index < page.requests.size(); ++index) {
@@ -153,9 +154,9 @@ size_t EndOfRedirects(const Page& page) {
   return end;
 }
 
-// The main document. A recorder may have rows of something else before it, but not many: an HTML row further
-// behind, or one that another row has called for, is a frame in a page whose own document was not recorded as
-// such (it may have been answered with 304).
+// Finds the main document. A recorder may write a few other rows before it. An HTML row that comes much
+// later, or that another row has initiated, is a frame of a page whose own document is not marked as HTML (it
+// may have been answered with 304).
 size_t FindDocument(const Page& page) {
   constexpr size_t kMostBefore = 10;
   const size_t end = EndOfRedirects(page);
@@ -166,7 +167,7 @@ size_t FindDocument(const Page& page) {
   return end;
 }
 
-// Redirects that lead to the main document are part of the navigation, whatever they look like.
+// Redirects that lead to the main document are part of the navigation, whatever their type is.
 void MarkDocument(Page& page) {
   page.document = FindDocument(page);
   const auto document = page.requests.begin() + static_cast<std::ptrdiff_t>(page.document);

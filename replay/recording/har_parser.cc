@@ -54,6 +54,7 @@ std::optional<double> Number(JsonValue value) {
   const json_type type = value.type();
   const char* const place = value.raw_json_token().data();
   if (type == json_type::string) return NumberInText(Text(value), place);
+  if (type == json_type::null && !value.raw_json_token().starts_with("null")) throw NotFinite{place};  // nan
   if (type != json_type::number) return std::nullopt;
   double number = 0;
   if (value.get_double().get(number) != simdjson::SUCCESS || !std::isfinite(number)) throw NotFinite{place};

@@ -51,8 +51,8 @@ Recording ReadHar(std::string json, const std::string& name) {
     if (entry.fromCache) ++recording.fromCache;
     std::optional<double> startedMs = http::ParseIsoDate(entry.startedDateTime);
     Request request = MakeRequest(entry, startedMs);
-    // Where a recorder names the time in the browser's queue, its rows start after it; the browser wanted
-    // them before.
+    // If a recorder writes the time in the browser's queue, its rows start after that time, but the browser
+    // wanted them before it.
     const double queuedMs = QueuedMs(entry);
     if (startedMs) *startedMs -= queuedMs;
     rows.push_back({.request = std::move(request),

@@ -32,7 +32,7 @@ std::string Upper(std::string_view text) {
   return upper;
 }
 
-// What a header may be called, so that no name can pass for more than one.
+// Whether a header may have this name. No name can be read as several headers.
 bool IsToken(std::string_view text) {
   constexpr std::string_view kSeparators = "()<>@,;:\\\"/[]?={}";
   return !text.empty() && std::all_of(text.begin(), text.end(), [=](char c) {
@@ -47,14 +47,14 @@ std::string_view FindHeader(const std::vector<HarHeader>& headers, std::string_v
   return {};
 }
 
-// The scheme as written; empty when there is none.
+// The scheme as it is written; empty if there is none.
 std::string_view SchemeOf(std::string_view url) {
   const size_t end =
       url.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+-.");
   return end == std::string_view::npos || url[end] != ':' ? std::string_view() : url.substr(0, end);
 }
 
-// A fragment never leaves the browser; some recorders keep it, on some rows.
+// Browsers never send a fragment, but some recorders keep it on some rows.
 std::string_view WithoutFragment(std::string_view url) {
   return url.substr(0, url.find('#'));
 }
@@ -84,7 +84,8 @@ bool IsH2Only(const HarHeader& header) {
   return header.name.starts_with(':');
 }
 
-// "h2", "spdy", "HTTP/2.0", "http/2.0+quic/46", "h3-29", "1.1"; nothing for "unknown", "TCP" and junk.
+// Parses "h2", "spdy", "HTTP/2.0", "http/2.0+quic/46", "h3-29" or "1.1". Returns nothing for "unknown", "TCP"
+// and other texts.
 std::optional<Protocol> ParseProtocol(std::string_view text) {
   const std::string name = Lower(text.substr(0, 32));
   const auto startsLike = [&name](std::initializer_list<std::string_view> spellings) {
@@ -97,7 +98,7 @@ std::optional<Protocol> ParseProtocol(std::string_view text) {
   return std::nullopt;
 }
 
-// Pseudo headers are written only by recorders that saw HTTP/2 or later, whatever they say of the version.
+// Only recorders that saw HTTP/2 or later write pseudo headers, whatever version they name.
 Protocol ProtocolOf(const HarEntry& entry) {
   const auto& headers = entry.requestHeaders;
   const bool atLeastH2 = std::any_of(headers.begin(), headers.end(), IsH2Only);
@@ -108,7 +109,7 @@ Protocol ProtocolOf(const HarEntry& entry) {
   return atLeastH2 ? Protocol::Http2 : Protocol::Http1;
 }
 
-// The recorder's word, or the header's where that is none.
+// The type that the recorder names, or else that of the header.
 std::string MimeTypeOf(const HarEntry& entry) {
   std::string_view type = entry.mimeType;
   if (type.find('/') == std::string_view::npos) type = FindHeader(entry.responseHeaders, "content-type");
@@ -121,8 +122,8 @@ std::string MimeTypeOf(const HarEntry& entry) {
   return Lower(type);
 }
 
-// HTML is a document when the browser asked for one: redirects, errors and empty answers to anything come as
-// HTML, and scripts fetch pieces of it.
+// HTML is a document only if the browser asked for one, because redirects, errors and empty answers to other
+// requests are often HTML, and scripts fetch parts of pages.
 bool IsDocument(const HarEntry& entry, int status) {
   if (status < 200 || status >= 300 || status == 204) return false;
   const std::string_view accepted = FindHeader(entry.requestHeaders, "accept");
@@ -166,7 +167,7 @@ std::string RequestHeaderText(const std::vector<HarHeader>& headers) {
   return set.ToString();
 }
 
-// Recorders join values of one name with a line feed; each becomes a line again.
+// Recorders join the values of equal names with a line feed. Each value becomes a line again.
 void AppendResponseHeader(const HarHeader& header, std::string& block) {
   std::string_view rest = header.value;
   while (true) {
@@ -193,8 +194,8 @@ std::string ResponseHeaderBlock(int status, std::string_view statusText,
   return block;
 }
 
-// What was sent is what the server declared, when it did; recorders' own figures follow in the order in which
-// they come near to it. Those of whole transfers count the headers too, and the decoded size is the last
+// The bytes on the wire: the length that the server declared, or else the figures of the recorder, in the
+// order of their accuracy. Those of whole transfers include the headers, and the decoded size is the last
 // resort.
 int64_t BodyBytes(const HarEntry& entry, const Request& request) {
   if (request.method == "HEAD" || request.status < 200 || request.status == 204 || request.status == 304)

@@ -20,8 +20,8 @@ constexpr size_t kReadAtOnce = 1 << 20;
   throw std::runtime_error(name + ": " + what);
 }
 
-// A text that grows at its end, up to a limit. It doubles its room, so that growing takes time in proportion
-// to its size.
+// A text that grows at its end, up to a limit. It doubles its capacity, so that the time for growing is
+// proportional to its size.
 class GrowingText {
  public:
   GrowingText(const std::string& name, size_t expectedBytes, size_t mostBytes)
@@ -29,10 +29,11 @@ class GrowingText {
     text_.reserve(std::min(expectedBytes, mostBytes) + kJsonPadding + 1);
   }
 
-  // Room for at least one byte, at most `wish`; what was used of it is told by Grow().
+  // Returns room for at least one and at most `wish` bytes. Call Grow() with the number of bytes that were
+  // used.
   char* Room(size_t wish, size_t& size) {
     if (size_ == most_) {
-      // One byte more than is allowed shows whether there is more.
+      // One byte more than permitted shows whether the text is too large.
       size = 1;
       return &beyond_;
     }
@@ -60,13 +61,13 @@ class GrowingText {
   char beyond_ = 0;
 };
 
-// The source's bytes chunk by chunk, the first of them looked at before they are used.
+// Reads the source chunk by chunk, and permits looking at the first bytes before they are used.
 class ChunkReader {
  public:
   explicit ChunkReader(const ByteSource& source) : source_(source), buffer_(kReadAtOnce, '\0') {}
 
-  // The bytes that are there and not used; reads more when there are fewer than `least`. Shorter only at the
-  // end.
+  // Returns the bytes that are not used yet, after reading more if there are fewer than `least`. There are
+  // fewer than that only at the end.
   std::string_view Peek(size_t least = 1) {
     while (end_ - begin_ < least && !ended_) {
       std::copy(buffer_.begin() + static_cast<ptrdiff_t>(begin_),
@@ -124,7 +125,7 @@ void Inflate(const std::string& name, ChunkReader& reader, GrowingText& text) {
     reader.Use(chunk.size() - stream.avail_in);
     text.Grow(room - stream.avail_out);
     if (status == Z_STREAM_END) {
-      // What follows the last member is padding to most programs, and so it is here.
+      // Like most programs, this treats what follows the last member as padding.
       if (!reader.Peek(kGzipMagic.size()).starts_with(kGzipMagic)) return;
       inflateReset(&stream);
     } else if (status != Z_OK) {

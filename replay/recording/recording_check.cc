@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kFewFromCache = 10;  // one in so many is what pictures that are used twice make
 
-// Whom the browser fetched it for; empty when it does not say.
+// The value of Sec-Fetch-Dest; empty if there is none.
 base::StringPiece DestinationOf(const Request& request) {
   base::StringPiece lines = request.requestHeaders, name, value;
   while (net::TakeHeader(lines, net::kRequestLineEnd, name, value)) {
@@ -24,9 +24,9 @@ bool IsLoadedDocument(const Request& request) {
          request.status < 300;
 }
 
-// Browsers say since 2020 whether a document is for a tab or for a frame. Before, a document that nothing on
-// the page asked for, that comes from the page's own server, and that begins when the page had ended, is
-// taken for a navigation.
+// Since 2020, browsers say whether a document is for a tab or for a frame. For older recordings, a document
+// counts as a navigation if nothing on the page initiated it, it comes from the page's own server, and it
+// begins after the page had ended.
 bool IsNavigation(const Page& page, size_t index, double quietSinceMs) {
   const Request& request = page.requests[index];
   if (!IsLoadedDocument(request)) return false;

@@ -7,7 +7,7 @@
 namespace replay {
 namespace {
 
-// The last `parts` parts of the path; all of it when it has no more.
+// The last `parts` parts of the path, or the whole path if it has no more.
 std::string Tail(const std::string& path, size_t parts) {
   size_t begin = path.size();
   for (; parts > 0; --parts) {
@@ -17,7 +17,7 @@ std::string Tail(const std::string& path, size_t parts) {
   return path.substr(begin);
 }
 
-// Lengthens the names of different paths that share one, until no two of them do. Equal paths stay together.
+// Lengthens equal names of different paths until they differ. Equal paths keep equal names.
 std::map<std::string, std::string> NamesByPath(const std::set<std::string>& paths) {
   std::map<std::string, std::string> names;
   std::set<std::string> open = paths;

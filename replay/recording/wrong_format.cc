@@ -48,7 +48,7 @@ constexpr std::array<Beginning, 17> kBeginnings = {{
     {std::string_view("\x1f\x8b", 2), "it looks like gzip data that was compressed twice"},
 }};
 
-// A key that tells a kind of JSON file apart from a HAR, and mostly from the others.
+// A key by which another kind of JSON file is recognised.
 struct TellingKey {
   std::string_view key;
   const char* what;
@@ -81,7 +81,7 @@ bool StartsWithIgnoringCase(std::string_view text, std::string_view beginning) {
   return net::EqualsIgnoringCase(text.substr(0, beginning.size()), beginning);
 }
 
-// "callback({": JSON inside of a call of a function.
+// Recognises "callback({": JSON inside a function call.
 bool LooksLikeCall(std::string_view text) {
   const size_t end =
       text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_$.");

@@ -74,13 +74,17 @@ FailCondition ParseFailCondition(const std::string& text) {
   const auto number = FiniteNumber(Trimmed(whole.substr(at + comparison.size())));
   if (!number) Refuse(text, "there must be a number after " + std::string(comparison));
   const std::string key(Trimmed(whole.substr(0, at)));
-  static const Json kKeys = Json::parse(JsonSummaryLine({}, ReplayOptions()));
+  static const Json kKeys = Json::parse(JsonSummaryLines({}, Settings(2)).front());
   const Json* const value = Find(kKeys, key);
   const bool isFigure = value != nullptr && (value->is_number() || value->is_null());
   if (!isFigure && !CountsWhatOccurred(key)) {
     Refuse(text, "the summary has no figure '" + key + "' (docs/replay-json.md lists its keys)");
   }
-  return {.text = text, .key = key, .comparison = std::string(comparison), .number = *number};
+  return {.text = text,
+          .needsSweep = key.starts_with("against_first."),
+          .key = key,
+          .comparison = std::string(comparison),
+          .number = *number};
 }
 
 std::string WhyFailed(const FailCondition& condition, const std::string& summaryLine) {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "host/http/header_block.h"
 #include "plugin/version.h"
@@ -201,58 +202,86 @@ void Append(std::string& array, const std::string& json) {
   array += json;
 }
 
-Json PageObject(const std::string& id, int64_t visitMs, const Visit& visit) {
+// Viewers list pages by their titles.
+Json PageObject(const std::string& id, int64_t visitMs, const Visit& visit, Way way) {
   const std::string nth = visit.repeat ? fmt::format("visit {}", visit.number) : "first visit";
+  const std::string comment = fmt::format("{}, {}", nth, WordsFor(way).key);
+  const LoadTimes& times = Of(visit, way).times;
   return {{"startedDateTime", DateText(visitMs, 0)},
           {"id", id},
-          {"title", visit.pageUrl},
+          {"title", visit.pageUrl + " (" + comment + ")"},
           {"pageTimings",
-           {{"onContentLoad", -1}, {"onLoad", Milliseconds(Of(visit, Way::Plugin).times.pageLoadUs)}}},
-          {"comment", nth}};
+           {{"onContentLoad", Milliseconds(times.contentLoadedUs)},
+            {"onLoad", Milliseconds(times.pageLoadUs)},
+            {"_firstPaint", Milliseconds(times.firstPaintUs)}}},
+          {"comment", comment}};
+}
+
+// In the order in which they begin. As texts, which take far less room than objects.
+void AppendEntries(std::string& array, const std::string& pageId, int64_t visitMs, const Page& page,
+                   const WayResult& way, const RequestsByUrl& requestsByUrl) {
+  std::vector<std::pair<int64_t, std::string>> entries;
+  for (const RequestRow& row : way.requests) {
+    entries.emplace_back(row.wantedUs,
+                         Dump(RequestEntry(pageId, visitMs, page.requests.at(row.request), row)));
+  }
+  for (const PreloadRow& row : way.preloads) {
+    entries.emplace_back(row.launchedUs,
+                         Dump(PreloadEntry(pageId, visitMs, requestsByUrl.Find(row.url), row)));
+  }
+  std::stable_sort(entries.begin(), entries.end(),
+                   [](const auto& left, const auto& right) { return left.first < right.first; });
+  for (const auto& [begin, entry] : entries) Append(array, entry);
 }
 
 }  // namespace
 
-HarPart HarPartOf(size_t index, const Recording& recording, const RecordingResult& result,
-                  const ReplayOptions& options) {
-  HarPart part;
+std::string HarPartOf(size_t index, const Recording& recording, const RecordingResult& result,
+                      const ReplayOptions& options) {
+  std::string pages, entries;
   const RequestsByUrl requestsByUrl(recording);
   int64_t visitMs = kFirstVisitMs;
   for (size_t number = 0; number < result.visits.size(); ++number) {
     const Visit& visit = result.visits[number];
-    const WayResult& way = Of(visit, Way::Plugin);
-    const std::string id = fmt::format("page_{}_{}", index + 1, number + 1);
-    Append(part.pages, Dump(PageObject(id, visitMs, visit)));
-
-    const Page& page = recording.pages.at(visit.page);
-    std::vector<std::pair<int64_t, std::string>>
-        entries;  // as text, which takes far less room than the objects
-    for (const RequestRow& row : way.requests) {
-      entries.emplace_back(row.wantedUs, Dump(RequestEntry(id, visitMs, page.requests.at(row.request), row)));
+    for (const Way way : {Way::Off, Way::Plugin}) {
+      const std::string id = fmt::format("page_{}_{}_{}", index + 1, number + 1, WordsFor(way).key);
+      Append(pages, Dump(PageObject(id, visitMs, visit, way)));
+      AppendEntries(entries, id, visitMs, recording.pages.at(visit.page), Of(visit, way), requestsByUrl);
     }
-    for (const PreloadRow& row : way.preloads) {
-      entries.emplace_back(row.launchedUs, Dump(PreloadEntry(id, visitMs, requestsByUrl.Find(row.url), row)));
-    }
-    std::stable_sort(entries.begin(), entries.end(),
-                     [](const auto& left, const auto& right) { return left.first < right.first; });
-    for (const auto& [begin, entry] : entries) Append(part.entries, entry);
-    visitMs += way.times.pageLoadUs / 1000 + static_cast<int64_t>(options.revisitAfterMs);
+    visitMs += Of(visit, Way::Plugin).times.pageLoadUs / 1000 + static_cast<int64_t>(options.revisitAfterMs);
   }
-  return part;
+  return pages + '\0' + entries;
 }
 
-std::string HarFile(const std::vector<HarPart>& parts) {
-  std::string pages, entries;
-  for (const HarPart& part : parts) {
-    for (const auto& [array, text] : {std::pair(&pages, &part.pages), std::pair(&entries, &part.entries)}) {
-      if (text->empty()) continue;
-      if (!array->empty()) *array += ",\n";
-      *array += *text;
+void WriteHar(const std::vector<std::string_view>& parts, const TextSink& write) {
+  const auto writeArray = [&](const auto& arrayOf) {
+    bool begun = false;
+    for (const std::string_view part : parts) {
+      const std::string_view text = arrayOf(part);
+      if (text.empty()) continue;
+      if (std::exchange(begun, true)) write(",\n");
+      write(text);
     }
-  }
+  };
   const Json creator = {{"name", "kiv_replay"}, {"version", KIV_VERSION}};
-  return "{\"log\": {\"version\": \"1.2\", \"creator\": " + Dump(creator) + ",\n\"pages\": [\n" + pages +
-         "\n],\n\"entries\": [\n" + entries + "\n]}}\n";
+  write("{\"log\": {\"version\": \"1.2\", \"creator\": " + Dump(creator) + ",\n\"pages\": [\n");
+  writeArray([](std::string_view part) { return part.substr(0, part.find('\0')); });
+  write("\n],\n\"entries\": [\n");
+  writeArray([](std::string_view part) { return part.substr(part.find('\0') + 1); });
+  write("\n]}}\n");
 }
+
+const ReportFormat kHarFormat = {
+    .option = "--har-out",
+    .what = "write the simulated loads, without the plugin and with it",
+    .signature = "\"creator\": {\"name\":\"kiv_replay\"",
+    .needsReplay = true,
+    .oneSetting = true,
+    .collect = HarPartOf,
+    .file = [](const std::vector<RecordingReport>& reports, const Settings&, const TextSink& write) {
+      std::vector<std::string_view> parts;
+      for (const RecordingReport& report : reports) parts.emplace_back(report.parts.at("--har-out"));
+      WriteHar(parts, write);
+    }};
 
 }  // namespace replay

@@ -1,10 +1,11 @@
 #include "replay/report/merge_lines.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
-#include "replay/report/report_html.h"
+#include "replay/report/advice_json.h"
 #include "replay/report/summary_json.h"
 
 namespace replay {
@@ -52,6 +53,13 @@ ReplayOptions SettingsOf(const Json& settings) {
   return options;
 }
 
+bool AreKnown(const std::vector<Advice>& all) {
+  return std::all_of(all.begin(), all.end(), [](const Advice& advice) {
+    const auto kind = static_cast<size_t>(advice.change.kind);
+    return kind < kChangeWords.size() && advice.visits > 0 && !advice.change.urls.empty();
+  });
+}
+
 }  // namespace
 
 std::string SettingsJson(const ReplayOptions& options) {
@@ -92,42 +100,107 @@ void LineMerger::Add(std::istream& lines, const std::string& name) {
   if (lines.bad() || !lines.eof()) throw std::runtime_error(name + ": cannot be read");
 }
 
+size_t LineMerger::PlaceOfSetting(const std::vector<std::string>& sweep, const std::string& setting) {
+  if (known_.empty()) {
+    for (const std::string& text : sweep) known_.push_back({.text = text});
+  }
+  const auto isSame = [](const Known& known, const std::string& text) { return known.text == text; };
+  if (!std::equal(known_.begin(), known_.end(), sweep.begin(), sweep.end(), isSame)) {
+    throw std::runtime_error("was written with another --sweep than the lines before");
+  }
+  const auto found = std::find(sweep.begin(), sweep.end(), setting);
+  if (found == sweep.end()) throw std::runtime_error("is of none of its sweep's settings");
+  return static_cast<size_t>(found - sweep.begin());
+}
+
 void LineMerger::AddLine(const std::string& line) {
   const Json object = Json::parse(line, [](int depth, Json::parse_event_t /*event*/, Json& /*value*/) {
     if (depth > kMostNested) throw std::runtime_error("is nested too deeply");  // copies and texts recurse
     return true;
   });
   if (object.contains("summary")) return;
+  const std::string name = object.at("recording").get<std::string>();
   RecordingReport report;
-  report.summary.name = object.at("recording").get<std::string>();
+  report.summary.name = name;
   if (object.contains("error")) {
     report.status = ReplayStatus::BadInput;
     report.error = object.at("error").get<std::string>();
   } else {
     const Json& parts = object.at("merge");
+    const auto sweep = parts.value("sweep", std::vector<std::string>{""});
+    const size_t place = PlaceOfSetting(sweep, object.value("setting", ""));
+    Known& known = known_[place];
     const std::string settings = parts.at("settings").dump();
-    if (settings_ && settings != settingsText_) {
+    if (known.options && settings != known.optionsText) {
       throw std::runtime_error("was written with other settings than the lines before: " + settings +
-                               ", not " + settingsText_);
+                               ", not " + known.optionsText);
     }
-    settings_ = SettingsOf(parts.at("settings"));
-    settingsText_ = settings;
+    known.options = SettingsOf(parts.at("settings"));
+    known.optionsText = settings;
     Json figures = parts.at("figures");
-    figures["name"] = report.summary.name;
+    figures["name"] = name;
     report.summary = figures.get<Summary>();
+    report.advised = parts.contains("advice");
+    if (report.advised) report.advice = parts.at("advice").get<std::vector<Advice>>();
+    if (!AreKnown(report.advice)) throw std::runtime_error("has advice of another version");
+    if (sweep.size() > 1) {
+      if (!sweepLines_[name].emplace(place, std::move(report.summary)).second) {
+        throw std::runtime_error("is another one of '" + name + "' with " + sweep[place]);
+      }
+      return;
+    }
   }
-  const std::string key = report.summary.name + '\0' + line;
+  const std::string key = name + '\0' + line;
   if (reportsByLine_.contains(key)) ++repeated_;
   reportsByLine_.emplace(key, std::move(report));
 }
 
+RecordingReport LineMerger::Together(const std::string& name, const BySetting& summaries) const {
+  RecordingReport report;
+  report.summary.name = name;
+  const auto isOtherVisit = [](const VisitFigures& left, const VisitFigures& right) {
+    return left.page != right.page || left.number != right.number || left.copy != right.copy;
+  };
+  for (size_t place = 0; place < known_.size(); ++place) {
+    const auto found = summaries.find(place);
+    const bool isPair =
+        found != summaries.end() && summaries.contains(0) &&
+        std::equal(found->second.repeats.begin(), found->second.repeats.end(),
+                   summaries.at(0).repeats.begin(), summaries.at(0).repeats.end(),
+                   [&](const auto& left, const auto& right) { return !isOtherVisit(left, right); });
+    if (!isPair) {
+      report.status = ReplayStatus::BadInput;
+      report.error = name + ": its line with " + known_[place].text +
+                     (found == summaries.end() ? " is missing" : " is of other visits");
+      report.further.clear();
+      return report;
+    }
+    if (place == 0) {
+      report.summary = found->second;
+    } else {
+      report.further.push_back(found->second);
+    }
+  }
+  return report;
+}
+
 std::vector<RecordingReport> LineMerger::Reports() const {
   std::vector<RecordingReport> reports;
-  for (const auto& [line, report] : reportsByLine_) {
-    reports.push_back(report);
-    reports.back().html = HtmlSectionWithoutVisits(reports.size() - 1, report.summary);
-  }
+  for (const auto& [line, report] : reportsByLine_) reports.push_back(report);
+  for (const auto& [name, summaries] : sweepLines_) reports.push_back(Together(name, summaries));
+  std::stable_sort(reports.begin(), reports.end(), [](const auto& left, const auto& right) {
+    return left.summary.name < right.summary.name;
+  });
+  for (size_t index = 0; index < reports.size(); ++index) reports[index].index = index;
   return reports;
+}
+
+Settings LineMerger::MergedSettings() const {
+  Settings settings;
+  for (const Known& known : known_) {
+    settings.push_back({.text = known.text, .options = known.options.value_or(ReplayOptions())});
+  }
+  return settings.empty() ? Settings(1) : settings;
 }
 
 }  // namespace replay

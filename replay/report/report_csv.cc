@@ -37,49 +37,68 @@ void AddCells(const std::string& prefix, const Json& object, Cells& cells) {
   }
 }
 
-// Of a row with figures: objects whose keys depend on the recording have a column for every key that is
+// Of a line with figures: objects whose keys depend on the recording have a column for every key that is
 // possible, or one for their sum.
-Cells CellsOf(const Summary& summary, const ReplayOptions& options) {
-  Json line = Json::parse(JsonLine(summary, options));
+Cells CellsOf(const std::string& jsonLine) {
+  Json line = Json::parse(jsonLine);
   line.erase("merge");
-  line.erase("reasons");
   size_t skipped = 0;
-  for (const auto& [reason, count] : summary.skipped) skipped += count;
+  for (const auto& [reason, count] : line["skipped"].items()) skipped += count.get<size_t>();
   line["skipped"] = skipped;
-  Json& reasons = line["reasons"];
+  const Json found = line["reasons"];
+  Json& reasons = line["reasons"] = Json::object();
   for (const auto& words : host::kNotServedWords) {
-    if (words.reason == host::NotServed::None) continue;
-    const auto found = summary.reasons.find(words.reason);
-    reasons[words.key] = found != summary.reasons.end() ? found->second : 0;
+    if (words.reason != host::NotServed::None) reasons[words.key] = found.value(words.key, 0);
   }
+  const size_t advice = line["advice"].size();
+  line["advice"] = line["advice"].is_null() ? Json(nullptr) : Json(advice);
   line["error"] = nullptr;
   Cells cells;
   AddCells("", line, cells);
   return cells;
 }
 
+// Of a recording without visits: all columns are there.
+Cells EmptyCells(const Settings& settings) {
+  RecordingReport report;
+  report.further.resize(settings.size() - 1);
+  return CellsOf(JsonLines(report, settings).front());
+}
+
 std::string Row(const Cells& cells, std::string Cells::value_type::*part) {
   std::string row;
-  for (const auto& cell : cells) row += (row.empty() ? "" : ",") + cell.*part;
+  for (const auto& cell : cells) row += cell.*part + ",";
+  row.pop_back();
   return row + "\r\n";
+}
+
+std::string ErrorRow(const RecordingReport& report, const Settings& settings) {
+  Cells cells = EmptyCells(settings);
+  for (auto& [column, text] : cells) text.clear();
+  cells.front().second = Quoted(report.summary.name);
+  cells.back().second = Quoted(report.error);
+  return Row(cells, &Cells::value_type::second);
 }
 
 }  // namespace
 
-std::string CsvHeading() {
-  return Row(CellsOf(Summary(), ReplayOptions()), &Cells::value_type::first);
+const ReportFormat kCsvFormat = {.option = "--csv",
+                                 .what = "write the same figures as CSV, a row per recording",
+                                 .signature = "recording,profile,",
+                                 .firstLines = CsvHeading,
+                                 .lines = CsvRows};
+
+std::string CsvHeading(const Settings& settings) {
+  return Row(EmptyCells(settings), &Cells::value_type::first);
 }
 
-std::string CsvRow(const Summary& summary, const ReplayOptions& options) {
-  return Row(CellsOf(summary, options), &Cells::value_type::second);
-}
-
-std::string CsvErrorRow(const std::string& name, const std::string& error) {
-  Cells cells = CellsOf(Summary(), ReplayOptions());
-  for (auto& [column, text] : cells) text.clear();
-  cells.front().second = Quoted(name);
-  cells.back().second = Quoted(error);
-  return Row(cells, &Cells::value_type::second);
+std::string CsvRows(const RecordingReport& report, const Settings& settings) {
+  if (report.status != ReplayStatus::Done) return ErrorRow(report, settings);
+  std::string rows;
+  for (const std::string& line : JsonLines(report, settings)) {
+    rows += Row(CellsOf(line), &Cells::value_type::second);
+  }
+  return rows;
 }
 
 }  // namespace replay

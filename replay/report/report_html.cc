@@ -7,36 +7,14 @@
 #include <vector>
 
 #include "replay/report/figure_text.h"
-#include "replay/report/printable_text.h"
+#include "replay/report/html_table.h"
 #include "replay/report/report_page.h"
 #include "replay/report/report_text.h"
 #include "replay/report/report_waterfall.h"
+#include "replay/report/sweep.h"
 
 namespace replay {
 namespace {
-
-std::string Escaped(const std::string& text) {
-  std::string html;
-  for (const char character : PrintableText(text)) {
-    switch (character) {
-      case '&':
-        html += "&amp;";
-        break;
-      case '<':
-        html += "&lt;";
-        break;
-      case '>':
-        html += "&gt;";
-        break;
-      case '"':
-        html += "&quot;";
-        break;
-      default:
-        html += character;
-    }
-  }
-  return html;
-}
 
 std::string Seconds(double microseconds) {
   if (microseconds < 999.5e3) return MillisecondsText(microseconds) + "&nbsp;ms";
@@ -112,9 +90,9 @@ std::string FigureCells(const Summary& summary) {
   html += GainCell(visits, &LoadTimes::firstPaintUs);
   for (const Way way : kRowWays) html += "<td>" + MillisecondsText(At(load, way)) + "</td>";
   html += GainCell(visits, &LoadTimes::pageLoadUs);
-  html +=
-      fmt::format("<td>{}</td><td>{}</td><td>{}</td>", Typeset(PercentText(GapClosedOverall(visits, kBound))),
-                  Bullet(visits), PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)));
+  html += fmt::format("<td>{}</td><td>{}</td><td>{}</td>",
+                      Typeset(PercentText(GapClosedOverall(visits, kBound))), Bullet(visits),
+                      PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)));
   for (const uint64_t count : {totals.slowerVisits, totals.laterPaintVisits}) {
     html += fmt::format(R"(<td class="{}">{}</td>)", count > 0 ? "bad" : "", count);
   }
@@ -192,11 +170,12 @@ std::string Headlines(const Summary& total) {
       fmt::format("visits with a later first paint, and with a later load event; of the gap from off "
                   "to {} the plugin closes {}",
                   WordsFor(kBound).key, Typeset(PercentText(GapClosedOverall(visits, kBound)))));
-  html += Headline(
-      "Unused bytes", PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
-      fmt::format("of {} preloaded; {} preloads and {} connections were unused",
-                  BytesText(totals.preloadedBytes), UnusedText(totals.unusedPreloads, totals.preloads),
-                  UnusedText(totals.unusedConnections, totals.connections)));
+  html +=
+      Headline("Unused bytes", PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)),
+               fmt::format("of {} preloaded; {} preloads and {} connections were unused",
+                           BytesText(totals.counts.preloadedBytes),
+                           UnusedText(totals.counts.unusedPreloads, totals.counts.preloads),
+                           UnusedText(totals.counts.unusedConnections, totals.counts.connections)));
   return html + "</dl>\n";
 }
 
@@ -340,10 +319,13 @@ std::string VisitTags(const Visit& visit) {
 
 std::string VisitHtml(size_t number, size_t index, const Recording& recording, const Visit& visit) {
   const Page& page = recording.pages.at(visit.page);
+  const auto gainUs = [&visit](Metric metric) {
+    return Of(visit, Way::Off).times.*metric - Of(visit, Way::Plugin).times.*metric;
+  };
   return fmt::format(
-      R"(<details class="visit{}" id="r{}v{}" data-visit="{}" data-tags="{}"><summary>{}</summary>{}{}<div class="waterfall"></div></details>)",
-      visit.repeat ? "" : " first", number, index, index, VisitTags(visit), VisitSummary(visit),
-      VisitTable(page, visit), VisitFacts(visit));
+      R"(<details class="visit{}" id="r{}v{}" data-visit="{}" data-tags="{}" data-paint="{}" data-load="{}"><summary>{}</summary>{}{}<div class="waterfall"></div></details>)",
+      visit.repeat ? "" : " first", number, index, index, VisitTags(visit), gainUs(&LoadTimes::firstPaintUs),
+      gainUs(&LoadTimes::pageLoadUs), VisitSummary(visit), VisitTable(page, visit), VisitFacts(visit));
 }
 
 // The visits of a page follow each other, under its address; pages are in the order of their first visits.
@@ -384,11 +366,71 @@ std::string Policy() {
       PolicyHash(kPageStyleSha256), PolicyHash(kPageScriptSha256));
 }
 
+// What compares the settings of a sweep; empty without one. The rest of the report is of the first setting.
+std::string SweepHtml(const std::vector<RecordingReport>& reports, const Settings& settings) {
+  if (!IsSweep(settings)) return "";
+  std::string html = fmt::format("<section class=\"sweep\"><h2>{} settings</h2>\n<p class=\"muted\">{}</p>\n",
+                                 settings.size(), kSweepNote);
+  for (const SweepTables& group : TablesOf(reports, settings)) {
+    html += "<h3>" + Escaped(group.title) + "</h3>\n<div class=\"tables\">";
+    for (const Table& table : group.tables) html += TableHtml(table, table.front().front().text);
+    html += "</div>\n";
+  }
+  return html + "</section>\n<h2>With the first setting, " + Escaped(settings.front().text) + "</h2>\n";
+}
+
+// What would make the recorded pages faster; empty if nobody asked.
+std::string AdviceHtml(const std::vector<RecordingReport>& reports) {
+  std::string html;
+  for (const RecordingReport& report : reports) {
+    if (!report.advised) continue;
+    html += "<h3>" + Escaped(report.summary.name) + "</h3>\n";
+    if (report.advice.empty()) html += "<p>No change that was tried saves 1% and 10 ms.</p>\n";
+    if (!report.advice.empty()) html += "<ol>\n";
+    for (const Advice& advice : report.advice) {
+      html += "<li>" + Escaped(AdviceText(advice)) + "<details><summary>Resources</summary><ul>";
+      for (const std::string& url : advice.change.urls) html += "<li>" + Escaped(url) + "</li>";
+      html += "</ul></details></li>\n";
+    }
+    if (!report.advice.empty()) html += "</ol>\n";
+  }
+  if (html.empty()) return "";
+  return "<section class=\"advice\"><h2>Advice</h2>\n<p class=\"muted\">Each line is the result of replaying "
+         "the "
+         "recording with that change.</p>\n" +
+         html + "</section>\n";
+}
+
+HtmlSection SectionOf(const RecordingReport& report) {
+  const auto part = report.parts.find(kHtmlFormat.option);
+  if (part == report.parts.end()) return HtmlSectionWithoutVisits(report.index, report.summary);
+  return {.number = report.index, .text = part->second};
+}
+
 }  // namespace
+
+const ReportFormat kHtmlFormat = {
+    .option = "--html",
+    .what = "write a report with waterfalls",
+    .signature = "<meta name=\"generator\" content=\"kiv_replay\">",
+    .collect = [](size_t index, const Recording& recording, const RecordingResult& result,
+                  const ReplayOptions&) { return HtmlSectionOf(index, recording, result).text; },
+    .file =
+        [](const std::vector<RecordingReport>& reports, const Settings& settings, const TextSink& write) {
+          std::vector<Summary> summaries;
+          std::vector<HtmlSection> sections;
+          for (const RecordingReport& report : reports) {
+            summaries.push_back(report.summary);
+            sections.push_back(SectionOf(report));
+          }
+          write(HtmlReport(summaries, sections, settings.front().options, SweepHtml(reports, settings),
+                           AdviceHtml(reports)));
+        }};
 
 HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const RecordingResult& result) {
   const Summary summary = Summarize(result);
-  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(result.name));
+  std::string html =
+      fmt::format(R"(<section id="r{}" class="recording"><h2>{}</h2>)", number, Escaped(result.name));
   html += fmt::format("<p class=\"muted\">{} visits, {} of them repeat visits, {} requests{}{}</p>\n",
                       summary.visits, summary.repeats.size(), summary.requests,
                       recording.browser.empty() ? "" : ", recorded with ", Escaped(recording.browser));
@@ -399,7 +441,8 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
 }
 
 HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
-  std::string html = fmt::format(R"(<section id="r{}"><h2>{}</h2>)", number, Escaped(summary.name));
+  std::string html =
+      fmt::format(R"(<section id="r{}" class="recording"><h2>{}</h2>)", number, Escaped(summary.name));
   html += fmt::format(
       "<p class=\"muted\">{} visits, {} of them repeat visits, {} requests; merged, without waterfalls</p>\n",
       summary.visits, summary.repeats.size(), summary.requests);
@@ -408,21 +451,21 @@ HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary) {
 }
 
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
-                       const ReplayOptions& options) {
+                       const ReplayOptions& options, const std::string& sweep, const std::string& advice) {
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
   std::string html =
       std::string(kPageBegin) + Policy() + "<style>" + kPageStyle + "</style>\n</head>\n<body>\n";
   html += "<header><h1>Page load with and without the plugin</h1><p class=\"muted\">" +
           Escaped(ConditionsText(options)) + "</p></header>\n<main>\n";
-  html += Headlines(total) + RecordingsTable(summaries, sections);
+  html += sweep + Headlines(total) + RecordingsTable(summaries, sections) + advice;
   html += R"(<div class="tables">)" + GroupTables(total);
   if (summaries.size() > 1) html += ReasonsTable(total) + SkippedTable(total);
   html += "</div>\n";
   html += kPageFilter;
   for (const HtmlSection& section : sections) html += section.text;
   html += kPageLegend;
-  return html + "</main>\n<script>" + kPageScript + "</script>\n</body>\n</html>\n";
+  return html + "</main>\n<script type=\"module\">" + kPageScript + "</script>\n</body>\n</html>\n";
 }
 
 }  // namespace replay

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "replay/model/replay_options.h"
-#include "replay/recording/recording.h"
-#include "replay/report/summary.h"
+#include "replay/report/report_format.h"
 
 namespace replay {
+
+extern const ReportFormat kHtmlFormat;
 
 // Returns the part of one recording. `number` is unique in the report; links within the page use it.
 struct HtmlSection {
@@ -21,9 +21,11 @@ HtmlSection HtmlSectionOf(size_t number, const Recording& recording, const Recor
 // The same without visits and waterfalls, for a recording of which only the summary exists.
 HtmlSection HtmlSectionWithoutVisits(size_t number, const Summary& summary);
 
-// Returns the whole file. `sections` are in the order of `summaries`.
+// Returns the whole file. `sections` are in the order of `summaries`. `sweep` is HTML that compares settings,
+// `advice` is HTML about the recordings; both may be empty.
 std::string HtmlReport(const std::vector<Summary>& summaries, const std::vector<HtmlSection>& sections,
-                       const ReplayOptions& options);
+                       const ReplayOptions& options, const std::string& sweep = "",
+                       const std::string& advice = "");
 
 }  // namespace replay
 

@@ -5,8 +5,10 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "replay/report/advice_json.h"
 #include "replay/report/merge_lines.h"
 #include "replay/report/summary_json.h"
+#include "replay/report/sweep.h"
 
 namespace replay {
 namespace {
@@ -35,6 +37,13 @@ Json Milliseconds(const Figures& figures, Way way) {
   return figures ? Milliseconds(At(figures, way)) : Json(nullptr);
 }
 
+Json SpreadOf(const std::optional<Gains>& gains) {
+  return {{"p5", gains ? Milliseconds(gains->p5) : Json(nullptr)},
+          {"p50", gains ? Milliseconds(gains->median) : Json(nullptr)},
+          {"p95", gains ? Milliseconds(gains->p95) : Json(nullptr)},
+          {"total", Milliseconds(gains ? gains->total : 0)}};
+}
+
 // The metrics of which `real` and `copies` have the sums.
 constexpr std::array<Metric, 3> kSummed = {&LoadTimes::pageLoadUs, &LoadTimes::firstPaintUs,
                                            &LoadTimes::objectIndexUs};
@@ -54,16 +63,13 @@ Json Group(const std::vector<VisitFigures>& visits) {
       sums[WordsFor(way).key] = Milliseconds(static_cast<double>(totals.times[Index(way)].*metric));
     }
   }
-  const std::optional<Gains> gains = GainsOf(visits, &LoadTimes::pageLoadUs);
-  group["gain_ms"] = {{"p5", gains ? Milliseconds(gains->p5) : Json(nullptr)},
-                      {"p50", gains ? Milliseconds(gains->median) : Json(nullptr)},
-                      {"p95", gains ? Milliseconds(gains->p95) : Json(nullptr)},
-                      {"total", Milliseconds(gains ? gains->total : 0)}};
-  group["preloads"] = totals.preloads;
-  group["unused_preloads"] = totals.unusedPreloads;
-  group["preloaded_bytes"] = totals.preloadedBytes;
-  group["unused_bytes"] = totals.unusedBytes;
-  group["unused_connections"] = totals.unusedConnections;
+  group["gain_ms"] = SpreadOf(GainsOf(visits, &LoadTimes::pageLoadUs));
+  group["first_paint_gain_ms"] = SpreadOf(GainsOf(visits, &LoadTimes::firstPaintUs));
+  group["preloads"] = totals.counts.preloads;
+  group["unused_preloads"] = totals.counts.unusedPreloads;
+  group["preloaded_bytes"] = totals.counts.preloadedBytes;
+  group["unused_bytes"] = totals.counts.unusedBytes;
+  group["unused_connections"] = totals.counts.unusedConnections;
   return group;
 }
 
@@ -75,10 +81,12 @@ void AddMedians(Json& line, const std::vector<VisitFigures>& visits) {
   for (const Way way : kWays) line[std::string(WordsFor(way).key) + "_p95_ms"] = Milliseconds(p95, way);
 }
 
-void AddConditions(Json& line, const ReplayOptions& options) {
+void AddConditions(Json& line, const Setting& setting) {
+  const ReplayOptions& options = setting.options;
   line["profile"] = options.profile.name;
   line["rtt_ms"] = Optional(options.profile.rttMs);
   line["down_mbit"] = Optional(options.profile.downMbit);
+  if (!setting.text.empty()) line["setting"] = setting.text;
 }
 
 void AddCounts(Json& line, const Summary& summary) {
@@ -95,13 +103,13 @@ void AddFigures(Json& line, const Summary& summary) {
   line["reachable_gap_closed"] = Share(GapClosedOverall(visits, kBound));
   line["reachable_gap_closed_per_visit"] = Share(GapClosedPerVisit(visits, kBound));
   line["slower_visits"] = totals.slowerVisits;
-  line["served"] = totals.served;
-  line["joined"] = totals.joined;
-  line["fetched"] = totals.fetched;
-  line["from_disk_cache"] = totals.fromDiskCache;
-  line["preloads"] = totals.preloads;
-  line["preloaded_bytes"] = totals.preloadedBytes;
-  line["wasted_bytes"] = totals.unusedBytes;
+  line["served"] = totals.counts.served;
+  line["joined"] = totals.counts.joined;
+  line["fetched"] = totals.counts.fetched;
+  line["from_disk_cache"] = totals.counts.fromDiskCache;
+  line["preloads"] = totals.counts.preloads;
+  line["preloaded_bytes"] = totals.counts.preloadedBytes;
+  line["wasted_bytes"] = totals.counts.unusedBytes;
   line["real"] = Group(Select(summary.repeats, false));
   line["copies"] = Group(Select(summary.repeats, true));
   line["commands"] = summary.commands;
@@ -119,41 +127,125 @@ void AddFigures(Json& line, const Summary& summary) {
   for (const auto& [why, count] : summary.reasons) reasons[host::WordsFor(why).key] = count;
 }
 
+// What `against_first` is. The visits are pairs.
+Json Against(const std::vector<VisitFigures>& first, const std::vector<VisitFigures>& visits) {
+  Json group;
+  group["visits"] = visits.size();
+  for (const MetricWords& words : kMetrics) {
+    const std::optional<Difference> difference = DifferenceOf(first, visits, words.metric);
+    Json& figures = group[words.key] = SpreadOf(difference ? std::optional(difference->gains) : std::nullopt);
+    figures["better_visits"] = difference ? difference->better : 0;
+    figures["worse_visits"] = difference ? difference->worse : 0;
+  }
+  group["unused_bytes"] = static_cast<int64_t>(TotalsOf(visits).counts.unusedBytes) -
+                          static_cast<int64_t>(TotalsOf(first).counts.unusedBytes);
+  return group;
+}
+
+void AddAgainstFirst(Json& line, const Summary& first, const Summary& summary) {
+  line["against_first"] = {{"real", Against(Select(first.repeats, false), Select(summary.repeats, false))},
+                           {"copies", Against(Select(first.repeats, true), Select(summary.repeats, true))}};
+}
+
+Json SavingOf(const Saving& saving) {
+  return {{"p50", Milliseconds(saving.median)},
+          {"total", Milliseconds(saving.total)},
+          {"better_visits", saving.betterVisits},
+          {"worse_visits", saving.worseVisits}};
+}
+
+Json AdviceOf(const RecordingReport& report) {
+  if (!report.advised) return nullptr;
+  Json all = Json::array();
+  for (const Advice& advice : report.advice) {
+    all.push_back({{"kind", WordsFor(advice.change.kind).key},
+                   {"server", advice.change.server},
+                   {"resources", advice.change.count},
+                   {"visits", advice.visits},
+                   {"load_ms", SavingOf(advice.load)},
+                   {"first_paint_ms", SavingOf(advice.firstPaint)},
+                   {"load_total_without_plugin_ms", Milliseconds(advice.totalWithoutPlugin)},
+                   {"text", AdviceText(advice)},
+                   {"urls", advice.change.urls}});
+  }
+  return all;
+}
+
 std::string Line(const Json& object) {
   return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-}  // namespace
-
-std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
+std::string RecordingLine(const RecordingReport& report, size_t index, const Settings& settings) {
+  const Summary& summary = SummaryUnder(report, index);
   Json line;
   line["recording"] = summary.name;
-  AddConditions(line, options);
+  AddConditions(line, settings[index]);
   AddCounts(line, summary);
   AddMedians(line, summary.repeats);
   AddFigures(line, summary);
-  line["merge"]["settings"] = Json::parse(SettingsJson(options));
+  if (IsSweep(settings)) {
+    AddAgainstFirst(line, report.summary, summary);
+    for (const Setting& setting : settings) line["merge"]["sweep"].push_back(setting.text);
+  }
+  line["advice"] = AdviceOf(report);
+  line["merge"]["settings"] = Json::parse(SettingsJson(settings[index].options));
   nlohmann::json figures = summary;
   figures.erase("name");  // it is in the line already
   line["merge"]["figures"] = figures;
+  if (report.advised) line["merge"]["advice"] = nlohmann::json(report.advice);
   return Line(line);
 }
 
-std::string JsonErrorLine(const std::string& name, const std::string& error) {
-  return Line({{"recording", name}, {"error", error}});
-}
-
-std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options) {
-  Summary total;
-  for (const Summary& summary : summaries) AddTo(total, summary);
+std::string SummaryLine(const std::vector<Summary>& totals, size_t index, size_t recordings,
+                        const Settings& settings) {
+  const Summary& total = totals[index];
   Json line;
   line["summary"] = true;
-  line["recordings"] = summaries.size();
-  AddConditions(line, options);
+  line["recordings"] = recordings;
+  AddConditions(line, settings[index]);
   AddCounts(line, total);
   line["headline"] = HeadlineIsOfCopies(total.repeats) ? "copies" : "real";
   AddFigures(line, total);
+  if (IsSweep(settings)) AddAgainstFirst(line, totals.front(), total);
   return Line(line);
+}
+
+std::string Joined(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += line + "\n";
+  return text;
+}
+
+}  // namespace
+
+const ReportFormat kJsonFormat = {
+    .option = "--json",
+    .what = "write one JSON object per recording and line, as soon as it is ready",
+    .signature = "{\"recording\":",
+    .lines = [](const RecordingReport& report,
+                const Settings& settings) { return Joined(JsonLines(report, settings)); },
+    .lastLines = [](const std::vector<RecordingReport>& reports,
+                    const Settings& settings) { return Joined(JsonSummaryLines(reports, settings)); }};
+
+std::vector<std::string> JsonLines(const RecordingReport& report, const Settings& settings) {
+  if (report.status != ReplayStatus::Done) {
+    return {Line({{"recording", report.summary.name}, {"error", report.error}})};
+  }
+  std::vector<std::string> lines;
+  for (size_t index = 0; index < settings.size(); ++index) {
+    lines.push_back(RecordingLine(report, index, settings));
+  }
+  return lines;
+}
+
+std::vector<std::string> JsonSummaryLines(const std::vector<RecordingReport>& reports,
+                                          const Settings& settings) {
+  const std::vector<Summary> totals = TotalsBySetting(reports, settings);
+  std::vector<std::string> lines;
+  for (size_t index = 0; index < settings.size(); ++index) {
+    lines.push_back(SummaryLine(totals, index, reports.size(), settings));
+  }
+  return lines;
 }
 
 }  // namespace replay

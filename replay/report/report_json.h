@@ -6,19 +6,21 @@
 #include <string>
 #include <vector>
 
-#include "replay/model/replay_options.h"
-#include "replay/report/summary.h"
+#include "replay/report/report_format.h"
 
 namespace replay {
 
-// Returns one object without a line end. Bytes that are not UTF-8 are replaced by U+FFFD.
-std::string JsonLine(const Summary& summary, const ReplayOptions& options);
+extern const ReportFormat kJsonFormat;
 
-// The same for a recording that could not be replayed: its name and the error.
-std::string JsonErrorLine(const std::string& name, const std::string& error);
+// All lines are objects without line ends. Bytes that are not UTF-8 are replaced by U+FFFD.
 
-// Returns the last line, which summarises all recordings.
-std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options);
+// Returns the lines of a recording, one for each setting, or one with its name and the error if it could not
+// be replayed.
+std::vector<std::string> JsonLines(const RecordingReport& report, const Settings& settings);
+
+// Returns the last lines, which summarise all recordings, one for each setting.
+std::vector<std::string> JsonSummaryLines(const std::vector<RecordingReport>& reports,
+                                          const Settings& settings);
 
 }  // namespace replay
 

@@ -1,4 +1,4 @@
-// The constant parts of the HTML report. CMake makes them from report.css and report.js.
+// The constant parts of the HTML report. CMake makes them from the files of page/.
 #ifndef REPLAY_REPORT_REPORT_PAGE_H_
 #define REPLAY_REPORT_REPORT_PAGE_H_
 

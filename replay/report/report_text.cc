@@ -6,96 +6,14 @@
 
 #include "replay/report/figure_text.h"
 #include "replay/report/printable_text.h"
+#include "replay/report/sweep.h"
+#include "replay/report/text_table.h"
 
 namespace replay {
 namespace {
 
-constexpr size_t kShortestName = 12;
-
-// A table of text: cells of a row, and how a cell is to look. The first column is left-aligned.
-enum class Look { Plain, Bold, Dim, Good, Bad };
-struct Cell {
-  std::string text;
-  Look look = Look::Plain;
-};
-using Row = std::vector<Cell>;
-
-// Columns on a terminal, wide characters as two.
-size_t Columns(const std::string& text) {
-  constexpr size_t kPadded = 4096;
-  return kPadded + text.size() - fmt::formatted_size("{:<4096}", text);
-}
-
-// Cut to a number of columns, in the middle, because both ends of a file's name tell something.
-std::string Shorten(const std::string& text, size_t columns) {
-  if (Columns(text) <= columns) return text;
-  std::vector<std::string> characters;
-  for (size_t at = 0; at < text.size();) {
-    const size_t length = std::max<size_t>(SequenceLength(text, at), 1);
-    characters.push_back(text.substr(at, length));
-    at += length;
-  }
-  std::string head, tail;
-  size_t front = 0, back = characters.size();
-  while (true) {
-    const bool fromFront = Columns(head) <= Columns(tail);
-    const std::string& next = fromFront ? characters[front] : characters[back - 1];
-    if (Columns(head) + Columns(tail) + Columns(next) + 1 > columns) break;
-    if (fromFront) {
-      head += next;
-      ++front;
-    } else {
-      tail.insert(0, next);
-      --back;
-    }
-  }
-  return head + "…" + tail;
-}
-
-std::string Painted(const std::string& text, Look look, bool colour) {
-  if (!colour || look == Look::Plain) return text;
-  const char* const code = look == Look::Bold   ? "1"
-                           : look == Look::Dim  ? "2"
-                           : look == Look::Good ? "32"
-                                                : "31";
-  return fmt::format("\033[{}m{}\033[0m", code, text);
-}
-
-std::vector<size_t> Widths(const std::vector<Row>& rows) {
-  std::vector<size_t> widths;
-  for (const Row& row : rows) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (size_t column = 0; column < row.size(); ++column) {
-      widths[column] = std::max(widths[column], Columns(row[column].text));
-    }
-  }
-  return widths;
-}
-
-// Shortens the names in the first column until the lines fit the terminal.
-void FitNames(std::vector<Row>& rows, size_t separator, size_t columns) {
-  const std::vector<size_t> widths = Widths(rows);
-  size_t others = 0;
-  for (size_t column = 1; column < widths.size(); ++column) others += separator + widths[column];
-  const size_t room = std::max(kShortestName, columns - std::min(columns, others));
-  for (Row& row : rows) row[0].text = Shorten(row[0].text, room);
-}
-
-std::string Print(const std::vector<Row>& rows, bool colour, const char* separator = "  ") {
-  const std::vector<size_t> widths = Widths(rows);
-  std::string text;
-  for (const Row& row : rows) {
-    std::string line;
-    for (size_t column = 0; column < row.size(); ++column) {
-      const std::string padding(widths[column] - Columns(row[column].text), ' ');
-      const std::string shown = Painted(row[column].text, row[column].look, colour);
-      if (column > 0) line += separator;
-      line += column == 0 ? shown + padding : padding + shown;
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    text += line + "\n";
-  }
-  return text;
+TableShape ShapeOf(const Terminal& terminal) {
+  return {.columns = terminal.columns, .colour = terminal.colour};
 }
 
 Look LookOfGain(double off, double plugin) {
@@ -111,25 +29,19 @@ Cell BadCount(uint64_t count, Look look) {
   return {CountText(count), count > 0 ? Look::Bad : look};
 }
 
-Row Heading(std::initializer_list<const char*> names) {
-  Row row;
-  for (const char* name : names) row.push_back({name, Look::Dim});
-  return row;
-}
-
 // --- A row per recording: medians, which may be compared within one.
 
-void AddGain(Row& row, const std::vector<VisitFigures>& visits, Metric metric) {
+void AddGain(TableRow& row, const std::vector<VisitFigures>& visits, Metric metric) {
   const std::optional<Gains> gains = GainsOf(visits, metric);
   const Figures medians = Medians(visits, metric);
   const double off = At(medians, Way::Off);
   row.push_back({SignedMillisecondsText(gains->median), LookOfGain(off, off - gains->median)});
 }
 
-Row RecordingRow(const Summary& summary) {
+TableRow RecordingRow(const Summary& summary) {
   const Totals totals = TotalsOf(summary.repeats);
   const bool copies = HeadlineIsOfCopies(summary.repeats);
-  Row row = {{PrintableText(summary.name)}, {CountText(totals.visits) + (copies ? "c" : " ")}};
+  TableRow row = {{PrintableText(summary.name)}, {CountText(totals.visits) + (copies ? "c" : " ")}};
   if (summary.repeats.empty()) {
     row.insert(row.end(), kRowWays.size() + 8, {"–", Look::Dim});
     return row;
@@ -141,25 +53,28 @@ Row RecordingRow(const Summary& summary) {
   for (const Way way : kRowWays) row.push_back({MillisecondsText(At(load, way))});
   AddGain(row, summary.repeats, &LoadTimes::pageLoadUs);
   row.push_back({PercentText(GapClosedOverall(summary.repeats, kBound))});
-  row.push_back({PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes))});
+  row.push_back({PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes))});
   row.push_back(BadCount(totals.slowerVisits, Look::Plain));
   row.push_back(BadCount(totals.laterPaintVisits, Look::Plain));
   return row;
 }
 
 std::string RecordingsTable(const std::vector<Summary>& summaries, const Terminal& terminal) {
-  Row heading = Heading({"recording", "visits", " paint", "plugin", "gain"});
+  TableRow heading = Heading({"recording", "visits", " paint", "plugin", "gain"});
   for (const Way way : kRowWays)
     heading.push_back({way == Way::Off ? " load" : WordsFor(way).key, Look::Dim});
   for (const char* name : {"gain", "gap", "unused", "slower", "later"}) heading.push_back({name, Look::Dim});
-  std::vector<Row> rows = {heading};
+  Table rows = {heading};
   bool copies = false;
   for (const Summary& summary : summaries) {
     rows.push_back(RecordingRow(summary));
     copies = copies || HeadlineIsOfCopies(summary.repeats);
   }
-  FitNames(rows, 1, terminal.columns);
-  std::string text = Print(rows, terminal.colour, " ");
+  // What a page gains and what it costs stays longest.
+  std::string text = TableText(std::move(rows), {.columns = terminal.columns,
+                                                 .colour = terminal.colour,
+                                                 .separator = " ",
+                                                 .dispensable = {8, 7, 11, 3, 6, 13, 2, 5}});
   text +=
       Painted("Medians over repeat visits, ms; paint and load are without the plugin, gains are per visit.",
               Look::Dim, terminal.colour);
@@ -181,56 +96,60 @@ std::string OptionalMillisecondsText(const std::optional<double>& microseconds) 
   return microseconds ? SignedMillisecondsText(*microseconds) : "–";
 }
 
-std::string GainsTable(const std::vector<VisitFigures>& visits, bool colour) {
+std::string GainsTable(const std::vector<VisitFigures>& visits, const Terminal& terminal) {
   const Totals totals = TotalsOf(visits);
-  Row heading = Heading({"gain per visit, ms", "median", "p5", "p95", "total"});
+  TableRow heading = Heading({"gain per visit, ms", "median", "p5", "p95", "total"});
   for (const Way way : kWays) {
     if (way != Way::Off) heading.push_back({WordsFor(way).key, Look::Dim});
   }
-  std::vector<Row> rows = {heading};
+  Table rows = {heading};
   for (const MetricWords& words : kMetrics) {
     const Gains gains = GainsOf(visits, words.metric).value();
     const Look look = words.metric == &LoadTimes::firstPaintUs || words.metric == &LoadTimes::pageLoadUs
                           ? Look::Bold
                           : Look::Plain;
-    Row row = {{words.text, look},
-               {SignedMillisecondsText(gains.median), look},
-               {OptionalMillisecondsText(gains.p5), look},
-               {OptionalMillisecondsText(gains.p95), look},
-               {SignedMillisecondsText(gains.total), look}};
+    TableRow row = {{words.text, look},
+                    {SignedMillisecondsText(gains.median), look},
+                    {OptionalMillisecondsText(gains.p5), look},
+                    {OptionalMillisecondsText(gains.p95), look},
+                    {SignedMillisecondsText(gains.total), look}};
     for (const Way way : kWays) {
       if (way != Way::Off) row.push_back({PercentText(TotalGainShare(totals, words.metric, way)), look});
     }
     rows.push_back(std::move(row));
   }
-  return Print(rows, colour);
+  return TableText(std::move(rows), {.columns = terminal.columns,
+                                     .colour = terminal.colour,
+                                     .shortestName = 20,
+                                     .dispensable = {6, 9, 7, 8, 3, 2}});
 }
 
 std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, const char* many,
-                      bool colour) {
+                      const Terminal& terminal) {
   if (visits.empty()) return "";
   const Totals totals = TotalsOf(visits);
   const Gains load = GainsOf(visits, &LoadTimes::pageLoadUs).value();
-  std::string text =
-      "\n" +
-      Painted(fmt::format("{} {}", totals.visits, totals.visits == 1 ? one : many), Look::Bold, colour) +
-      "\n";
-  text += GainsTable(visits, colour);
+  std::string text = "\n" +
+                     Painted(fmt::format("{} {}", totals.visits, totals.visits == 1 ? one : many), Look::Bold,
+                             terminal.colour) +
+                     "\n";
+  text += GainsTable(visits, terminal);
   text += fmt::format(
       "Of the gap between off and {} the plugin closes {} over all visits, {} in the median visit.\n",
       WordsFor(kBound).key, PercentText(GapClosedOverall(visits, kBound)),
       PercentText(GapClosedPerVisit(visits, kBound)));
   const std::string slower = fmt::format("{} slower and {} with a later first paint, by more than 1%",
                                          totals.slowerVisits, totals.laterPaintVisits);
-  text += Painted(slower, totals.slowerVisits + totals.laterPaintVisits > 0 ? Look::Bad : Look::Good, colour);
+  text += Painted(slower, totals.slowerVisits + totals.laterPaintVisits > 0 ? Look::Bad : Look::Good,
+                  terminal.colour);
   text += fmt::format("; the load event gains {} ms at worst, {} at best.\n",
                       SignedMillisecondsText(load.worst), SignedMillisecondsText(load.best));
   text += fmt::format("Unused: {} of {} preloads ({}), {} of {} ({}), {} of {} connections.\n",
-                      totals.unusedPreloads, totals.preloads,
-                      PercentText(ShareOf(totals.unusedPreloads, totals.preloads)),
-                      BytesText(totals.unusedBytes), BytesText(totals.preloadedBytes),
-                      PercentText(ShareOf(totals.unusedBytes, totals.preloadedBytes)),
-                      totals.unusedConnections, totals.connections);
+                      totals.counts.unusedPreloads, totals.counts.preloads,
+                      PercentText(ShareOf(totals.counts.unusedPreloads, totals.counts.preloads)),
+                      BytesText(totals.counts.unusedBytes), BytesText(totals.counts.preloadedBytes),
+                      PercentText(ShareOf(totals.counts.unusedBytes, totals.counts.preloadedBytes)),
+                      totals.counts.unusedConnections, totals.counts.connections);
   if (totals.endedByBeacon > 0) {
     text += fmt::format("Without the plugin, a beacon ended the load of {} visits.\n", totals.endedByBeacon);
   }
@@ -243,32 +162,32 @@ std::string GroupText(const std::vector<VisitFigures>& visits, const char* one, 
   return text;
 }
 
-std::string Groups(const Summary& total, bool colour) {
+std::string Groups(const Summary& total, const Terminal& terminal) {
   if (total.repeats.empty()) {
     return "\nNo page was visited twice, so there is nothing to compare. --visits repeats single loads.\n";
   }
   std::string text =
-      GroupText(Select(total.repeats, false), "real repeat visit", "real repeat visits", colour);
+      GroupText(Select(total.repeats, false), "real repeat visit", "real repeat visits", terminal);
   text += GroupText(Select(total.repeats, true), "copy of a recorded load",
-                    "copies: each visits a recorded load again", colour);
+                    "copies: each visits a recorded load again", terminal);
   if (total.unansweredCommands + total.warnings > 0) {
     text += Painted(fmt::format("{} of {} commands unanswered, {} warnings in the plugin's log.",
                                 total.unansweredCommands, total.commands, total.warnings),
-                    Look::Bad, colour) +
+                    Look::Bad, terminal.colour) +
             "\n";
   }
   return text;
 }
 
-std::string Reasons(const Summary& total, bool colour) {
+std::string Reasons(const Summary& total, const Terminal& terminal) {
   uint64_t sum = 0;
   for (const auto& [why, count] : total.fetchedReasons) sum += count;
   if (sum == 0) return "";
-  std::vector<Row> rows = {Heading({"why not served", "resources", "%"})};
+  Table rows = {Heading({"why not served", "resources", "%"})};
   for (const auto& [why, count] : ByFrequency(total.fetchedReasons)) {
     rows.push_back({{host::WordsFor(why).text}, {CountText(count)}, {PercentText(ShareOf(count, sum))}});
   }
-  return "\n" + Print(rows, colour);
+  return "\n" + TableText(rows, ShapeOf(terminal));
 }
 
 std::string Parents(const Summary& total) {
@@ -285,25 +204,66 @@ std::string Parents(const Summary& total) {
   return text;
 }
 
-std::string Skipped(const Summary& total, bool colour) {
+std::string Skipped(const Summary& total, const Terminal& terminal) {
   if (total.skipped.empty()) return "";
-  std::vector<Row> rows = {Heading({"rows not replayed", "rows"})};
+  Table rows = {Heading({"rows not replayed", "rows"})};
   for (const auto& [reason, count] : total.skipped) {
     rows.push_back({{PrintableText(reason)}, {fmt::format("{}", count)}});
   }
-  return "\n" + Print(rows, colour);
+  return "\n" + TableText(rows, ShapeOf(terminal));
 }
 
 }  // namespace
 
 std::string TextReport(const std::vector<Summary>& summaries, const ReplayOptions& options,
                        const Terminal& terminal) {
-  const bool colour = terminal.colour;
   Summary total;
   for (const Summary& summary : summaries) AddTo(total, summary);
-  return Painted("Page load with and without the plugin", Look::Bold, colour) + " · " +
-         ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) + Groups(total, colour) +
-         Reasons(total, colour) + Parents(total) + Skipped(total, colour);
+  const std::string text = Painted("Page load with and without the plugin", Look::Bold, terminal.colour) +
+                           " · " + ConditionsText(options) + "\n\n" + RecordingsTable(summaries, terminal) +
+                           Groups(total, terminal) + Reasons(total, terminal) + Parents(total) +
+                           Skipped(total, terminal);
+  return Wrapped(text, terminal.columns);
+}
+
+std::string SweepText(const std::vector<RecordingReport>& reports, const Settings& settings,
+                      const Terminal& terminal) {
+  std::string text = Painted(fmt::format("The same visits under {} settings", settings.size()), Look::Bold,
+                             terminal.colour) +
+                     " · first: " + ConditionsText(settings.front().options) + "\n";
+  const std::vector<SweepTables> groups = TablesOf(reports, settings);
+  for (const SweepTables& group : groups) {
+    text += "\n" + Painted(group.title, Look::Bold, terminal.colour) + "\n";
+    for (const Table& table : group.tables) {
+      text += "\n" +
+              TableText(table, {.columns = terminal.columns,
+                                .colour = terminal.colour,
+                                .shortestName = 20,
+                                .dispensable = table.front().size() > 7 ? std::vector<size_t>{2, 8, 6, 5, 7}
+                                                                        : std::vector<size_t>{2, 1}});
+    }
+  }
+  text += groups.empty() ? "\nNo page was visited twice, so there is nothing to compare.\n"
+                         : std::string("\n") + kSweepNote + "\n";
+  return Wrapped(text, terminal.columns);
+}
+
+std::string AdviceText(const std::vector<RecordingReport>& reports, const Terminal& terminal) {
+  std::string text =
+      "\n" + Painted("Advice, from replaying each recording with the change", Look::Bold, terminal.colour) +
+      "\n";
+  for (const RecordingReport& report : reports) {
+    text += PrintableText(report.summary.name) + "\n";
+    const std::vector<Advice> shown = MostValuable(report.advice);
+    if (shown.empty()) text += "  No change that was tried saves 1% and 10 ms.\n";
+    for (const Advice& advice : shown) {
+      text += Wrapped("  - " + PrintableText(AdviceText(advice)), terminal.columns, "    ") + "\n";
+    }
+    if (report.advice.size() > shown.size()) {
+      text += fmt::format("  {} more in the HTML report and in JSON\n", report.advice.size() - shown.size());
+    }
+  }
+  return text;
 }
 
 std::string ConditionsText(const ReplayOptions& options) {

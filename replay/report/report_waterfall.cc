@@ -1,6 +1,7 @@
 #include "replay/report/report_waterfall.h"
 
 #include <algorithm>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
 #include <vector>
@@ -44,18 +45,6 @@ const char* ProtocolText(Protocol protocol) {
       break;
   }
   return "HTTP/1.1";
-}
-
-const char* PaintText(PaintSource source) {
-  switch (source) {
-    case PaintSource::ContentLoaded:
-      return "DOMContentLoaded";
-    case PaintSource::Load:
-      return "the load event";
-    case PaintSource::Recorded:
-      break;
-  }
-  return "";
 }
 
 // One line of a waterfall: a request of the page in both ways, a preload that nobody asked for, or a request
@@ -113,90 +102,120 @@ std::vector<Line> Lines(const Page& page, const Visit& visit) {
   return lines;
 }
 
-// URLs of a recording by number: its visits ask for the same ones again and again.
-class UrlNumbers {
+// Texts by number: the visits of a recording say the same again and again.
+class TextNumbers {
  public:
-  int64_t Of(const std::string& url) {
-    if (url.empty()) return -1;
-    const auto [found, added] = numbers_.try_emplace(url, static_cast<int64_t>(urls_.size()));
-    if (added) urls_.push_back(PrintableText(url));
+  int64_t Of(const std::string& text) {
+    const auto [found, added] = numbers_.try_emplace(text, static_cast<int64_t>(texts_.size()));
+    if (added) texts_.push_back(PrintableText(text));
     return found->second;
   }
-  const Json& Urls() const { return urls_; }
+  bool Has(const std::string& text) const { return numbers_.contains(text); }
+  const Json& Texts() const { return texts_; }
 
  private:
   std::unordered_map<std::string, int64_t> numbers_;
-  Json urls_ = Json::array();
+  Json texts_ = Json::array();
 };
 
-Json RequestData(const Request& request, bool beacon, UrlNumbers& urls) {
-  return {urls.Of(request.url),
-          KindText(request.kind),
-          request.method,
+Json RequestData(const Request& request, bool beacon, TextNumbers& texts) {
+  const std::string& initiator = request.initiatorUrl.empty() ? request.referer : request.initiatorUrl;
+  return {texts.Of(request.url),
+          texts.Of(KindText(request.kind)),
+          texts.Of(request.method),
           request.status,
-          ProtocolText(request.protocol),
+          texts.Of(ProtocolText(request.protocol)),
           request.bodyBytes,
-          urls.Of(request.initiatorUrl.empty() ? request.referer : request.initiatorUrl),
+          initiator.empty() ? -1 : texts.Of(initiator),
           beacon ? 1 : 0};
 }
 
-Json PageData(const Page& page, const std::vector<RequestRow>& rows, UrlNumbers& urls) {
+Json PageData(const Page& page, const std::vector<RequestRow>& rows, TextNumbers& texts) {
   std::vector<bool> beacons(page.requests.size());
   for (const RequestRow& row : rows) beacons.at(row.request) = row.beacon;
   Json requests = Json::array();
   for (size_t index = 0; index < page.requests.size(); ++index) {
-    requests.push_back(RequestData(page.requests[index], beacons[index], urls));
+    requests.push_back(RequestData(page.requests[index], beacons[index], texts));
   }
   return requests;
 }
 
-Json Times(const RequestRow* row) {
+Json AnswerData(const RequestRow* row, TextNumbers& texts) {
   if (row == nullptr) return nullptr;
-  return {row->wantedUs, row->connectUs, row->sentUs, row->firstByteUs, row->endUs};
+  return {texts.Of(SourceText(row->source)), row->wantedUs,
+          row->connectUs - row->wantedUs,    row->sentUs - row->connectUs,
+          row->firstByteUs - row->sentUs,    row->endUs - row->firstByteUs};
 }
 
-Json PreloadData(const PreloadRow* row, UrlNumbers& urls) {
+Json PreloadData(const PreloadRow* row, TextNumbers& texts) {
   if (row == nullptr) return nullptr;
-  return {urls.Of(row->url), KindText(row->kind), row->orderedUs, row->launchedUs, row->connectUs,
-          row->sentUs,       row->firstByteUs,    row->endUs,     row->bytes,      FateText(row->fate)};
+  return {texts.Of(row->url),
+          texts.Of(KindText(row->kind)),
+          texts.Of(FateText(row->fate)),
+          row->bytes,
+          row->orderedUs,
+          row->launchedUs,
+          row->connectUs - row->launchedUs,
+          row->sentUs - row->connectUs,
+          row->firstByteUs - row->sentUs,
+          row->endUs - row->firstByteUs};
 }
 
-Json LineData(const Line& line, const Page& page, UrlNumbers& urls) {
+bool IsShown(Way way, const Visit& visit) {
+  return visit.repeat || IsRunOnFirstVisits(way);
+}
+
+Json LineData(const Line& line, const Page& page, const Visit& visit, TextNumbers& texts) {
   const RequestRow* const plugin = line.Plugin();
+  const bool hasReason = plugin != nullptr && plugin->why != host::NotServed::None;
   Json data = Json::array();
   data.push_back(line.request != nullptr ? Json(line.request - page.requests.data()) : Json(nullptr));
-  data.push_back(Times(line.rows[Index(Way::Off)]));
-  data.push_back(Times(plugin));
-  data.push_back(plugin != nullptr ? SourceText(plugin->source) : "");
-  const bool hasReason = plugin != nullptr && plugin->why != host::NotServed::None;
-  data.push_back(hasReason ? host::WordsFor(plugin->why).text : "");
-  data.push_back(PreloadData(line.preload, urls));
-  Json others = Json::array();
+  data.push_back(texts.Of(hasReason ? host::WordsFor(plugin->why).text : ""));
+  data.push_back(PreloadData(line.preload, texts));
   for (const Way way : kWays) {
-    const RequestRow* const row = line.rows[Index(way)];
-    if (IsRunOnFirstVisits(way) || row == nullptr) continue;
-    others.push_back({SourceText(row->source), row->wantedUs, row->endUs});
+    if (IsShown(way, visit)) data.push_back(AnswerData(line.rows[Index(way)], texts));
   }
-  data.push_back(others);
   return data;
 }
 
-Json VisitData(const Page& page, const Visit& visit, UrlNumbers& urls) {
+// [time, text before, URL, text after], or null if the line names no known URL. The plugin writes at most a
+// number in parentheses after a URL.
+Json LogLineData(const LogLine& line, int64_t startUs, TextNumbers& texts) {
+  const size_t begin = std::min(line.text.find("http://"), line.text.find("https://"));
+  if (begin == std::string::npos) return nullptr;
+  std::string url = line.text.substr(begin);
+  if (!texts.Has(url)) {
+    url.resize(std::min(url.size(), url.rfind('(')));
+    while (url.ends_with(' ')) url.pop_back();
+  }
+  if (!texts.Has(url)) return nullptr;
+  return {line.atUs - startUs, PrintableText(line.text.substr(0, begin)), texts.Of(url),
+          PrintableText(line.text.substr(begin + url.size()))};
+}
+
+// What the log says from one moment on, until another.
+Json LogData(const std::vector<LogLine>& log, int64_t startUs, int64_t endUs, TextNumbers& texts) {
+  Json lines = Json::array();
+  for (const LogLine& line : log) {
+    if (line.atUs < startUs || line.atUs >= endUs) continue;
+    Json data = LogLineData(line, startUs, texts);
+    if (!data.is_null()) lines.push_back(std::move(data));
+  }
+  return lines;
+}
+
+Json VisitData(const Page& page, const Visit& visit, TextNumbers& texts) {
   Json ways = Json::array();
   for (const Way way : kWays) {
-    if (!visit.repeat && !IsRunOnFirstVisits(way)) continue;
+    if (!IsShown(way, visit)) continue;
     const WayResult& result = Of(visit, way);
     const LoadTimes& times = result.times;
     ways.push_back(
         {WordsFor(way).key, times.firstPaintUs, times.contentLoadedUs, times.pageLoadUs, result.lastRequest});
   }
   Json lines = Json::array();
-  for (const Line& line : Lines(page, visit)) lines.push_back(LineData(line, page, urls));
-  return {{"page", urls.Of(visit.pageUrl)},
-          {"load", visit.page},
-          {"paint", PaintText(visit.paintSource)},
-          {"ways", ways},
-          {"lines", lines}};
+  for (const Line& line : Lines(page, visit)) lines.push_back(LineData(line, page, visit, texts));
+  return {{"page", texts.Of(visit.pageUrl)}, {"load", visit.page}, {"ways", ways}, {"lines", lines}};
 }
 
 std::string Embedded(const Json& json) {
@@ -214,15 +233,20 @@ std::string Embedded(const Json& json) {
 }  // namespace
 
 std::string WaterfallData(const Recording& recording, const RecordingResult& result) {
-  UrlNumbers urls;
+  TextNumbers texts;
   std::vector<Json> pages(recording.pages.size(), Json::array());
   Json visits = Json::array();
-  for (const Visit& visit : result.visits) {
+  for (size_t index = 0; index < result.visits.size(); ++index) {
+    const Visit& visit = result.visits[index];
     const Page& page = recording.pages.at(visit.page);
-    if (pages[visit.page].empty()) pages[visit.page] = PageData(page, Of(visit, Way::Off).requests, urls);
-    visits.push_back(VisitData(page, visit, urls));
+    if (pages[visit.page].empty()) pages[visit.page] = PageData(page, Of(visit, Way::Off).requests, texts);
+    visits.push_back(VisitData(page, visit, texts));
+    if (result.log.empty()) continue;
+    const bool isLast = index + 1 == result.visits.size();
+    const int64_t endUs = isLast ? std::numeric_limits<int64_t>::max() : result.visits[index + 1].startUs;
+    visits.back()["log"] = LogData(result.log, visit.startUs, endUs, texts);
   }
-  return Embedded({{"urls", urls.Urls()}, {"pages", pages}, {"visits", visits}});
+  return Embedded({{"texts", texts.Texts()}, {"pages", pages}, {"visits", visits}});
 }
 
 }  // namespace replay

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <numeric>
 
 namespace replay {
 namespace {
@@ -48,23 +49,36 @@ VisitFigures FiguresOf(const Visit& visit) {
                           .number = visit.number,
                           .copy = visit.copy,
                           .paintSource = visit.paintSource,
-                          .served = visit.served,
-                          .joined = visit.joined,
-                          .fetched = visit.fetched,
-                          .fromDiskCache = visit.fromDiskCache,
-                          .preloads = plugin.preloads.size(),
-                          .preloadedBytes = visit.preloadedBytes,
-                          .unusedBytes = visit.unusedBytes,
-                          .connections = plugin.connections,
-                          .unusedConnections = plugin.unusedConnections};
+                          .counts = {.served = visit.served,
+                                     .joined = visit.joined,
+                                     .fetched = visit.fetched,
+                                     .fromDiskCache = visit.fromDiskCache,
+                                     .preloads = plugin.preloads.size(),
+                                     .preloadedBytes = visit.preloadedBytes,
+                                     .unusedBytes = visit.unusedBytes,
+                                     .connections = plugin.connections,
+                                     .unusedConnections = plugin.unusedConnections}};
   for (const Way way : kWays) {
     figures.times[Index(way)] = Of(visit, way).times;
     figures.endedByBeacon[Index(way)] = EndedByBeacon(Of(visit, way));
   }
   for (const PreloadRow& preload : plugin.preloads) {
-    if (!IsUsed(preload)) ++figures.unusedPreloads;
+    if (!IsUsed(preload)) ++figures.counts.unusedPreloads;
   }
   return figures;
+}
+
+void Add(PluginCounts& sum, const PluginCounts& counts) {
+  sum.served += counts.served;
+  sum.joined += counts.joined;
+  sum.fetched += counts.fetched;
+  sum.fromDiskCache += counts.fromDiskCache;
+  sum.preloads += counts.preloads;
+  sum.unusedPreloads += counts.unusedPreloads;
+  sum.preloadedBytes += counts.preloadedBytes;
+  sum.unusedBytes += counts.unusedBytes;
+  sum.connections += counts.connections;
+  sum.unusedConnections += counts.unusedConnections;
 }
 
 void Add(LoadTimes& sum, const LoadTimes& times) {
@@ -133,21 +147,21 @@ int64_t GainUs(const VisitFigures& visit, Metric metric, Way way) {
   return visit.times[Index(Way::Off)].*metric - visit.times[Index(way)].*metric;
 }
 
-std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits, Metric metric) {
-  if (visits.empty()) return std::nullopt;
-  std::vector<double> gains;
-  double total = 0;
-  for (const VisitFigures& visit : visits) {
-    gains.push_back(static_cast<double>(GainUs(visit, metric)));
-    total += gains.back();
-  }
+std::optional<Gains> GainsOf(const std::vector<double>& gains) {
+  if (gains.empty()) return std::nullopt;
   const auto [worst, best] = std::minmax_element(gains.begin(), gains.end());
   return Gains{.median = Median(gains),
                .p5 = Percentile(gains, 5),
                .p95 = Percentile(gains, 95),
                .worst = *worst,
                .best = *best,
-               .total = total};
+               .total = std::accumulate(gains.begin(), gains.end(), 0.0)};
+}
+
+std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits, Metric metric) {
+  std::vector<double> gains;
+  for (const VisitFigures& visit : visits) gains.push_back(static_cast<double>(GainUs(visit, metric)));
+  return GainsOf(gains);
 }
 
 Figures Medians(const std::vector<VisitFigures>& visits, Metric metric) {
@@ -223,16 +237,7 @@ Totals TotalsOf(const std::vector<VisitFigures>& visits) {
     if (visit.endedByBeacon[Index(Way::Off)]) ++totals.endedByBeacon;
     if (visit.paintSource != PaintSource::Recorded) ++totals.paintNotRecorded;
     for (const Way way : kWays) Add(totals.times[Index(way)], visit.times[Index(way)]);
-    totals.served += visit.served;
-    totals.joined += visit.joined;
-    totals.fetched += visit.fetched;
-    totals.fromDiskCache += visit.fromDiskCache;
-    totals.preloads += visit.preloads;
-    totals.unusedPreloads += visit.unusedPreloads;
-    totals.preloadedBytes += visit.preloadedBytes;
-    totals.unusedBytes += visit.unusedBytes;
-    totals.connections += visit.connections;
-    totals.unusedConnections += visit.unusedConnections;
+    Add(totals.counts, visit.counts);
   }
   return totals;
 }

@@ -15,14 +15,8 @@
 
 namespace replay {
 
-// One repeat visit. The counts are those of the plugin's way. They count resources, not the navigation.
-struct VisitFigures {
-  std::string page;
-  uint32_t number = 0;  // of this page in its recording, from 2 on
-  bool copy = false;
-  PaintSource paintSource = PaintSource::Recorded;
-  PerWay<LoadTimes> times;          // microseconds
-  PerWay<bool> endedByBeacon = {};  // the load event came after one
+// What the plugin did in one visit or in several. The counts are of resources, not of the navigation.
+struct PluginCounts {
   uint64_t served = 0;
   uint64_t joined = 0;
   uint64_t fetched = 0;
@@ -33,6 +27,17 @@ struct VisitFigures {
   uint64_t unusedBytes = 0;
   uint64_t connections = 0;
   uint64_t unusedConnections = 0;
+};
+
+// One repeat visit. The counts are those of the plugin's way.
+struct VisitFigures {
+  std::string page;
+  uint32_t number = 0;  // of this page in its recording, from 2 on
+  bool copy = false;
+  PaintSource paintSource = PaintSource::Recorded;
+  PerWay<LoadTimes> times;          // microseconds
+  PerWay<bool> endedByBeacon = {};  // the load event came after one
+  PluginCounts counts;
 };
 
 // Figures that can be added up. All comparisons are over repeat visits only.
@@ -97,8 +102,9 @@ struct Gains {
   double best = 0;
   double total = 0;
 };
-std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits,
-                             Metric metric);  // nothing if there are no visits
+// Nothing if there are no visits.
+std::optional<Gains> GainsOf(const std::vector<double>& gains);
+std::optional<Gains> GainsOf(const std::vector<VisitFigures>& visits, Metric metric);
 
 // One figure for each way, in microseconds; nothing if there are no visits, or too few for a percentile.
 using Figures = std::optional<PerWay<double>>;
@@ -141,16 +147,7 @@ struct Totals {
   uint64_t endedByBeacon = 0;     // visits whose load event without the plugin came after a beacon
   uint64_t paintNotRecorded = 0;  // visits whose first paint is computed from another event
   PerWay<LoadTimes> times;        // sums, microseconds
-  uint64_t served = 0;
-  uint64_t joined = 0;
-  uint64_t fetched = 0;
-  uint64_t fromDiskCache = 0;
-  uint64_t preloads = 0;
-  uint64_t unusedPreloads = 0;
-  uint64_t preloadedBytes = 0;
-  uint64_t unusedBytes = 0;
-  uint64_t connections = 0;
-  uint64_t unusedConnections = 0;
+  PluginCounts counts;
 };
 Totals TotalsOf(const std::vector<VisitFigures>& visits);
 

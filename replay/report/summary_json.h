@@ -11,9 +11,11 @@ namespace replay {
 
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(LoadTimes, firstPaintUs, contentLoadedUs, pageLoadUs, loadWithoutBeaconsUs,
                                    objectIndexUs)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(PluginCounts, served, joined, fetched, fromDiskCache, preloads,
+                                   unusedPreloads, preloadedBytes, unusedBytes, connections,
+                                   unusedConnections)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(VisitFigures, page, number, copy, paintSource, times, endedByBeacon,
-                                   served, joined, fetched, fromDiskCache, preloads, unusedPreloads,
-                                   preloadedBytes, unusedBytes, connections, unusedConnections)
+                                   counts)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StartErrors, recordedMs, inferredMs)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Summary, name, visits, requests, repeats, reasons, fetchedReasons,
                                    commands, unansweredCommands, warnings, skipped, recordedPages,

@@ -189,44 +189,5 @@ TEST(HostileServerTest, LengthsAtTheEndOf32BitsAreRefusedAndLeaveTheBodyAsItWas)
   }
 }
 
-// A fetcher that starts and ends the same fetch without end: the preload keeps what it was given last.
-TEST(HostileServerTest, RepeatedStartsAndEndsDoNotAddUp) {
-  WatchedHost host;
-  host.Start();
-  host.verbosity = 0;
-  host.Launch(kUrl);
-  const size_t before = Held();
-  const std::string headers = RawHeaders({"HTTP/1.1 200 OK", "Content-Length: 4", Line(50'000, 'h')});
-  for (int i = 0; i < 100; ++i) {
-    EXPECT_NE(host.RequestInfo(kUrl), nullptr);
-    EXPECT_EQ(host.StartComplete(kUrl, headers), 1);
-    EXPECT_EQ(host.Done(kUrl), 1);
-    EXPECT_EQ(host.Done(kUrl, -1), 1);
-  }
-  EXPECT_LE(Held() - before, headers.size() + kRecord);
-}
-
-// A host that does nothing wrong, page after page: it asks twice and releases once, or leaves removal to the
-// flush. What it has lost is bounded by what two pages lend.
-TEST(HostileServerTest, LostLoansDoNotAddUp) {
-  constexpr size_t kBody = 100'000;
-  for (const bool releases : {true, false}) {
-    WatchedHost host;
-    host.Start();
-    host.verbosity = 0;
-    const size_t before = Held();
-    for (int page = 0; page < 1000; ++page) {
-      host.Preload(kUrl, std::string(kBody, 'b'));
-      EXPECT_EQ(host.Ask(kUrl).result + host.Ask(kUrl).result, 2);
-      if (releases) host.plugin.ReleasePreloaded(kUrl);
-      ASSERT_LE(Held() - before, 3 * (kBody + kRecord)) << "page " << page;
-      host.plugin.OnFlushDb(0);
-    }
-    host.plugin.OnFlushDb(0);
-    host.plugin.OnFlushDb(0);
-    EXPECT_LE(Held() - before, kRecord);
-  }
-}
-
 }  // namespace
 }  // namespace tests

@@ -397,36 +397,6 @@ TEST_F(HostTest, AChangeMakesWhatIsHeldForItOutOfDate) {
 
 // --- Clients that act inside their callbacks, and ends at any moment
 
-TEST_F(HostTest, AClientMayStartJoinAndCancelFromInsideItsCallbacks) {
-  for (const bool held : {false, true}) {
-    Start();
-    LearnAndRequest({"a", "b"});
-    if (held) Answer(0), Answer(1);
-    std::vector<RecordingClient> others(40);
-    RecordingClient client, cancelled;
-    std::vector<LoadInfo> ids;
-    size_t next = 0;
-    const auto startMore = [&] {
-      for (int i = 0; i < 10; ++i) ids.push_back(Get(i % 2 == 0 ? "a" : "b", others[next++]));
-    };
-    client.onResponse = client.onBody = startMore;
-    client.onDone = [&] {
-      startMore();
-      for (size_t i = 0; i < 10; ++i) stack->Cancel(ids[i].id);
-    };
-    ids.push_back(Get("a", client));
-    const LoadId own = Get("a", cancelled).id;
-    cancelled.onResponse = [&, own] { stack->Cancel(own); };
-    clock.RunFor(0);
-    for (size_t place = 0; place < transport.transfers.size(); ++place) Answer(place);
-    EXPECT_EQ(client.heard, "200 body done 0");
-    EXPECT_EQ(cancelled.heard, "200");
-    size_t complete = 0;
-    for (const RecordingClient& other : others) complete += other.heard == "200 body done 0" ? 1 : 0;
-    EXPECT_GE(complete, 20u) << "all but the ten that were cancelled";
-  }
-}
-
 TEST_F(HostTest, NothingIsHeardOfAfterItsEnd) {
   enum class Gone { Client, Stack, Host };
   for (const Gone gone : {Gone::Client, Gone::Stack, Gone::Host}) {

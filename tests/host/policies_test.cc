@@ -84,6 +84,9 @@ TEST(OrderPolicy, WhatLooksNewOnEveryLoadMustHaveComeTwice) {
     KnownPage page{.visits = 1,
                    .resources = {{.url = url, .visitsSeen = 1, .status = 200, .declaredLength = 4}}};
     EXPECT_EQ(DecideOrders(page, facts, {}).front().why, isVolatile ? NotServed::Volatile : NotServed::None);
+    page.resources[0].kind = ResourceKind::Stylesheet;
+    EXPECT_EQ(DecideOrders(page, facts, {}).front().why, NotServed::None) << "has a version";
+    page.resources[0].kind = ResourceKind::Other;
     page.visits = page.resources[0].visitsSeen = 2;
     EXPECT_EQ(DecideOrders(page, facts, {}).front().why, NotServed::None) << "twice is no accident";
   }

@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 #include "plugin/properties.h"
+#include "tests/support/text.h"
 
 namespace host {
 namespace {
@@ -47,13 +46,7 @@ TEST(PropertySetting, SaysWhatIsWrong) {
        "net.cv.kiv.preloaderen"},
   };
   for (const auto& row : cases) {
-    std::string error = "no error";
-    try {
-      ParsePropertySetting(row.text);
-    } catch (const std::runtime_error& caught) {
-      error = caught.what();
-    }
-    EXPECT_EQ(error, row.error);
+    EXPECT_EQ(tests::ErrorOf([&row] { ParsePropertySetting(row.text); }), row.error);
   }
 }
 

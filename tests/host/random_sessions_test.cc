@@ -359,7 +359,7 @@ class Session {
 };
 
 unsigned FromEnvironment(const char* name, unsigned fallback) {
-  const char* const text = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): there is one thread
+  const char* const text = std::getenv(name);
   return text != nullptr ? static_cast<unsigned>(std::atoi(text)) : fallback;
 }
 

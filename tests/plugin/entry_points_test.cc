@@ -1,4 +1,4 @@
-// The plugin frame seen from outside: loading, the mask, dispatch, and arguments that are not there.
+// The plugin frame seen from outside: loading, the mask, and dispatch. The fuzz target passes null arguments.
 #include <dlfcn.h>
 
 #include "tests/support/scripted_host.h"
@@ -79,41 +79,6 @@ TEST_F(EntryPointsTest, SwitchedOffItIgnoresCommandsAndSweepsSilently) {
   EXPECT_EQ(host.Take(), "");
   EXPECT_EQ(host.Ask(kUrl).body(), "body");
   EXPECT_EQ(host.plugin.ReleasePreloaded("http://a.test/1"), 1);
-}
-
-TEST_F(EntryPointsTest, ItNamesItselfAndRefusesNullArguments) {
-  host.Preload(kUrl, "body");
-  host.Take();
-  const auto& plugin = host.plugin;
-  void* const cookie = host.Cookie(kUrl);
-  const CorvaneFetchResponse noHeaders = {nullptr};
-  std::string headers = "untouched", name = "old", version = "long enough to be on the heap";
-  const char* body = nullptr;
-  int32_t length = -1;
-  EXPECT_EQ(plugin.OnGetProcInfo(name, version), 1);
-  EXPECT_EQ(name + " " + version, "kiv_plugin 6.0.3");
-  EXPECT_EQ(plugin.OnFetchDb(), 1);
-  EXPECT_EQ(plugin.OnCmd(nullptr), 0);
-  EXPECT_EQ(plugin.OnGetCmdMask(nullptr), 1);
-  EXPECT_EQ(plugin.FetchGetRequestInfo(nullptr), nullptr);
-  EXPECT_EQ(plugin.FetchStartComplete(nullptr, &noHeaders), 0);
-  EXPECT_EQ(plugin.FetchStartComplete(cookie, nullptr), 0);
-  EXPECT_EQ(plugin.FetchStartComplete(cookie, &noHeaders), 0);
-  EXPECT_EQ(plugin.FetchReadComplete(nullptr, "x", 1), 0);
-  EXPECT_EQ(plugin.FetchReadComplete(cookie, nullptr, 1), 0);
-  for (const int count : {0, -1}) EXPECT_EQ(plugin.FetchReadComplete(cookie, "x", count), 0);
-  EXPECT_EQ(plugin.FetchDone(nullptr, 0), 0);
-  for (int null = 0; null < 4; ++null) {
-    EXPECT_EQ(plugin.IsPreloaded(null == 0 ? nullptr : kUrl, null == 1 ? nullptr : &headers,
-                                 null == 2 ? nullptr : &body, null == 3 ? nullptr : &length),
-              0)
-        << null;
-  }
-  EXPECT_EQ(plugin.ReleasePreloaded(nullptr), 0);
-  EXPECT_EQ(plugin.IsInDC(nullptr), 0);
-  EXPECT_EQ(host.Take(), "");
-  EXPECT_EQ(headers, "untouched");
-  EXPECT_EQ(host.Ask(kUrl).body(), "body");
 }
 
 }  // namespace

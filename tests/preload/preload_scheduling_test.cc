@@ -87,22 +87,6 @@ TEST(PreloadSchedulingWithOwnHost, APassLaunchesWhatSocketsAndLimitAllow) {
   }
 }
 
-TEST_F(PreloadSchedulingTest, FinishedPreloadsMakeRoomUnderTheLimit) {
-  host.Start({{"prlimit", "2"}});
-  host.Learn(kPage);
-  for (const char* name : {"1", "2", "3", "4"}) host.Order(Url(name), kPage);
-  host.verbosity = 0;
-  host.Take();
-  EXPECT_EQ(host.Sent<CheckPreloads>(), "") << "two are in flight";
-  EXPECT_EQ(host.Done(Url("2"), -1), 1);
-  EXPECT_EQ(host.Take(), "") << "the end of a preload launches nothing by itself";
-  EXPECT_EQ(host.Sent<CheckPreloads>(), Fetches({"3"}));
-  // A host that is dropped with preloads in flight forgets them: their ends find nobody to tell.
-  host.Send<TransactionStarted>({Url("4"), 0, 1});
-  host.Send<TransactionDone>({Url("4"), 1});
-  for (const char* name : {"5", "6"}) host.Order(Url(name), kPage);
-  EXPECT_EQ(host.Take(), Fetches({"5", "6"}));
-}
 TEST_F(PreloadSchedulingTest, WhatIsNotLaunchedCostsNoSlotAndIsNotQueuedAgain) {
   host.Learn(kPage);
   host.Send<PageRequested>({"http://no-context.test/", "GET"});

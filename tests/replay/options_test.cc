@@ -34,12 +34,12 @@ CommandLine Parsed(const std::string& options) {
 
 TEST(CommandLine, Defaults) {
   const CommandLine line = Parsed("");
-  EXPECT_EQ(line.replay.profile.name, "4g");
-  EXPECT_EQ(line.replay.profile.rttMs, 170);
-  EXPECT_EQ(line.replay.profile.downMbit, 9);
-  EXPECT_EQ(line.replay.socketsPerGroup, 6);
-  EXPECT_EQ(line.replay.revisitAfterMs, 3600e3);
-  EXPECT_TRUE(line.replay.join && line.replay.preconnect);
+  EXPECT_EQ(line.settings[0].options.profile.name, "4g");
+  EXPECT_EQ(line.settings[0].options.profile.rttMs, 170);
+  EXPECT_EQ(line.settings[0].options.profile.downMbit, 9);
+  EXPECT_EQ(line.settings[0].options.socketsPerGroup, 6);
+  EXPECT_EQ(line.settings[0].options.revisitAfterMs, 3600e3);
+  EXPECT_TRUE(line.settings[0].options.join && line.settings[0].options.preconnect);
   EXPECT_GE(line.jobs, 1U);
   EXPECT_EQ(line.recordings, std::vector<std::string>{"a.har"});
 }
@@ -52,7 +52,7 @@ TEST(CommandLine, ProfilesAndDurations) {
                   {"--profile cable", "cable", 28, 5}, {"--profile native", "native", {}, {}},
                   {"--rtt 0", "custom", 0, 9},         {"--profile native --down 2.5", "custom", {}, 2.5}};
   for (const auto& row : profiles) {
-    const NetworkProfile profile = Parsed(row.options).replay.profile;
+    const NetworkProfile profile = Parsed(row.options).settings[0].options.profile;
     EXPECT_EQ(profile.name, row.name);
     EXPECT_EQ(profile.rttMs, row.rttMs) << row.name;
     EXPECT_EQ(profile.downMbit, row.downMbit) << row.name;
@@ -60,7 +60,7 @@ TEST(CommandLine, ProfilesAndDurations) {
   const std::map<std::string, double> durations = {{"500ms", 500},   {"90s", 90e3},    {"30m", 1800e3},
                                                    {"1.5h", 5400e3}, {"2d", 172800e3}, {"0s", 0}};
   for (const auto& [text, milliseconds] : durations) {
-    EXPECT_EQ(Parsed("--revisit-after " + text).replay.revisitAfterMs, milliseconds) << text;
+    EXPECT_EQ(Parsed("--revisit-after " + text).settings[0].options.revisitAfterMs, milliseconds) << text;
   }
 }
 
@@ -68,8 +68,8 @@ TEST(CommandLine, AListOfBeaconsReplacesTheOwnOne) {
   const TemporaryFolder folder;
   const std::string path = folder.Write("beacons", "mine.test\n");
   const CommandLine line = Parsed("--beacons " + path);
-  EXPECT_TRUE(IsListed(line.replay.beacons, "https://a.mine.test/x"));
-  EXPECT_FALSE(IsListed(line.replay.beacons, "https://www.google-analytics.com/collect"));
+  EXPECT_TRUE(IsListed(line.settings[0].options.beacons, "https://a.mine.test/x"));
+  EXPECT_FALSE(IsListed(line.settings[0].options.beacons, "https://www.google-analytics.com/collect"));
   EXPECT_EQ(line.settingsPaths, std::vector<std::string>{path}) << "no output may replace it";
   EXPECT_TRUE(Parsed("--visits 3").visitsGiven);
   EXPECT_FALSE(Parsed("").visitsGiven);
@@ -81,7 +81,8 @@ TEST(CommandLine, PropertiesOfTheFileAndTheLine) {
   const std::string path = folder.Write(
       "props", "# limits\r\n\n  net.cv.kiv.prlimit=3\r\nnet.cv.kiv.idlesock=0\nnet.cv.kiv.on=1 \n");
   EXPECT_EQ(Parsed("--prop net.cv.kiv.prlimit=8 --props " + path + " --prop net.cv.kiv.cslimit=2147483647")
-                .replay.properties,
+                .settings[0]
+                .options.properties,
             (std::map<std::string, std::string>{{"net.cv.kiv.prlimit", "8"},
                                                 {"net.cv.kiv.idlesock", "0"},
                                                 {"net.cv.kiv.on", "1"},
@@ -92,6 +93,16 @@ TEST(CommandLine, PropertiesOfTheFileAndTheLine) {
 TEST(CommandLine, TheDefaultRecordingStandsInForNoneOnly) {
   EXPECT_EQ(ParsedLine("--default d.har --log 3").recordings, Words("d.har"));
   EXPECT_EQ(ParsedLine("--default d.har page.json").recordings, Words("page.json"));
+}
+
+TEST(CommandLine, ASweepHasASettingPerValue) {
+  const CommandLine line = Parsed("--prop net.cv.kiv.prlimit=9 --sockets 3 --sweep prlimit=2..4");
+  ASSERT_EQ(line.settings.size(), 3U);
+  EXPECT_EQ(line.settings[2].text, "prlimit=4");
+  EXPECT_EQ(line.settings[2].options.properties.at("net.cv.kiv.prlimit"), "4") << "the sweep wins";
+  EXPECT_EQ(line.settings[2].options.socketsPerGroup, 3);
+  EXPECT_EQ(Parsed("--sweep profile=lte,3g").settings[1].options.profile.rttMs, 300);
+  EXPECT_EQ(Parsed("--sweep revisit-after=10m,30d").settings[1].options.revisitAfterMs, 30 * 86400e3);
 }
 
 TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
@@ -130,6 +141,20 @@ TEST(CommandLine, ErrorsNameTheOptionAndThePlace) {
       {"--props " + noValue + " a.har", {"--props", noValue + ":1"}},
       {"--props /nowhere/at/all a.har", {"--props", "/nowhere/at/all"}},
       {"--props " + folder.Path() + " a.har", {"--props", folder.Path()}},
+      {"--sweep prlimit a.har", {"--sweep", "'prlimit'", "prlimit=1..8"}},
+      {"--sweep colour=1,2 a.har", {"--sweep", "'colour'", "profile", "prlimit"}},
+      {"--sweep prlimit=1 a.har", {"--sweep", "two to 64"}},
+      {"--sweep prlimit=1..65 a.har", {"--sweep", "two to 64"}},
+      {"--sweep prlimit=3..3 a.har", {"--sweep", "'3..3'"}},
+      {"--sweep prlimit=1,,2 a.har", {"--sweep", "comma"}},
+      {"--sweep prlimit=1,1 a.har", {"--sweep", "'1'", "twice"}},
+      {"--sweep prlimit=1,x a.har", {"--sweep: net.cv.kiv.prlimit", "'x'"}},
+      {"--sweep profile=3g,9g a.har", {"--sweep", "--profile", "'9g'"}},
+      {"--sweep rtt=1,2 --rtt 3 a.har", {"--sweep", "--rtt"}},
+      {"--sweep rtt=1,2 --har-out x a.har", {"--har-out", "--sweep"}},
+      {"--sweep rtt=1,2 --log 3 a.har", {"--log", "--sweep"}},
+      {"--fail-if against_first.real.load_ms.p50<0 a.har", {"--fail-if", "--sweep"}},
+      {"merge --sweep rtt=1,2 a.jsonl", {"--sweep", "merge"}},
       {"--html --json x a.har", {"--html", "'--json'"}},
       {"--html=--x a.har", {"--html", "'--x'"}},
       {"- a.har -", {"RECORDING", "standard input"}},

@@ -105,7 +105,7 @@ TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
         const int64_t reachable = Of(visit, Way::Reachable).times.pageLoadUs;
         EXPECT_LE(Of(visit, Way::Oracle).times.pageLoadUs,
                   std::min(reachable, Of(visit, Way::Hints).times.pageLoadUs));
-        EXPECT_LE(reachable, plugin + 1000) << "a bound, but for who shares the link when";
+        EXPECT_LE(reachable, plugin);
         EXPECT_LE(plugin, off);
         EXPECT_LE(Of(visit, Way::Preconnect).times.pageLoadUs, off);
         gainUs += off - plugin;
@@ -115,7 +115,7 @@ TEST(Replay, TheExampleGainsInEveryProfileAndLosesOnNoVisit) {
       EXPECT_GT(used, 30u);
       EXPECT_TRUE(gainUs > 0 || !profile.rttMs) << "as recorded there is no distance";
       EXPECT_GT(wasted, 0u) << "it has addresses that are new on every load";
-      EXPECT_EQ(result.logLines.size(), 0u);
+      EXPECT_EQ(result.log.size(), 0u);
     }
   }
 }
@@ -205,16 +205,16 @@ TEST(Replay, FreshnessDecidesWhatTheDiskCacheAnswers) {
 }
 
 TEST(Replay, LogLinesAreInThreadtimeForm) {
-  const auto lines = Replay(Example(), {.revisitAfterMs = 59 * 86400e3, .logLevel = 4}).logLines;
+  const auto lines = Replay(Example(), {.revisitAfterMs = 59 * 86400e3, .logLevel = 4}).log;
   const std::regex form(
       R"((0[1-4])-(0[1-9]|[12]\d|3[01]) [0-2]\d:[0-5]\d:[0-5]\d\.\d{3}     1     1 [DI] netstack: KIV_PROC - .+)");
   ASSERT_GT(lines.size(), 1000u);
   std::string before;
-  for (const std::string& line : lines) {
-    ASSERT_TRUE(std::regex_match(line, form)) << line;
-    ASSERT_LE(std::exchange(before, line.substr(0, 18)), line.substr(0, 18));
+  for (const LogLine& line : lines) {
+    ASSERT_TRUE(std::regex_match(line.stamp + line.text, form)) << line.stamp + line.text;
+    ASSERT_LE(std::exchange(before, line.stamp.substr(0, 18)), line.stamp.substr(0, 18));
   }
-  EXPECT_EQ(lines.front().substr(0, 8), "01-01 00");
+  EXPECT_EQ(lines.front().stamp.substr(0, 8), "01-01 00");
   EXPECT_EQ(before.substr(0, 5), "04-29") << "118 days later";
 }
 
@@ -312,7 +312,8 @@ TEST_F(ProgramTest, SaysWhenVisitsIsIgnored) {
 }
 
 TEST_F(ProgramTest, WritesTheSameBytesHoweverManyJobs) {
-  const std::string words = " --json json --html html --har-out har --log 4 - recording.har <recording.har";
+  const std::string words =
+      " --advice --json json --html html --har-out har --log 4 - recording.har <recording.har";
   std::filesystem::copy_file(KIV_EXAMPLE_RECORDING, folder.File("recording.har"));
   std::string outputs[2];
   for (const int jobs : {1, 2}) {

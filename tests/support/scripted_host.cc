@@ -134,15 +134,6 @@ Answer ScriptedHost::Ask(const std::string& url) {
   return answer;
 }
 
-size_t ScriptedHost::DeliverPosted() {
-  const std::vector<CorvaneCmd*> posted = std::exchange(posted_, {});
-  for (CorvaneCmd* cmd : posted) {
-    EXPECT_EQ(plugin.OnCmd(cmd), 1);
-    corvane::FreeCommand(cmd);
-  }
-  return posted.size();
-}
-
 std::string ScriptedHost::Take() {
   const std::lock_guard hold(mutex_);
   return std::exchange(record_, {});

@@ -137,9 +137,6 @@ class ScriptedHost : public corvane::Api {
   // Asks IsPreloaded with outputs that hold "untouched", null and -1.
   Answer Ask(const std::string& url);
 
-  // Hands every posted command back to the plugin; how many there were.
-  size_t DeliverPosted();
-
   // --- What was recorded since the last Take, one line each:
   //   "D ...", "I ...", "W ...", "E ..."       a log line, without the prefix that all share
   //   "Fetch <url> context <index>"            the cookie is shown as the first text sent that has its hash

@@ -18,15 +18,15 @@ namespace beast = boost::beast;
 
 namespace {
 
-constexpr size_t kMostPipelined = 16 * 1024;  // bytes that are read ahead of their turn
+constexpr size_t kMostPipelined = size_t{16} * 1024;  // bytes that are read ahead of their turn
 constexpr int64_t kLeaveUs = 2'000'000;
-constexpr size_t kMostThrownAway = 4 * 1024 * 1024;
+constexpr size_t kMostThrownAway = size_t{4} * 1024 * 1024;
 
 Refusal ExplainParserError(const Error& error) {
-  if (error == beast::http::error::header_limit)
-    return {431, "Its headers are longer than this proxy takes."};
-  if (error == beast::http::error::bad_version) return {505, "This proxy speaks HTTP/1.1 and HTTP/1.0."};
-  return {400, "It is no proper HTTP request (" + error.message() + ")."};
+  if (error == beast::http::error::header_limit) return {431, "Its headers are too long for this proxy."};
+  if (error == beast::http::error::bad_version)
+    return {505, "This proxy supports only HTTP/1.1 and HTTP/1.0."};
+  return {400, "It is not a valid HTTP request (" + error.message() + ")."};
 }
 
 // What the user reads when a load has failed before its response.
@@ -36,11 +36,16 @@ Refusal ExplainResult(int32_t result, const std::string& server) {
       return {504, "The server " + server + " did not answer in time."};
     case host::kNameNotResolved:
       return {502, "The name of the server " + server + " could not be resolved."};
+    case host::kBlocked:
+      return {403,
+              "The server " + server +
+                  " has a private address. This proxy reaches such an address only for pages that come from"
+                  " one; the option --allow-private lifts this."};
     case host::kConnectionFailed:
       return {502, "The server " + server + " could not be reached."};
     case host::kConnectionClosed:
     case host::kEmptyResponse:
-      return {502, "The server " + server + " closed the connection without a whole response."};
+      return {502, "The server " + server + " closed the connection without a complete response."};
     case host::kCertificateError:
       return {502, "The certificate of the server " + server + " cannot be trusted."};
     case host::kInvalidResponse:
@@ -90,7 +95,7 @@ void BrowserConnection::LookAtClock(int64_t nowUs) {
       if (input_.empty() && !parser_) {
         if (quietUs >= settings.idleMs * 1000) End(false);
       } else if (quietUs >= settings.headMs * 1000) {
-        Refuse({408, "The head of the request did not come in time."});
+        Refuse({408, "The head of the request did not arrive in time."});
       }
       break;
     case Phase::Exchanging:
@@ -98,7 +103,7 @@ void BrowserConnection::LookAtClock(int64_t nowUs) {
       if (!sending_.empty()) {
         End(true);
       } else if (reading_ && !UploadIsOver()) {
-        BodyIsBroken(408, "The body of the request did not come in time.");
+        BodyIsBroken(408, "The body of the request did not arrive in time.");
       }
       break;
     case Phase::Leaving:
@@ -187,12 +192,12 @@ bool BrowserConnection::TakeBody() {
     const size_t taken = input_.empty() ? 0 : parser_->put(asio::buffer(input_), error);
     input_.erase(0, taken);
     if (error && error != beast::http::error::need_more) {
-      BodyIsBroken(400, "The body of the request is not in proper form (" + error.message() + ").");
+      BodyIsBroken(400, "The body of the request is not valid (" + error.message() + ").");
       return false;
     }
     if (taken > 0) continue;
     if (input_.size() >= front_.settings.maxHeaderBytes) {
-      BodyIsBroken(400, "The body of the request is not in proper form (a line without end).");
+      BodyIsBroken(400, "The body of the request is not valid (a line without end).");
       return false;
     }
     ReadMore();
@@ -319,6 +324,9 @@ void BrowserConnection::OnDone(const host::LoadInfo& /*info*/, int32_t result,
                                const host::TransferReport& /*report*/) {
   const auto self = shared_from_this();
   load_ = 0;
+  if (sent_ == Sent::Nothing && result == host::kClientCertificateNeeded && !secureOrigin_.empty()) {
+    return SendToTunnel();
+  }
   if (sent_ == Sent::Nothing) {
     const Refusal refusal =
         ExplainResult(result == host::kOk ? host::kEmptyResponse : result, ToText(request_.target, 0));
@@ -361,6 +369,18 @@ void BrowserConnection::Flush() {
     }
     Flush();
   });
+}
+
+// The browser has the certificate that the server asks for. So it asks again on a new connection, which is a
+// tunnel.
+void BrowserConnection::SendToTunnel() {
+  const std::string& host = request_.target.host;
+  front_.interceptor.Except(host);
+  front_.Tell("the server " + host + " asks for a client's certificate, and is tunnelled from now on");
+  response_ = {.keepAlive = false};
+  sent_ = Sent::All;
+  Send(MakeErrorPage(307, "The server asks for a certificate, which only the browser has.", request_.method,
+                     false, "Location: " + request_.url + "\r\n"));
 }
 
 void BrowserConnection::SendErrorPage(const Refusal& refusal, bool keepAlive) {

@@ -21,7 +21,7 @@
 
 namespace live {
 
-// A body that Beast hands on piece by piece and keeps nothing of.
+// A body that Beast passes on piece by piece without keeping any of it.
 struct PassedOnBody {
   using value_type = std::function<void(std::string_view)>;
 
@@ -51,7 +51,7 @@ struct PassedOnBody {
 
 class BrowserConnection final : public Channel, private host::LoadClient {
  public:
-  // `secureOrigin`: see HeadRules. `read`: bytes that the browser has sent already.
+  // For `secureOrigin` see HeadRules. `read` contains the bytes that the browser has already sent.
   BrowserConnection(FrontContext& front, std::unique_ptr<Stream> stream, std::string secureOrigin,
                     std::string read = {});
 
@@ -65,8 +65,8 @@ class BrowserConnection final : public Channel, private host::LoadClient {
   // What the connection is about.
   enum class Phase {
     Waiting,     // for a request
-    Exchanging,  // a request has come, and its response is not all sent
-    Leaving,     // everything is sent; what the browser still sends is thrown away
+    Exchanging,  // a request has arrived, and its response is not completely sent
+    Leaving,     // everything is sent; what the browser still sends is discarded
     Closed,      // or handed over to a tunnel
   };
   // How the response stands.
@@ -93,6 +93,7 @@ class BrowserConnection final : public Channel, private host::LoadClient {
   void Send(std::string_view bytes);
   void Flush();
   void Refuse(const Refusal& refusal);
+  void SendToTunnel();
   void SendErrorPage(const Refusal& refusal, bool keepAlive);
   void CutResponse();
   void EndExchange();
@@ -100,7 +101,7 @@ class BrowserConnection final : public Channel, private host::LoadClient {
   void End(bool reset);
 
   bool UploadIsOver() const { return parser_->is_done(); }
-  // Nothing that the browser sends counts any more.
+  // From now on everything that the browser sends is ignored.
   bool IsLastResponseMade() const {
     return phase_ == Phase::Exchanging &&
            (sent_ == Sent::Cut || (sent_ == Sent::All && !response_.keepAlive));
@@ -113,7 +114,7 @@ class BrowserConnection final : public Channel, private host::LoadClient {
   Phase phase_ = Phase::Waiting;
   int64_t lastUs_;  // the browser did something, or the phase began
 
-  std::array<char, 8 * 1024> chunk_;
+  std::array<char, 4 * 1024> chunk_;  // idle connections have it as well
   bool reading_ = false;
   bool tunnelIsDue_ = false;  // as soon as nothing is being read
   std::string input_;         // read and not yet parsed

@@ -1,4 +1,4 @@
-// What the server keeps for each connection of a browser, and what all of these share. Loop's thread.
+// The state of each connection of a browser, and the state that all connections share. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_CHANNEL_H_
 #define LIVE_PROXY_FRONT_CHANNEL_H_
 
@@ -16,16 +16,16 @@
 
 namespace live {
 
-// A connection in one of its ways of life: requests and responses, or a tunnel. It is kept alive by what it
-// waits for as well, so that it may outlive the server; closed, it must not touch what they share.
+// A connection that carries either requests and responses, or a tunnel. Pending operations keep it alive as
+// well, so it may outlive the server; once it is closed, it must not use the shared state.
 class Channel : public std::enable_shared_from_this<Channel> {
  public:
   virtual ~Channel() = default;
 
   virtual void Start() = 0;
-  // Ends it at once, without a word to the server that keeps it.
+  // Ends it at once, without a call to the server.
   virtual void Close() = 0;
-  // Called now and then, so that it may end what takes too long.
+  // Called regularly, so that it can end what takes too long.
   virtual void LookAtClock(int64_t nowUs) = 0;
 };
 
@@ -39,7 +39,7 @@ struct FrontContext {
   Interceptor interceptor;
   boost::asio::ip::tcp::endpoint self;  // where the server listens
 
-  // Puts one in another's place, or removes it.
+  // Replaces a connection by another one, or removes it.
   std::function<void(const Channel* old, std::shared_ptr<Channel> next)> replace;
   std::function<void(const Channel* channel)> remove;
 

@@ -14,16 +14,16 @@
 
 namespace live {
 
-// Tries the addresses of a name one after the other, each a moment after the one before, and takes the first
-// connection that stands: an address that swallows packets delays it by that moment only.
+// Tries the addresses of a name one after the other, each a moment after the one before, and uses the first
+// connection that is established. An address that drops packets therefore delays it only by that moment.
 class Dialer : public std::enable_shared_from_this<Dialer> {
  public:
   using Done = std::function<void(std::variant<Socket, Refusal>)>;
 
   explicit Dialer(FrontContext& front);
 
-  // `done` is called once, never from inside, and not after Cancel. Only addresses that the rule allows are
-  // tried.
+  // `done` is called once, never from inside this function and not after Cancel. Only addresses that the rule
+  // allows are tried.
   void Dial(const HostPort& target, AddressRule mayReach, Done done);
   void Cancel();
 

@@ -60,7 +60,7 @@ class FrontServer::Impl {
                .interceptor = Interceptor(settings),
                .self = EndpointFor(settings),
                .replace = [this](const Channel* old,
-                                 std::shared_ptr<Channel> next) { Replace(old, std::move(next)); },
+                                 const std::shared_ptr<Channel>& next) { Replace(old, next); },
                .remove = [this](const Channel* channel) { Remove(channel); }},
         acceptor_(loop.Io()),
         acceptAgain_(loop),
@@ -119,7 +119,7 @@ class FrontServer::Impl {
       const auto owner = OwnerOfPeer(peer, front_.self);
       if (owner != geteuid()) {
         front_.Tell(owner ? "a connection of the user with the id " + std::to_string(*owner) + " was refused"
-                          : "a connection was refused: whose it is cannot be found out");
+                          : "a connection was refused because its user cannot be determined");
         return;
       }
     }
@@ -130,7 +130,7 @@ class FrontServer::Impl {
     connection->Start();
   }
 
-  void Replace(const Channel* old, std::shared_ptr<Channel> next) {
+  void Replace(const Channel* old, const std::shared_ptr<Channel>& next) {
     channels_.erase(old);
     channels_[next.get()] = next;
     next->Start();

@@ -1,5 +1,5 @@
-// Speaks HTTP/1.1 with the browser, as a forward proxy does, and has a RequestHandler answer what it is asked
-// for. CONNECT opens tunnels. Loop's thread.
+// A forward proxy that speaks HTTP/1.1 with the browser and lets a RequestHandler answer the requests.
+// CONNECT opens tunnels. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_FRONT_SERVER_H_
 #define LIVE_PROXY_FRONT_FRONT_SERVER_H_
 
@@ -14,13 +14,13 @@
 
 namespace live {
 
-// It brings sockets of its own: Asio's, on the context that the loop already runs on, so that there is one
-// wait for everything. Messages are read by Beast's parser, which is told what to read and when; the reading
-// and writing itself stays here, because back pressure in both directions decides when it may go on.
+// Its sockets are Asio's, on the context of the loop, so that there is one wait for everything. Beast's
+// parser parses the messages, but reading and writing is done here, because back pressure in both directions
+// decides when it continues.
 class FrontServer {
  public:
-  // Listens from now on. Throws std::runtime_error with a message for the user when it cannot, or must not.
-  // The loop and the handler must outlive it.
+  // Starts listening. Throws std::runtime_error with a message for the user if it cannot or must not. The
+  // loop and the handler must outlive the server.
   FrontServer(EventLoop& loop, RequestHandler& handler, const FrontSettings& settings,
               FrontObserver observer = {});
   // Closes every connection, and cancels their loads. Waits for a name that is being resolved.
@@ -30,7 +30,7 @@ class FrontServer {
 
   uint16_t Port() const;
   std::string Address() const;     // with the port: "127.0.0.1:8080", "[::1]:8080"
-  size_t ConnectionCount() const;  // tunnels among them
+  size_t ConnectionCount() const;  // including tunnels
 
  private:
   class Impl;

@@ -1,4 +1,4 @@
-// How the side of the proxy that faces the browser behaves. Read once, when the server is made.
+// Settings of the side of the proxy that faces the browser. They are read once, when the server is created.
 #ifndef LIVE_PROXY_FRONT_FRONT_SETTINGS_H_
 #define LIVE_PROXY_FRONT_FRONT_SETTINGS_H_
 
@@ -14,40 +14,43 @@
 namespace live {
 
 struct FrontSettings {
-  std::string address = "127.0.0.1";  // numeric, of IPv4 or IPv6 (without brackets)
-  uint16_t port = 0;                  // 0: any that is free
+  std::string address = "127.0.0.1";  // numeric, IPv4 or IPv6 (without brackets)
+  uint16_t port = 0;                  // 0 for any free port
 
-  // Other addresses than loopback's are refused unless this is set, and then a password must be given.
+  // Addresses other than those of the loopback interface are refused unless this is set; then a password is
+  // required.
   bool listenAnywhere = false;
-  // When not empty, every request has to bring it by Proxy-Authorization, with any user name.
+  // If not empty, every request must contain it in Proxy-Authorization, with any user name.
   std::string password;
-  // Only processes of this process's user may connect. Does not concern peers on other machines.
+  // Only processes of the same user may connect. This does not apply to peers on other machines.
   bool ownUserOnly = true;
 
-  // The name under which requests are marked in a Via header; one that comes back is refused as a loop. Empty
-  // for none, which is safe as well: the proxy's own requests name paths and not URLs, and such are refused.
-  // Many servers do not compress what is asked for with a Via header, so that it makes pages slower.
+  // The name of this proxy in a Via header of each request; a request that comes back is refused as a loop.
+  // Empty for no Via header. That is safe as well, because the proxy's own requests contain paths and not
+  // URLs, and such requests are refused. It is also faster, because many servers do not compress responses to
+  // requests with a Via header.
   std::string viaName;
 
-  // The ports that CONNECT may lead to: those of https, and of WebSockets over plain http.
+  // The ports to which CONNECT may lead: those of https, and of WebSockets over plain http.
   std::vector<uint16_t> tunnelPorts = {443, 80};
 
-  // Where the names of tunnelled connections lead instead of to their own addresses:
-  // "NAME:PORT:ADDRESS:PORT", an address of IPv6 in brackets.
+  // The addresses of tunnelled connections by name, instead of a name lookup: "NAME:PORT:ADDRESS:PORT", with
+  // an IPv6 address in brackets.
   std::vector<std::string> connectTo;
 
-  // When set, TLS is accepted in the servers' place with its certificates, and what is asked for inside
-  // reaches the handler. When null, all tunnels stay closed to the proxy.
+  // If not null, the proxy accepts TLS in the servers' place with certificates of this authority, and the
+  // requests inside reach the handler. If null, the proxy cannot see into any tunnel.
   std::shared_ptr<const Authority> authority;
-  // Names, and all below them, that are tunnelled nevertheless.
+  // Names that are tunnelled nevertheless, including the names below them.
   std::vector<std::string> neverIntercept;
-  // What to trust instead of the system's authorities where the proxy opens TLS to servers by itself, for the
-  // WebSockets of intercepted connections: the path of a PEM file; empty for the system's.
+  // The PEM file of the authorities to trust where the proxy itself opens TLS to servers, for the WebSockets
+  // of intercepted connections; empty for those of the system.
   std::string upstreamCaFile;
 
-  size_t maxConnections = 512;           // tunnels among them; further ones wait to be accepted
-  size_t maxHeaderBytes = 64 * 1024;     // of one request
-  size_t maxBufferedBytes = 256 * 1024;  // of a response that the browser does not read; uploads: a quarter
+  size_t maxConnections = 2048;               // including tunnels; further ones wait to be accepted
+  size_t maxHeaderBytes = size_t{64} * 1024;  // of one request
+  size_t maxBufferedBytes =
+      size_t{256} * 1024;  // of a response that the browser does not read; uploads: a quarter
 
   int64_t idleMs = 300'000;          // between two requests of one connection
   int64_t headMs = 30'000;           // from the first byte of a request's head to its last
@@ -56,7 +59,7 @@ struct FrontSettings {
   int64_t tunnelIdleMs = 3'600'000;  // without a byte in either direction
 };
 
-// Hears what a person who runs the proxy may want to know. Loop's thread; must not destroy the server.
+// Receives messages for the person who runs the proxy. Loop's thread. It must not destroy the server.
 struct FrontObserver {
   std::function<void(const std::string& message)> onMessage;
 };

@@ -13,7 +13,7 @@ namespace asio = boost::asio;
 
 enum class Guess { Tls, Http, Other, TooEarly };
 
-constexpr size_t kMostHead = 16 * 1024;  // bytes that are looked at
+constexpr size_t kMostHead = size_t{16} * 1024;  // bytes that are looked at
 constexpr std::string_view kGet = "GET ";
 
 // A record of the handshake (22), of version 3, that holds a ClientHello (1); or a WebSocket in the clear,
@@ -51,7 +51,7 @@ void Handshake::Start() {
 void Handshake::Close() {
   if (std::exchange(closed_, true)) return;
   Error ignored;
-  tls_ != nullptr ? tls_->next_layer().close(ignored) : browser_->Tcp().close(ignored);
+  tls_ != nullptr ? tls_->Tcp().close(ignored) : browser_->Tcp().close(ignored);
 }
 
 void Handshake::End() {
@@ -61,7 +61,7 @@ void Handshake::End() {
 
 void Handshake::LookAtClock(int64_t nowUs) {
   // Browsers open connections ahead of their needs, and say nothing for a while.
-  const int64_t limitMs = read_.empty() ? front_.settings.idleMs : front_.settings.headMs;
+  const int64_t limitMs = tls_ == nullptr && read_.empty() ? front_.settings.idleMs : front_.settings.headMs;
   if (nowUs - lastUs_ >= limitMs * 1000) End();
 }
 
@@ -112,21 +112,21 @@ void Handshake::BeginTls() {
     front_.Tell("no certificate can be made for " + target_.host + ": " + error.what());
     return End();
   }
-  tls_ = std::make_unique<TlsSocket>(std::move(browser_->Tcp()), *context);
+  tls_ = std::make_unique<TlsServerStream>(std::move(browser_->Tcp()), context->native_handle(),
+                                           std::move(read_));
   browser_ = nullptr;
-  tls_->async_handshake(TlsSocket::server, asio::buffer(read_),
-                        [this, self = shared_from_this()](const Error& error, size_t taken) {
-                          if (closed_) return;
-                          if (!error && taken == read_.size()) return TlsStands();
-                          if (IsCertificateRefusal(error)) front_.CertificateRefused(target_.host);
-                          End();
-                        });
+  tls_->Accept([this, self = shared_from_this()](const Error& error) {
+    if (closed_) return;
+    if (!error) return TlsStands();
+    if (IsCertificateRefusal(error)) front_.CertificateRefused(target_.host);
+    End();
+  });
 }
 
 void Handshake::TlsStands() {
   closed_ = true;
-  front_.replace(this, std::make_shared<BrowserConnection>(front_, MakeTlsStream(std::move(tls_)),
-                                                           "https://" + ToText(target_, 443)));
+  front_.replace(
+      this, std::make_shared<BrowserConnection>(front_, std::move(tls_), "https://" + ToText(target_, 443)));
 }
 
 }  // namespace live

@@ -1,5 +1,5 @@
-// What becomes of a CONNECT that is intercepted: TLS with the browser in the server's place, or, when the
-// browser speaks something else, a tunnel. Loop's thread.
+// Handles a CONNECT that is intercepted: TLS with the browser in the server's place, or a tunnel if the
+// browser does not speak TLS. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_HANDSHAKE_H_
 #define LIVE_PROXY_FRONT_HANDSHAKE_H_
 
@@ -11,13 +11,13 @@
 #include "live/proxy/front/channel.h"
 #include "live/proxy/front/request_head.h"
 #include "live/proxy/front/stream.h"
-#include "live/proxy/front/tls_stream.h"
+#include "live/proxy/front/tls_server_stream.h"
 
 namespace live {
 
 class Handshake final : public Channel {
  public:
-  // `toBrowser` is the answer to CONNECT; `read`: bytes that the browser has sent already.
+  // `toBrowser` is the answer to CONNECT. `read` contains the bytes that the browser has already sent.
   Handshake(FrontContext& front, std::unique_ptr<Stream> browser, HostPort target, std::string toBrowser,
             std::string read);
 
@@ -36,7 +36,7 @@ class Handshake final : public Channel {
 
   FrontContext& front_;  // not used when closed
   std::unique_ptr<Stream> browser_;
-  std::unique_ptr<TlsSocket> tls_;  // instead of it, from BeginTls on
+  std::unique_ptr<TlsServerStream> tls_;  // instead of it, from BeginTls on
   const HostPort target_;
   const std::string toBrowser_;
   std::string read_;

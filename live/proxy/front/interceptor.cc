@@ -76,10 +76,11 @@ TlsContext Interceptor::ForBrowser(const std::string& host) {
   // Browsers look for the name without the dot that says that it is complete.
   const Leaf leaf =
       MakeLeaf(*settings_.authority, host.ends_with('.') ? host.substr(0, host.size() - 1) : host);
-  const auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
+  auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
   SSL_CTX* const raw = context->native_handle();
   SSL_CTX_set_min_proto_version(raw, TLS1_2_VERSION);
   SSL_CTX_set_mode(raw, SSL_MODE_RELEASE_BUFFERS);
+  SSL_CTX_set_session_cache_mode(raw, SSL_SESS_CACHE_OFF);  // clients keep theirs, in tickets
   SSL_CTX_set_alpn_select_cb(raw, SelectProtocol, nullptr);
   // Browsers in throw-away profiles look for the root in what they are sent.
   if (SSL_CTX_use_certificate(raw, leaf.certificate.get()) != 1 ||

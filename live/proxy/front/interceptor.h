@@ -1,5 +1,5 @@
-// What the proxy needs to stand in for servers: which ones it does, with which certificates, and how it
-// trusts the real ones. Loop's thread.
+// What the proxy needs to act as a server: for which servers it does, with which certificates, and how it
+// verifies the real ones. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_INTERCEPTOR_H_
 #define LIVE_PROXY_FRONT_INTERCEPTOR_H_
 
@@ -17,16 +17,17 @@ using TlsContext = std::shared_ptr<boost::asio::ssl::context>;
 
 class Interceptor {
  public:
-  // Throws std::runtime_error when the servers' authorities cannot be read.
+  // Throws std::runtime_error if the authorities of the servers cannot be read.
   explicit Interceptor(const FrontSettings& settings);
 
   bool Intercepts(const std::string& host) const;
-  // Its clients refuse certificates of ours: from now on it is tunnelled. The latest thousand are remembered.
+  // Its clients refuse our certificates, or it wants theirs: this host is tunnelled from now on. The latest
+  // thousand hosts are remembered.
   void Except(const std::string& host);
 
-  // For a TLS server of that name, with a certificate that is valid for a day at least.
+  // The context for a TLS server with that name. Its certificate is valid for at least a day.
   TlsContext ForBrowser(const std::string& host);
-  // For TLS clients, which verify the server.
+  // The context for TLS clients, which verify the server.
   TlsContext ForServers() const { return servers_; }
 
  private:

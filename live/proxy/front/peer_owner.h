@@ -1,4 +1,4 @@
-// Whose process is at the other end of a connection within this machine. Loop's thread.
+// Which user's process is at the other end of a connection within this machine. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_PEER_OWNER_H_
 #define LIVE_PROXY_FRONT_PEER_OWNER_H_
 
@@ -9,10 +9,10 @@
 
 namespace live {
 
-// The user whose socket is bound to `peer` and connected to `own`; nothing when there is none (any more) or
-// the kernel does not tell. Asks the kernel for this one socket over netlink, which took 10 to 50 us; to read
-// the table in /proc/net/tcp took 8 ms on the same machine with two sockets open, because all of it is
-// walked.
+// The user whose socket is bound to `peer` and connected to `own`; nothing if there is no such socket (any
+// more) or the kernel does not say. This asks the kernel for the one socket over netlink, which took 10 to 50
+// us. Reading /proc/net/tcp took 8 ms on the same machine with two open sockets, because the kernel walks its
+// whole table.
 std::optional<uid_t> OwnerOfPeer(const boost::asio::ip::tcp::endpoint& peer,
                                  const boost::asio::ip::tcp::endpoint& own);
 

@@ -1,4 +1,4 @@
-// The body of a request on its way from the browser's socket to whoever sends it on. Loop's thread.
+// The body of a request between the browser's socket and the transfer that uploads it. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_REQUEST_BODY_H_
 #define LIVE_PROXY_FRONT_REQUEST_BODY_H_
 
@@ -12,19 +12,19 @@
 
 namespace live {
 
-// May outlive the connection, which gives it up by Abandon.
+// May outlive the connection, which then calls Abandon.
 class RequestBody final : public host::UploadBody {
  public:
-  // `onRead` is called after each Read from inside, so it must not call the handler.
+  // `onRead` is called from inside each Read, so it must not call the handler.
   RequestBody(int64_t length, std::function<void()> onRead) : length_(length), onRead_(std::move(onRead)) {}
 
   int64_t Length() const override { return length_; }
   int64_t Read(char* buffer, size_t size) override;
 
-  // The connection's side. Add, End and Abandon wake up the reader when it waits.
+  // For the connection. Add, End and Abandon wake up a waiting reader.
   void Add(std::string_view bytes);
   void End();
-  // It will never be complete, unless it is already.
+  // The body will never be complete, unless it already is.
   void Abandon();
   size_t Waiting() const { return bytes_.size() - taken_; }
 

@@ -66,10 +66,10 @@ std::optional<Refusal> ReadFraming(const ParsedHead& head, RequestHead& request)
   if (head.count(field::content_length) > 1) return Refusal{400, "It has more than one Content-Length."};
   const bool hasLength = head.count(field::content_length) > 0;
   if (head.count(field::transfer_encoding) > 0) {
-    if (hasLength) return Refusal{400, "It has a Content-Length beside a Transfer-Encoding."};
-    if (request.http10) return Refusal{400, "HTTP/1.0 knows no Transfer-Encoding."};
+    if (hasLength) return Refusal{400, "It has both a Content-Length and a Transfer-Encoding."};
+    if (request.http10) return Refusal{400, "HTTP/1.0 has no Transfer-Encoding."};
     if (!EqualsIgnoringCase(Combined(head, field::transfer_encoding), "chunked")) {
-      return Refusal{501, "Its Transfer-Encoding is none that this proxy knows: only \"chunked\" is."};
+      return Refusal{501, "Its Transfer-Encoding is not supported: only \"chunked\" is."};
     }
     request.hasBody = true;
     request.bodyLength = -1;
@@ -77,7 +77,7 @@ std::optional<Refusal> ReadFraming(const ParsedHead& head, RequestHead& request)
     const std::string_view text = View(head[field::content_length]);
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), request.bodyLength);
     if (error != std::errc() || end != text.data() + text.size() || request.bodyLength < 0) {
-      return Refusal{400, "Its Content-Length is not a number that can be."};
+      return Refusal{400, "Its Content-Length is not a valid number."};
     }
     request.hasBody = true;
   }
@@ -126,11 +126,11 @@ std::optional<Refusal> ReadUrl(const ParsedHead& head, const std::string& secure
                                RequestHead& request) {
   const std::string_view text = View(head.target());
   if (!secureOrigin.empty()) {
-    if (!text.starts_with('/')) return Refusal{400, "Inside a tunnel, a request names a path."};
+    if (!text.starts_with('/')) return Refusal{400, "Inside a tunnel, a request must name a path."};
     request.target = *ParseHostPort(std::string_view(secureOrigin).substr(8), 443);
     const auto asked = ParseHostPort(View(head[field::host]), 443);
     if (!asked || ToText(*asked, 0) != ToText(request.target, 0)) {
-      return Refusal{421, "The Host header names another server than the one that the tunnel leads to."};
+      return Refusal{421, "The Host header names a different server than the one that the tunnel leads to."};
     }
     request.path = text;
     request.url = secureOrigin + request.path;
@@ -139,11 +139,12 @@ std::optional<Refusal> ReadUrl(const ParsedHead& head, const std::string& secure
   constexpr std::string_view kScheme = "http://";
   if (!EqualsIgnoringCase(text.substr(0, kScheme.size()), kScheme)) {
     if (text.starts_with('/') || text == "*") {
-      return Refusal{400,
-                     "This is a proxy and no web server: it answers requests that name a whole URL, which "
-                     "browsers send when it is set as their proxy for http and https."};
+      return Refusal{
+          400,
+          "This is a proxy, not a web server: it answers only requests that name a whole URL, which "
+          "browsers send when it is set as their proxy for http and https."};
     }
-    return Refusal{400, "Only URLs of http are asked for in this way; those of https come by CONNECT."};
+    return Refusal{400, "Only http URLs can be requested in this way; https URLs need CONNECT."};
   }
   const std::string_view rest = text.substr(kScheme.size());
   const size_t end = std::min(rest.find_first_of("/?"), rest.size());

@@ -1,4 +1,5 @@
-// What the head of a request asks of the proxy, or why it is refused. Decides only; any thread.
+// Parses the head of a request: what it asks from the proxy, or why it is refused. Pure functions; any
+// thread.
 #ifndef LIVE_PROXY_FRONT_REQUEST_HEAD_H_
 #define LIVE_PROXY_FRONT_REQUEST_HEAD_H_
 
@@ -18,10 +19,10 @@ struct HostPort {
   uint16_t port = 0;
 };
 
-// "name:80", "192.0.2.1", "[2001:db8::1]:443"; nothing for what is no host or no port. `defaultPort` is for
-// texts without one; 0 when they must have one.
+// Parses "name:80", "192.0.2.1" or "[2001:db8::1]:443". Returns nothing if the host or port is invalid.
+// `defaultPort` is used for texts without a port; 0 if they must have one.
 std::optional<HostPort> ParseHostPort(std::string_view text, uint16_t defaultPort);
-// As it stands in a URL: with brackets where needed, and with the port unless it is the default one (0:
+// The text as in a URL: with brackets if needed, and with the port unless it is the default port (0 for
 // none).
 std::string ToText(const HostPort& target, uint16_t defaultPort);
 
@@ -48,12 +49,12 @@ struct RequestHead {
 };
 
 struct HeadRules {
-  // Inside a connection that is intercepted: "https://name" or "https://name:port", which the paths belong
-  // to. Empty on the proxy's own port.
+  // For an intercepted connection, the origin of the paths: "https://name" or "https://name:port". Empty on
+  // the proxy's own port.
   std::string secureOrigin;
-  std::string password;               // to be asked for; empty for none
+  std::string password;               // that requests must contain; empty for none
   std::string viaName;                // empty for none
-  std::vector<uint16_t> tunnelPorts;  // that CONNECT may lead to
+  std::vector<uint16_t> tunnelPorts;  // to which CONNECT may lead
 };
 
 using ParsedHead = boost::beast::http::request_header<boost::beast::http::fields>;

@@ -3,9 +3,9 @@
 #define LIVE_PROXY_FRONT_RESOLVER_H_
 
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,18 +16,26 @@ namespace live {
 class Resolver {
  public:
   using Endpoints = std::vector<boost::asio::ip::tcp::endpoint>;
+  // Blocks; called on any thread.
+  using LookUp = Endpoints (*)(const std::string& host, uint16_t port);
+  static Endpoints AskSystem(const std::string& host, uint16_t port);
 
-  explicit Resolver(EventLoop& loop);
-  // Waits for the names that are being resolved; nobody hears of them.
+  explicit Resolver(EventLoop& loop, LookUp lookUp = AskSystem);
+  // Does not wait for running lookups, which nothing can interrupt: their threads end by themselves, without
+  // a call to `done`.
   ~Resolver();
+  Resolver(const Resolver&) = delete;
+  Resolver& operator=(const Resolver&) = delete;
 
-  // The host is a name or a numeric address (of IPv6 without brackets). `done` is called on the loop's
-  // thread, never from inside; with nothing when there is no such name.
+  // The host is a name or a numeric address (IPv6 without brackets). `done` is called on the loop's thread,
+  // never from inside this function, with nothing if there is no such name.
   void Resolve(const std::string& host, uint16_t port, std::function<void(const Endpoints&)> done);
 
  private:
+  struct Shared;
+
   EventLoop& loop_;
-  boost::asio::thread_pool threads_;
+  const std::shared_ptr<Shared> shared_;
 };
 
 }  // namespace live

@@ -13,8 +13,8 @@ namespace live {
 using Socket = boost::asio::ip::tcp::socket;
 using Error = boost::system::error_code;
 
-// One read and one write may be under way at a time. What they are given as `done` must keep the stream and
-// the buffer alive; it is called exactly once, never from inside.
+// One read and one write may be running at the same time. Their `done` must keep the stream and the buffer
+// alive. It is called exactly once, never from inside these functions.
 class Stream {
  public:
   using Done = std::function<void(const Error& error, size_t count)>;
@@ -23,11 +23,12 @@ class Stream {
 
   virtual void ReadSome(boost::asio::mutable_buffer buffer, Done done) = 0;
   virtual void Write(boost::asio::const_buffer buffer, Done done) = 0;  // all of it
-  // Tells the peer that nothing more will be sent. Reading goes on. Nothing may be under way to be written.
+  // Tells the peer that nothing more will be sent. Reading continues. No write may be running.
   virtual void EndSending(Done done) = 0;
   virtual Socket& Tcp() = 0;
 
-  // Ends both directions, and what is under way. With `reset` the peer sees an error and no orderly end.
+  // Ends both directions and running operations. With `reset` the peer sees an error instead of an orderly
+  // end.
   void Close(bool reset);
 };
 

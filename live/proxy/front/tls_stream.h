@@ -1,4 +1,4 @@
-// A stream with TLS, once its handshake is through. Loop's thread.
+// A stream over TLS, after the handshake. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_TLS_STREAM_H_
 #define LIVE_PROXY_FRONT_TLS_STREAM_H_
 

@@ -1,4 +1,4 @@
-// Carries bytes between a browser and a server, and looks at none of them. Loop's thread.
+// Carries bytes between a browser and a server without looking at them. Loop's thread.
 #ifndef LIVE_PROXY_FRONT_TUNNEL_H_
 #define LIVE_PROXY_FRONT_TUNNEL_H_
 
@@ -21,10 +21,11 @@ struct TunnelRequest {
   AddressRule mayReach;   // empty for any address
   std::string toBrowser;  // before the server's bytes, once the server is reached
   std::string toServer;   // before the browser's bytes
-  bool explain = true;    // tell the browser in a response when the server cannot be reached
+  bool explain = true;    // send the browser a response that says so if the server cannot be reached
 };
 
-// An end of one side becomes one on the other side, and the other direction goes on.
+// If one side ends its direction, the proxy ends it towards the other side, and the other direction
+// continues.
 class Tunnel final : public Channel {
  public:
   Tunnel(FrontContext& front, std::unique_ptr<Stream> browser, TunnelRequest request);
@@ -34,8 +35,8 @@ class Tunnel final : public Channel {
   void LookAtClock(int64_t nowUs) override;
 
  private:
-  // One of the two ways. It reads when it has written what it has read before, so that a slow receiver slows
-  // the sender down.
+  // One of the two directions. It reads again only when it has written what it had read, so that a slow
+  // receiver slows down the sender.
   struct Way {
     Stream* from = nullptr;
     Stream* to = nullptr;

@@ -87,12 +87,6 @@ TEST(Freshness, ArrivalStandsInForDate) {
   EXPECT_EQ(FreshSeconds({"Date goes before", kDay, DATE EXPIRES_TOMORROW}, received + 5000), kDay);
 }
 
-TEST(Freshness, ARequestMayForbidToStore) {
-  const std::string block = tests::RawBlock(200, "Cache-Control: max-age=60\n");
-  EXPECT_TRUE(MayStore(200, "Cache-Control: no-cache\r\n", block));
-  EXPECT_FALSE(MayStore(200, "Cache-Control: no-cache, no-store\r\n", block));
-}
-
 TEST(Freshness, AgeIsTheGreaterOfWhatClocksAndHeadersTell) {
   const double made = *ParseIsoDate("1994-11-06T08:49:37Z");
   const struct {

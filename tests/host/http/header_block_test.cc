@@ -8,7 +8,7 @@
 namespace http {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 TEST(HeaderBlock, ListsHeadersOfBothKinds) {
   const struct {

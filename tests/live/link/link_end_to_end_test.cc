@@ -3,14 +3,13 @@
 // test hang until ctest ends it.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
+
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
@@ -52,12 +51,10 @@ class LinkEndToEnd : public testing::Test {
     const Outcome outcome = RunLink("-- true");
     if (outcome.status == kNotPermitted) GTEST_SKIP() << outcome.output;
   }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
 
   // The figures that the client printed, and those of the program.
   nlohmann::json Fetch(const std::string& options, const std::string& bytes) {
-    std::filesystem::create_directories(folder_);
-    const std::string figures = folder_ / "figures.json", client = folder_ / "client.json";
+    const std::string figures = folder_.File("figures.json"), client = folder_.File("client.json");
     const Outcome outcome = RunLinkInTime(options + kServe + "--json " + figures + " -- '" + kPeer +
                                           " fetch $KIV_LINK_SERVER 80 " + bytes + " > " + client + "'");
     if (outcome.status == kStarved) return nullptr;
@@ -67,8 +64,7 @@ class LinkEndToEnd : public testing::Test {
     return result;
   }
 
-  const std::filesystem::path folder_ =
-      std::filesystem::path(testing::TempDir()) / ("kiv_link_" + std::to_string(getpid()));
+  const tests::TemporaryFolder folder_;
 };
 
 TEST_F(LinkEndToEnd, RoundTripsAndTransfersTakeTheirTime) {

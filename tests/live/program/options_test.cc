@@ -33,7 +33,8 @@ TEST_F(ProxyOptionsTest, DefaultsSuitABrowserOnThisMachine) {
   EXPECT_EQ(options.address, "127.0.0.1");
   EXPECT_EQ(options.port, 8080);
   EXPECT_TRUE(options.preload && options.preconnect);
-  EXPECT_FALSE(options.intercept || options.listenAnywhere || options.mark || options.logLevel);
+  EXPECT_FALSE(options.intercept || options.listenAnywhere || options.allowPrivate || options.mark ||
+               options.logLevel);
   EXPECT_EQ(options.properties, (std::map<std::string, std::string>{{"net.cv.kiv.prlimit", "4"}}));
   EXPECT_EQ(options.statePath, "/var/state/kiv_proxy/pages.db");
   setenv("XDG_STATE_HOME", "not/absolute", 1);
@@ -50,7 +51,9 @@ TEST_F(ProxyOptionsTest, ReadsWhatIsGiven) {
   const ProxyOptions options = Parsed(
       "--listen [::1]:0 --preload off --preconnect off --prop net.cv.kiv.prlimit=8 --prop net.cv.kiv.on=0 "
       "--hosts " +
-      hosts + " --connect-port 8443 --log 4 --json - --har day.har --state pages.db --mark --plugin p.so");
+      hosts +
+      " --connect-port 8443 --log 4 --json - --har day.har --state pages.db --allow-private --mark --plugin "
+      "p.so");
   EXPECT_EQ(options.address, "::1");
   EXPECT_EQ(options.port, 0);
   EXPECT_FALSE(options.preload || options.preconnect);
@@ -64,7 +67,7 @@ TEST_F(ProxyOptionsTest, ReadsWhatIsGiven) {
   EXPECT_EQ(options.jsonPath, "-");
   EXPECT_EQ(options.harPath, "day.har");
   EXPECT_EQ(options.statePath, "pages.db");
-  EXPECT_TRUE(options.mark);
+  EXPECT_TRUE(options.allowPrivate && options.mark);
   EXPECT_EQ(options.pluginPath, "p.so");
   EXPECT_EQ(Parsed("--listen localhost:1").address, "127.0.0.1");
 
@@ -120,13 +123,13 @@ TEST_F(ProxyOptionsTest, SaysWhatIsWrongAndWhatToDo) {
       {"--listen 0.0.0.0:80", "--listen: 0.0.0.0" + reachable},
       {"--listen [::]:80", "--listen: ::" + reachable},
       {"--listen 0.0.0.0:80 --listen-anywhere", "--listen-anywhere needs a --password-file"},
-      {"--password-file " + password, "--password-file is for --listen-anywhere only"},
+      {"--password-file " + password, "--password-file can be used only with --listen-anywhere"},
       {"--listen-anywhere --password-file /nowhere",
        "--password-file: /nowhere: no password can be read from its first line"},
       {"--listen-anywhere --password-file " + empty,
        "--password-file: " + empty + ": its first line is empty"},
       {"--listen-anywhere --password-file " + readable,
-       "--password-file: " + readable + ": others can read it; chmod 600 it first"},
+       "--password-file: " + readable + ": other users can read it; run chmod 600 on it first"},
       {"--preload yes", "--preload must be on or off, got 'yes'"},
       {"--preconnect 1", "--preconnect must be on or off, got '1'"},
       {"--prop net.cv.kiv.on=2", "--prop: net.cv.kiv.on must be a whole number from 0 to 1, got '2'"},
@@ -139,14 +142,14 @@ TEST_F(ProxyOptionsTest, SaysWhatIsWrongAndWhatToDo) {
       {"--hosts " + noName, "--hosts: " + noName + ":1: no name follows '::1'"},
       {"--tunnel-port 443 --tunnel-port 65536",
        "--tunnel-port must be a whole number from 1 to 65535, got '65536'"},
-      {"--connect-port 8443", "--connect-port is for the names of --hosts only"},
+      {"--connect-port 8443", "--connect-port can be used only with --hosts"},
       {"--hosts " + password + " --connect-port 0",
        "--connect-port must be a whole number from 1 to 65535, got '0'"},
       {"--upstream-ca /nowhere", "--upstream-ca: /nowhere: cannot be read"},
-      {"--har -", "--har must be a file, because its end is written again and again"},
-      {"--har x --json x", "--har: --json goes to 'x' already"},
+      {"--har -", "--har must be a file, because its end is overwritten with each write"},
+      {"--har x --json x", "--har: 'x' is already the file of --json"},
       {"--intercept", "--intercept needs a --ca-dir, the folder of the certificate authority"},
-      {"--ca-dir own", "--ca-dir is for --intercept and the command ca only"},
+      {"--ca-dir own", "--ca-dir can be used only with --intercept and the command ca"},
       {"ca", "ca needs a --ca-dir, the folder of the certificate authority"},
       {"ca --ca-dir own --only a/b", "--only must be followed by host names, got 'a/b'"},
       {"forget shop.test/page", "SITE must be a host name or a URL, got 'shop.test/page'"},

@@ -207,21 +207,6 @@ TEST_F(ProxyProgramTest, PreloadsWhatEarlierVisitsNeededAcrossRestarts) {
   EXPECT_FALSE(IsPreloaded(Visit()));
 }
 
-TEST_F(ProxyProgramTest, KeepsWhatIsStoredWhenItIsKilled) {
-  Start();
-  EXPECT_EQ(Visit(), kNotKnown);
-  Settle();
-  process->Kill(SIGKILL);
-  process->Wait();
-  Start();
-  const std::string marks = Visit();
-  EXPECT_TRUE(IsPreloaded(marks)) << marks;
-  EXPECT_EQ(TextOf(folder.File("errors")), "") << "the file is as good as before";
-  struct stat found {};
-  stat(state.c_str(), &found);
-  EXPECT_EQ(found.st_mode & 0777, 0600u);
-}
-
 TEST_F(ProxyProgramTest, ForgetsWhileItRuns) {
   Start();
   Visit();

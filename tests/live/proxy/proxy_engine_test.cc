@@ -256,6 +256,33 @@ TEST_F(ProxyEngineTest, NobodyGetsWhatWasMeantForOtherCookies) {
   EXPECT_EQ(Resource("/mine").body, "nobody") << "logged out by a script";
 }
 
+TEST_F(ProxyEngineTest, APageIsOfTheSiteThatItsRedirectsLeadTo) {
+  Start([this](const std::string& path, const std::string& request) {
+    const std::string there =
+        "HTTP/1.1 302 Found\r\nContent-Length: 0\r\nLocation: " + server->Url("/") + "\r\n\r\n";
+    return path == "/start" ? there : Plain(path, request);
+  });
+  const auto begin = [&] {
+    Browser& browser = browsers.emplace_back();
+    engine->Start({.method = "GET",
+                   .url = "http://localhost:" + std::to_string(server->Port()) + "/start",
+                   .headers = "Sec-Fetch-Dest: document\r\nSec-Fetch-Site: none\r\n",
+                   .body = nullptr},
+                  browser);
+    RunUntil(loop, [&] { return browser.result != 1; });
+  };
+  begin();
+  OpenPage();
+  Resource("/mine", "Cookie: me=1\r\n");
+  Settle();
+  TakeAsked();
+  begin();
+  RunUntil(loop, [&] { return RequestCount() == 5; });
+  EXPECT_NE(LastRequestFor("/mine").find("Cookie: me=1"), std::string::npos) << TakeAsked();
+  OpenPage();
+  EXPECT_NE(Resource("/mine", "Cookie: me=1\r\n").source, LoadSource::Network);
+}
+
 TEST_F(ProxyEngineTest, PrivateAddressesAreForPagesFromThere) {
   Start(Plain);
   const std::string own = server->Url("/");

@@ -66,7 +66,7 @@ void ChildProcess::Kill(int signal) const {
 }
 
 bool IsInstalled(const std::string& program) {
-  const char* const path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe): nobody changes it
+  const char* const path = std::getenv("PATH");
   std::istringstream folders(path != nullptr ? path : "");
   for (std::string folder; std::getline(folders, folder, ':');) {
     if (access((folder + "/" + program).c_str(), X_OK) == 0) return true;

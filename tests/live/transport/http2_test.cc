@@ -2,6 +2,9 @@
 // aborting, large bodies), and how connections are shared.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "live/transport/curl_transport.h"
 #include "tests/live/support/child_process.h"
 #include "tests/live/support/run_until.h"
@@ -30,8 +33,9 @@ class Http2Test : public testing::Test {
   }
 
   void StartServer() {
-    server.emplace(std::vector<std::string>{"nghttpd", "-d", folder.Path(), Port(), folder.File("key.pem"),
-                                            folder.File("cert.pem")});
+    server.emplace(std::vector<std::string>{"nghttpd", "-v", "-d", folder.Path(), Port(),
+                                            folder.File("key.pem"), folder.File("cert.pem")},
+                   folder.File("log"));
     ASSERT_TRUE(tests::WaitForPort(port));
   }
   std::string Port() const { return std::to_string(port); }
@@ -78,6 +82,21 @@ TEST_F(Http2Test, ManyTransfersShareOneConnectionAndPausedOnesHoldUpNobody) {
             1);
 }
 
+TEST_F(Http2Test, TheBrowsersOwnRequestsWeighMore) {
+  ContractClient preload, own;
+  const auto id = transport->Start(
+      {.url = origin + "/60000000", .method = "GET", .urgency = host::Urgency::Preload}, preload);
+  transport->Start({.url = origin + "/1000", .method = "GET"}, own);
+  RunUntil(loop, [&] { return own.result != 1 && preload.bodyBytes > 0; });
+  transport->SetUrgency(id, host::Urgency::Browser);  // it was joined
+  RunUntil(loop, [&] { return preload.result != 1; });
+  server.reset();
+  std::ifstream file(folder.File("log"));
+  const std::string log{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_NE(log.find("weight=256,"), std::string::npos);
+  EXPECT_NE(log.find("recv PRIORITY frame"), std::string::npos);
+}
+
 TEST_F(Http2Test, AConnectionThatWasOpenedAheadIsUsed) {
   const auto preconnect = [&] {
     transport->Preconnect(origin + "/", 2, nullptr);
@@ -115,6 +134,26 @@ TEST_F(Http2Test, OfAServerThatDoesNotMultiplexSocketsAreOpenedAhead) {
   RunUntil(loop, [&] { return client.result != 1; });
   EXPECT_EQ(client.result, host::kOk);
   EXPECT_EQ(transport->Connections().opened, 2u) << "the first one has told that it does not";
+}
+
+TEST_F(Http2Test, AServerThatAsksForACertificateIsRecognised) {
+  const struct {
+    std::string version, how;
+    int32_t result;
+  } rows[] = {{"-tls1_2", "-Verify", host::kClientCertificateNeeded},
+              {"-tls1_3", "-Verify", host::kClientCertificateNeeded},
+              {"-tls1_3", "-verify", host::kOk}};  // it does without
+  for (const auto& row : rows) {
+    server.reset();
+    server.emplace(std::vector<std::string>{"openssl", "s_server", "-quiet", "-www", row.version, row.how,
+                                            "1", "-accept", Port(), "-cert", folder.File("cert.pem"), "-key",
+                                            folder.File("key.pem")});
+    ASSERT_TRUE(tests::WaitForPort(port));
+    ContractClient client;
+    transport->Start({.url = origin + "/", .method = "GET"}, client);
+    RunUntil(loop, [&] { return client.result != 1; });
+    EXPECT_EQ(client.result, row.result) << row.version << row.how;
+  }
 }
 
 TEST_F(Http2Test, ACertificateThatNobodyVouchesForIsRefused) {

@@ -99,9 +99,9 @@ TEST(HarReader, RefusesNumbersThatNoFigureCanBeMadeOf) {
   const struct {
     std::string number;
     bool refused;
-  } cases[] = {{"'nan'", true},   {"'-inf'", true},  {"'1e999'", true}, {"1e999", true},
-               {"-1e999", true},  {"'1e9x'", false}, {"'200'", false},  {"''", false},
-               {"'none'", false}, {"1e300", false},  {"null", false}};
+  } cases[] = {{"'nan'", true},  {"'-inf'", true},  {"'1e999'", true}, {"1e999", true},
+               {"-1e999", true}, {"nan", true},     {"'1e9x'", false}, {"'200'", false},
+               {"''", false},    {"'none'", false}, {"1e300", false},  {"null", false}};
   for (const auto& row : cases) {
     for (const std::string field : {"'status': ", "'bodySize': "}) {
       const std::string before =

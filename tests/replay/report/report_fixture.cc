@@ -34,4 +34,18 @@ Replayed MakeReplayed(const std::string& name) {
   return replayed;
 }
 
+std::vector<RecordingReport> ReportsOf(const std::vector<Summary>& summaries) {
+  std::vector<RecordingReport> reports;
+  for (const Summary& summary : summaries) reports.push_back({.index = reports.size(), .summary = summary});
+  return reports;
+}
+
+std::string JsonLine(const Summary& summary, const ReplayOptions& options) {
+  return JsonLines({.summary = summary}, {{.options = options}}).at(0);
+}
+
+std::string JsonSummaryLine(const std::vector<Summary>& summaries, const ReplayOptions& options) {
+  return JsonSummaryLines(ReportsOf(summaries), {{.options = options}}).at(0);
+}
+
 }  // namespace tests

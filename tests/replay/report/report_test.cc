@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "replay/report/figure_text.h"
+#include "replay/report/har_writer.h"
 #include "replay/report/printable_text.h"
 #include "replay/report/recording_report.h"
 #include "replay/report/report_html.h"
@@ -16,6 +17,8 @@ namespace replay {
 namespace {
 
 using nlohmann::json;
+using tests::JsonLine;
+using tests::JsonSummaryLine;
 
 // Load events, in microseconds.
 struct Loads {
@@ -88,10 +91,11 @@ TEST(Summary, AddsUpRepeatVisitsOnly) {
     EXPECT_EQ(totals.times[Index(Way::Plugin)].firstPaintUs, 1010001);
     EXPECT_EQ(totals.endedByBeacon, 0U) << "without the plugin the load ended otherwise";
     EXPECT_TRUE(summary.repeats[0].endedByBeacon[Index(Way::Plugin)]);
-    EXPECT_EQ((std::vector{totals.served, totals.joined, totals.fetched, totals.preloads,
-                           totals.unusedPreloads, totals.preloadedBytes, totals.unusedBytes,
-                           totals.connections, totals.unusedConnections}),
-              (std::vector<uint64_t>{4, 2, 6, 6, 2, 80, 20, 12, 2}));
+    EXPECT_EQ(
+        (std::vector{totals.counts.served, totals.counts.joined, totals.counts.fetched,
+                     totals.counts.preloads, totals.counts.unusedPreloads, totals.counts.preloadedBytes,
+                     totals.counts.unusedBytes, totals.counts.connections, totals.counts.unusedConnections}),
+        (std::vector<uint64_t>{4, 2, 6, 6, 2, 80, 20, 12, 2}));
   }
   EXPECT_EQ(SummaryOf({first, second}).visits, 3U);
   EXPECT_EQ(total.visits, 4U);
@@ -233,16 +237,18 @@ TEST(JsonReport, RealRepeatsAndCopiesApartInEachLineAndTheSummary) {
 
   json ways = json::object();
   for (const Way way : kWays) ways[WordsFor(way).key] = 0.0;
-  json expected = {{"visits", 2},
-                   {"slower_visits", 1},
-                   {"later_paint_visits", 1},
-                   {"preloads", 6},
-                   {"unused_preloads", 2},
-                   {"preloaded_bytes", 80},
-                   {"unused_bytes", 20},
-                   {"unused_connections", 2},
-                   {"object_index_ms", ways},
-                   {"gain_ms", {{"p5", nullptr}, {"p50", 49.75}, {"p95", nullptr}, {"total", 99.5}}}};
+  json expected = {
+      {"visits", 2},
+      {"slower_visits", 1},
+      {"later_paint_visits", 1},
+      {"preloads", 6},
+      {"unused_preloads", 2},
+      {"preloaded_bytes", 80},
+      {"unused_bytes", 20},
+      {"unused_connections", 2},
+      {"object_index_ms", ways},
+      {"gain_ms", {{"p5", nullptr}, {"p50", 49.75}, {"p95", nullptr}, {"total", 99.5}}},
+      {"first_paint_gain_ms", {{"p5", nullptr}, {"p50", 24.875}, {"p95", nullptr}, {"total", 49.75}}}};
   ways.update({{"off", 2000.0}, {"plugin", 1900.5}, {"hints", 1400.0}, {"oracle", 1000.0}});
   expected["load_ms"] = ways;
   ways.update({{"off", 1000.0}, {"plugin", 950.25}, {"hints", 700.0}, {"oracle", 500.0}});
@@ -292,6 +298,10 @@ TEST(TextReport, FitsTheTerminalAndKeepsItsColumns) {
   for (const std::string& line : lines) EXPECT_LE(Columns(line), 120U) << line;
   for (size_t row = 2; row <= 6; ++row) EXPECT_EQ(Columns(lines[row]), Columns(lines[2])) << lines[row];
   EXPECT_NE(lines[6].find(R"(\u001b[\xff)"), std::string::npos) << lines[6];
+  for (const size_t columns : {40U, 60U, 80U}) {
+    std::istringstream narrow(TextReport(summaries, ReplayOptions(), {.columns = columns}));
+    for (std::string line; std::getline(narrow, line);) EXPECT_LE(Columns(line), columns) << line;
+  }
 
   const Summary copies = SummaryOf({{1000000, 990000, 0, 0}}, true);
   const std::string apart = TextReport({summaries[0], copies}, ReplayOptions(), {});
@@ -334,12 +344,14 @@ TEST(HtmlReport, HoldsEverythingItselfWhateverTheUrls) {
   const json& lines = data["visits"][2]["lines"];
   EXPECT_EQ(lines.size(), 49U) << "all 47 requests once, and the two preloads that nobody asked for";
   size_t preloads = 0, unasked = 0, served = 0;
+  const auto text = [&data](const json& number) { return data["texts"].at(number.get<size_t>()); };
   for (const json& line : lines) {
-    if (!line[5].is_null()) ++preloads;
-    if (line[0].is_null()) ++unasked;
-    if (line[3] != "served") continue;
+    const json &preload = line.at(2), &plugin = line.at(4);
+    if (!preload.is_null()) ++preloads;
+    if (line.at(0).is_null()) ++unasked;
+    if (plugin.is_null() || text(plugin.at(0)) != "served") continue;
     ++served;
-    EXPECT_EQ(line.at(5).at(9), "served") << "the bar of a served request shows its own preload";
+    EXPECT_EQ(text(preload.at(2)), "served") << "the bar of a served request shows its own preload";
   }
   EXPECT_EQ(preloads, replayed.result.visits[2].ways[1].preloads.size());
   EXPECT_EQ(unasked, 2U);
@@ -352,12 +364,15 @@ TEST(HarWriter, WritesEveryRequestAndPreloadAsAnEntry) {
   Request& odd = replayed.recording.pages[0].requests[5];
   odd.url = "https://a.test/x y|\xff?q=1&r&=%20#f?g=2";
   replayed.result.visits[0].ways[1].times.pageLoadUs = 977499;
-  const HarPart part = HarPartOf(0, replayed.recording, replayed.result, ReplayOptions());
-  const json log = json::parse(HarFile({part, part}))["log"];
+  const std::string part = HarPartOf(0, replayed.recording, replayed.result, ReplayOptions());
+  std::string file;
+  WriteHar({part, part}, [&file](std::string_view text) { file += text; });
+  const json log = json::parse(file)["log"];
   EXPECT_EQ(log["version"], "1.2");
-  ASSERT_EQ(log["pages"].size(), 6U);
-  EXPECT_EQ(log["pages"][1]["startedDateTime"], "2000-01-01T01:00:00.977Z") << "the first load, and an hour";
-  EXPECT_EQ(log["pages"][1]["pageTimings"]["onLoad"],
+  ASSERT_EQ(log["pages"].size(), 12U) << "three visits without the plugin and with it";
+  EXPECT_EQ(log["pages"][2]["comment"], "visit 2, off");
+  EXPECT_EQ(log["pages"][3]["startedDateTime"], "2000-01-01T01:00:00.977Z") << "the first load, and an hour";
+  EXPECT_EQ(log["pages"][3]["pageTimings"]["onLoad"],
             static_cast<double>(replayed.result.visits[1].ways[1].times.pageLoadUs) / 1e3);
 
   size_t preloads = 0, query = 0;
@@ -378,23 +393,22 @@ TEST(HarWriter, WritesEveryRequestAndPreloadAsAnEntry) {
   }
   const auto& visits = replayed.result.visits;
   EXPECT_EQ(preloads, 2 * (visits[1].ways[1].preloads.size() + visits[2].ways[1].preloads.size()));
-  EXPECT_EQ(query, 2U) << "once in each part";
+  EXPECT_EQ(query, 4U) << "in both ways, once in each part";
 }
 
 TEST(RecordingReport, SurvivesTheWayBetweenProcesses) {
   const tests::Replayed replayed = tests::MakeReplayed("a\xff.har");
   RecordingReport sent;
   sent.summary = Summarize(replayed.result);
-  sent.html = HtmlSectionOf(7, replayed.recording, replayed.result);
-  sent.har = HarPartOf(7, replayed.recording, replayed.result, ReplayOptions());
+  sent.index = 7;
+  sent.parts = {{"--a", std::string("\0\xff", 2)}, {"--b", ""}};
   sent.logLines = {"01-01 00:00:00.002  1  1 W : \xfe", ""};
   const std::string bytes = Pack(sent);
   const RecordingReport received = Unpack(bytes);
   EXPECT_EQ(JsonLine(received.summary, ReplayOptions()), JsonLine(sent.summary, ReplayOptions()));
   EXPECT_EQ(received.summary.name, sent.summary.name);
-  EXPECT_EQ(received.html.number, 7U);
-  EXPECT_EQ(received.html.text, sent.html.text);
-  EXPECT_EQ(received.har.entries, sent.har.entries);
+  EXPECT_EQ(received.index, 7U);
+  EXPECT_EQ(received.parts, sent.parts);
   EXPECT_EQ(received.logLines, sent.logLines);
   EXPECT_THROW(Unpack(bytes.substr(0, bytes.size() / 2)), std::runtime_error);
   EXPECT_THROW(Unpack(""), std::runtime_error);

@@ -150,7 +150,7 @@ TEST_F(Exchanges, LoadsThatFailAreExplained) {
       {host::kInvalidResponse, "502 Bad Gateway", "not valid"},
       {host::kTimedOut, "504 Gateway Timeout", "did not answer in time"},
       {-1234, "502 Bad Gateway", "-1234"},
-      {host::kOk, "502 Bad Gateway", "without a whole response"},
+      {host::kOk, "502 Bad Gateway", "without a complete response"},
   };
   const std::string request = "http://a.test:81/ HTTP/1.1\r\nHost: a.test\r\n";
   for (const auto& row : rows) {

@@ -94,7 +94,7 @@ TEST_F(HostileClients, RequestsThatAreRefusedEndTheConnection) {
           << row.why << ": nothing complete may reach a server";
     }
   }
-  EXPECT_NE(Exchange(HeaderText(rows[24].request)).find("no web server"), std::string::npos)
+  EXPECT_NE(Exchange(HeaderText(rows[24].request)).find("not a web server"), std::string::npos)
       << "and it says why";
   EXPECT_EQ(handler.Open(), 0U);
 }

@@ -163,7 +163,7 @@ TEST_F(Interception, SomeConnectionsAreTunnelledUntouched) {
     connection.Write("a server's own bytes");
   });
   for (const char* const name :
-       {"never.test", "sub.never.test", "plain.test", "constrained.test", "pinned.test"}) {
+       {"never.test", "sub.never.test", "plain.test", "constrained.test", "pinned.test", "certified.test"}) {
     settings.connectTo.push_back(std::string(name) + "::127.0.0.1:" + std::to_string(server.Port()));
   }
   settings.neverIntercept = {"never.test"};
@@ -204,12 +204,21 @@ TEST_F(Interception, SomeConnectionsAreTunnelledUntouched) {
   }
   ASSERT_EQ(messages.size(), 1U);
   EXPECT_NE(messages[0].find("does not accept this proxy's certificate for pinned.test"), std::string::npos);
+  // A server that wants the browser's certificate: the browser asks again, in a tunnel.
+  seen.clear();
+  handler.replies["https://certified.test/"] = {.head = "", .result = host::kClientCertificateNeeded};
+  Browse(rootFile, [&](Browser& browser) {
+    browser.Set(CURLOPT_FOLLOWLOCATION, 1L);
+    EXPECT_NE(browser.Get("https://certified.test/"), CURLE_OK) << "the server speaks no TLS";
+  });
+  EXPECT_EQ(seen.substr(0, 2), "\x16\x03");
+  EXPECT_NE(messages.back().find("certified.test asks for a client's certificate"), std::string::npos);
   // An authority that is for other names.
   settings.authority = std::make_shared<live::Authority>(live::MakeAuthority({"a.test"}));
   Listen();
   Browse(rootFile, [&](Browser& browser) { EXPECT_NE(browser.Get("https://constrained.test/"), CURLE_OK); });
   EXPECT_EQ(seen.substr(0, 2), "\x16\x03");
-  EXPECT_EQ(handler.started, 0U);
+  EXPECT_EQ(handler.started, 1U);
 }
 
 TEST_F(Interception, BrokenHandshakesEndTheConnection) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <thread>
 
+#include "live/proxy/front/resolver.h"
 #include "tests/live/proxy/front/front_fixture.h"
 #include "tests/live/support/child_process.h"
 #include "tests/live/support/scripted_server.h"
@@ -163,6 +164,31 @@ TEST_F(Tunnels, AWebSocketReachesOnlyWhatItsPageMay) {
   EXPECT_EQ(address, "127.0.0.1");
   EXPECT_EQ(handler.tunnelled, "http://server.test/chat|Origin: http://a.test\r\n");
   EXPECT_EQ(server->ConnectionCount(), 0);
+}
+
+std::atomic<int> slowLookUps = 0;
+std::atomic<bool> slowMayEnd = false;
+
+TEST(ResolverTest, GoesWithoutTheNamesThatAreBeingResolved) {
+  const auto lookUp = [](const std::string&, uint16_t) {
+    ++slowLookUps;
+    while (!slowMayEnd) std::this_thread::yield();
+    --slowLookUps;
+    return live::Resolver::Endpoints{};
+  };
+  live::EventLoop loop;
+  bool heard = false;
+  {
+    live::Resolver resolver(loop, lookUp);
+    for (int name = 0; name < 9; ++name) resolver.Resolve("a.test", 80, [&](const auto&) { heard = true; });
+    while (slowLookUps < 4) std::this_thread::yield();
+  }
+  EXPECT_EQ(slowLookUps, 4) << "none has ended, and no more have begun";
+  slowMayEnd = true;
+  while (slowLookUps > 0) std::this_thread::yield();
+  loop.PostDelayed(10'000, [&] { loop.Stop(); });
+  loop.Run();
+  EXPECT_FALSE(heard);
 }
 
 TEST_F(Tunnels, AServerThatSaysNothingIsLeft) {
