@@ -37,10 +37,7 @@ Refusal ExplainResult(int32_t result, const std::string& server) {
     case host::kNameNotResolved:
       return {502, "The name of the server " + server + " could not be resolved."};
     case host::kBlocked:
-      return {403,
-              "The server " + server +
-                  " has a private address. This proxy reaches such an address only for pages that come from"
-                  " one; the option --allow-private lifts this."};
+      return PrivateAddressRefusal(server);
     case host::kConnectionFailed:
       return {502, "The server " + server + " could not be reached."};
     case host::kConnectionClosed:

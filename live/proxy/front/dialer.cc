@@ -46,8 +46,7 @@ bool Dialer::DropForbidden(const AddressRule& mayReach) {
   const size_t dropped = std::erase_if(
       endpoints_, [&](const auto& endpoint) { return !mayReach(endpoint.address().to_string()); });
   if (dropped == 0 || !endpoints_.empty()) return false;
-  End(Refusal{
-      403, "The server " + name_ + " has a private address, which pages of public servers may not reach."});
+  End(PrivateAddressRefusal(name_));
   return true;
 }
 

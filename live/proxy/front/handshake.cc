@@ -105,15 +105,14 @@ void Handshake::BeginTunnel(AddressRule mayReach) {
 }
 
 void Handshake::BeginTls() {
-  TlsContext context;
   try {
-    context = front_.interceptor.ForBrowser(target_.host);
+    const TlsContext context = front_.interceptor.ForBrowser(target_.host);
+    tls_ = std::make_unique<TlsServerStream>(std::move(browser_->Tcp()), context->native_handle(),
+                                             std::move(read_));
   } catch (const std::exception& error) {
     front_.Tell("no certificate can be made for " + target_.host + ": " + error.what());
     return End();
   }
-  tls_ = std::make_unique<TlsServerStream>(std::move(browser_->Tcp()), context->native_handle(),
-                                           std::move(read_));
   browser_ = nullptr;
   tls_->Accept([this, self = shared_from_this()](const Error& error) {
     if (closed_) return;

@@ -192,6 +192,12 @@ std::string ToText(const HostPort& target, uint16_t defaultPort) {
   return text;
 }
 
+Refusal PrivateAddressRefusal(const std::string& server) {
+  return {403, "The server " + server +
+                   " has a private address. This proxy reaches such an address only for pages that come from"
+                   " one; the option --allow-private lifts this."};
+}
+
 std::variant<RequestHead, Refusal> ReadRequestHead(const ParsedHead& head, const HeadRules& rules) {
   RequestHead request{.method = std::string(View(head.method_string())), .http10 = head.version() == 10};
   request.keepAlive = ReadKeepAlive(head, request.http10);

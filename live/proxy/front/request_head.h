@@ -32,6 +32,9 @@ struct Refusal {
   bool wantsPassword = false;
 };
 
+// Of a server whose name is given, for a page that comes from a public one.
+Refusal PrivateAddressRefusal(const std::string& server);
+
 struct RequestHead {
   enum class Kind { Load, Connect, Upgrade };
   Kind kind = Kind::Load;

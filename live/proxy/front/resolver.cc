@@ -7,6 +7,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -101,8 +102,12 @@ void Resolver::Resolve(const std::string& host, uint16_t port, std::function<voi
   const std::lock_guard lock(shared_->mutex);
   shared_->questions.push_back({id, host, port});
   if (shared_->questions.size() > shared_->idle && shared_->threads < kThreads) {
-    std::thread(Shared::Work, shared_).detach();
-    ++shared_->threads;
+    try {
+      std::thread(Shared::Work, shared_).detach();
+      ++shared_->threads;
+    } catch (const std::system_error&) {
+      // The machine gives no more threads: it waits for one that there is, or until the next name.
+    }
   }
   shared_->changed.notify_one();
 }
