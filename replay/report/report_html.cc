@@ -183,8 +183,8 @@ std::string GainsTable(const std::vector<VisitFigures>& visits, const char* name
   if (visits.empty()) return "";
   const Totals totals = TotalsOf(visits);
   std::string html = fmt::format(
-      R"(<div class="scroll" tabindex="0" role="region" aria-label="Gains"><table class="figures narrow"><caption>{} {}</caption><thead><tr><td></td>)"
-      R"(<th colspan="4" scope="colgroup" class="group">Gain of the plugin per visit, ms</th><th colspan="{}" scope="colgroup" class="group">Gain over all visits</th></tr><tr><th class="left" scope="col">Event</th>)"
+      R"(<div class="scroll" tabindex="0" role="region" aria-label="Gains of {0} {1}"><table class="figures narrow"><caption>{0} {1}</caption><thead><tr><td></td>)"
+      R"(<th colspan="4" scope="colgroup" class="group">Gain of the plugin per visit, ms</th><th colspan="{2}" scope="colgroup" class="group">Gain over all visits</th></tr><tr><th class="left" scope="col">Event</th>)"
       R"(<th scope="col">median</th><th scope="col">p5</th><th scope="col">p95</th><th scope="col">total</th>)",
       visits.size(), name, kWays.size() - 1);
   for (const Way way : kWays) {
@@ -278,7 +278,7 @@ const char* PaintNote(PaintSource source) {
 
 std::string VisitTable(const Page& page, const Visit& visit) {
   std::string html =
-      R"(<div class="scroll" tabindex="0" role="region" aria-label="Events in all ways"><table class="figures visit-figures"><thead><tr><th scope="col" class="left">Way</th>)";
+      R"(<div class="scroll" tabindex="0" role="group" aria-label="Events in all ways"><table class="figures visit-figures"><thead><tr><th scope="col" class="left">Way</th>)";
   for (const MetricWords& words : kMetrics) html += fmt::format(R"(<th scope="col">{}</th>)", words.text);
   html += R"(<th scope="col" class="left">the load event came after</th></tr></thead><tbody>)";
   for (const Way way : kWays) {
