@@ -7,6 +7,7 @@
 #include "host/connection_group.h"
 #include "host/http/header_block.h"
 #include "host/reuse_rules.h"
+#include "url/gurl.h"
 
 namespace host {
 namespace {
@@ -58,8 +59,17 @@ void PageVisit::ResourceSeen(const SeenResource& resource, int64_t afterUs) {
                    .headersToRepeat = std::move(headers)});
 }
 
+void PageVisit::FollowRedirect(const std::string& url, const net::HttpResponseHeaders& headers) {
+  if (headers.response_code() / 100 != 3) return;
+  const auto location = http::FindHeader(headers.raw_headers(), "Location");
+  if (!location) return;
+  const GURL target = GURL(url).Resolve(std::string(*location));
+  if (target.is_valid() && target.spec().starts_with("http")) redirectsTo_ = target.spec();
+}
+
 void PageVisit::ResponseSeen(const std::string& url, const net::HttpResponseHeaders& headers,
                              int64_t afterUs) {
+  if (url == (redirectsTo_.empty() ? pageUrl_ : redirectsTo_)) FollowRedirect(url, headers);
   const auto place = places_.find(url);
   if (place == places_.end()) return;
   KnownResource& resource = seen_[place->second];
@@ -75,6 +85,8 @@ void PageDatabase::Remember(PageVisit visit) {
   KnownPage& page = pages_.Use(visit.pageUrl_);
   std::vector<KnownResource>& seen = visit.seen_;
   ++page.visits;
+  const bool leaves = ConnectionGroup(visit.redirectsTo_) != ConnectionGroup(visit.pageUrl_);
+  page.redirectsTo = leaves ? std::move(visit.redirectsTo_) : std::string();
   for (KnownResource& resource : seen) {
     resource.visitsSeen = 1;
     resource.lastVisit = page.visits;

@@ -44,6 +44,7 @@ struct KnownGroup {
 
 struct KnownPage {
   uint32_t visits = 0;
+  std::string redirectsTo;  // another server's URL, to which the page's last request was redirected; or empty
   // In the order of the last visit on which each was seen. A resource that was not seen on ten consecutive
   // visits is forgotten.
   std::vector<KnownResource> resources;
@@ -77,9 +78,12 @@ class PageVisit {
  private:
   friend class PageDatabase;
 
+  void FollowRedirect(const std::string& url, const net::HttpResponseHeaders& headers);
+
   std::string pageUrl_;
   size_t maxResources_;
   size_t maxHeaderBytes_;
+  std::string redirectsTo_;
   bool painted_ = false;
   bool loaded_ = false;
   std::vector<KnownResource> seen_;

@@ -51,6 +51,7 @@ std::vector<ConnectionNeed> DecidePreconnects(const KnownPage& page, const std::
     group.waits.emplace_back(resource.askedUs, resource.askedUs + resource.waitedUs);
   }
   std::vector<ConnectionNeed> needs;
+  if (!page.redirectsTo.empty()) needs.push_back({.url = page.redirectsTo, .count = 1});
   for (const auto& [key, group] : groups) {
     const auto known = page.groups.find(key);
     if (known == page.groups.end() || !IsSeenOften(page, known->second.visitsSeen, settings)) continue;

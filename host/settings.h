@@ -35,10 +35,14 @@ struct HostSettings {
   bool preconnect = true;
 
   // How long before the time at which the page first needed a connection on earlier visits it is opened. A
-  // set-up takes two or three round trips, and preloads make the page ask earlier than before.
+  // set-up takes two or three round trips, and preloads make the page ask earlier than before. Over 13
+  // recordings, half of it makes loads on 3g 0.6% longer; more of it gains at most 1% there and nothing
+  // elsewhere, for a sixth more connections that nobody uses.
   int64_t preconnectLeadMs = 2000;
 
-  // How many connections that nobody waits for yet are set up at the same time, over all groups.
+  // How many connections that nobody waits for yet are set up at the same time, over all groups. Anything
+  // from 4 to 64 makes a difference of at most 0.3% to the plugin; with 2, connections alone gain a third
+  // less.
   size_t maxPreconnects = 8;
 
   // --- What is ordered, and who gets it.

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <string>
+#include <unordered_map>
 
 #include "replay/recording/recording.h"
 
@@ -29,7 +29,7 @@ class DiskCache {
   }
 
  private:
-  std::map<std::string, int64_t> freshUntilUs_;
+  std::unordered_map<std::string, int64_t> freshUntilUs_;
 };
 
 }  // namespace replay

@@ -86,7 +86,17 @@ void NetworkModel::SetUrgency(host::TransferId id, host::Urgency urgency) {
     transfer.group->waiting[Index(urgency)].push_back(id);
     tasks_.Post([this, &group = *transfer.group] { Dispatch(group); });
   }
+  BecomeUrgent(transfer, id, urgency);
+}
+
+size_t& NetworkModel::ReceivingLike(const Transfer& transfer) {
+  return transfer.flow->receiving[Index(transfer.request.urgency)];
+}
+
+void NetworkModel::BecomeUrgent(Transfer& transfer, host::TransferId id, host::Urgency urgency) {
+  if (transfer.receiving) --ReceivingLike(transfer);
   transfer.request.urgency = urgency;
+  if (transfer.receiving) ++ReceivingLike(transfer);
   link_.SetUrgency(id, urgency);
 }
 
@@ -104,7 +114,7 @@ host::TransferReport NetworkModel::Cancel(host::TransferId id) {
   host::TransferReport report = transfer.report;
   report.ended = clock_.Now();
   const int64_t came = transfer.receivedBytes + link_.Remove(id);
-  if (transfer.receiving) --transfer.flow->receiving;
+  if (transfer.receiving) --ReceivingLike(transfer);
   if (transfer.received) {
     report.bodyBytes = transfer.recorded != nullptr ? transfer.recorded->bodyBytes : 0;
   } else if (transfer.recorded != nullptr) {
@@ -167,6 +177,12 @@ void NetworkModel::Reset(uint64_t contentVersion) {
   connections_ = 0;
 }
 
+// How many connections or streams of a group may be in use once a preload has got one.
+size_t NetworkModel::MostBesidePreloads(const Group& group) const {
+  if (Multiplexed(group)) return kMaxStreams;
+  return static_cast<size_t>(std::max(settings_.socketsPerGroup - settings_.reservedSockets, 1));
+}
+
 // Gives free connections to waiting transfers, those of the browser first, and opens as many as permitted.
 void NetworkModel::Dispatch(Group& group) {
   auto& browser = group.waiting[Index(host::Urgency::Browser)];
@@ -175,6 +191,7 @@ void NetworkModel::Dispatch(Group& group) {
     const bool free =
         Multiplexed(group) ? !group.idle.empty() && group.busy < kMaxStreams : !group.idle.empty();
     if (!free) break;
+    if (browser.empty() && group.busy >= MostBesidePreloads(group)) break;
     auto& queue = browser.empty() ? preloads : browser;
     const host::TransferId id = queue.front();
     queue.pop_front();
@@ -193,7 +210,9 @@ void NetworkModel::Dispatch(Group& group) {
     return;
   }
   const auto limit = static_cast<size_t>(settings_.socketsPerGroup);
-  while (group.connecting < waiting && group.connecting + group.busy + group.idle.size() < limit) {
+  const size_t most = MostBesidePreloads(group), taken = std::min(most, group.busy + browser.size());
+  const size_t wanted = browser.size() + std::min(preloads.size(), most - taken);
+  while (group.connecting < wanted && group.connecting + group.busy + group.idle.size() < limit) {
     OpenConnection(group);
   }
   if (!browser.empty()) HurryBlocking(group);
@@ -267,8 +286,7 @@ void NetworkModel::HurryBlocking(Group& group) {
   const size_t waiting = group.waiting[Index(host::Urgency::Browser)].size();
   for (const size_t index : host::PreloadsToHurry(settings_, waiting, group.connecting, running)) {
     const host::TransferId id = group.active[index];
-    transfers_.at(id).request.urgency = host::Urgency::Browser;
-    link_.SetUrgency(id, host::Urgency::Browser);
+    BecomeUrgent(transfers_.at(id), id, host::Urgency::Browser);
   }
 }
 
@@ -289,7 +307,7 @@ void NetworkModel::Receive(host::TransferId id) {
     return;
   }
   transfer.receiving = true;
-  ++transfer.flow->receiving;
+  ++ReceivingLike(transfer);
   tasks_.Post([this, id] { ReceiveWindow(id); });  // after those that begin now are counted
 }
 
@@ -304,8 +322,11 @@ void NetworkModel::ReceiveWindow(host::TransferId id) {
     const int64_t window = kInitialWindow + transfer.flow->delivered;
     const auto linkHolds =
         static_cast<int64_t>(*profile_.downMbit / 8 * static_cast<double>(transfer.group->times.rttUs));
-    const auto streams = static_cast<int64_t>(transfer.flow->receiving);
-    if (window < linkHolds) bytes = std::min(bytes, std::max(window / streams, kSegment));
+    // A preload yields here as well: the server sends what is more urgent first.
+    size_t streams = transfer.flow->receiving[Index(host::Urgency::Browser)];
+    if (transfer.request.urgency == host::Urgency::Preload) streams += ReceivingLike(transfer);
+    if (window < linkHolds)
+      bytes = std::min(bytes, std::max(window / static_cast<int64_t>(streams), kSegment));
   }
   link_.Add(id, bytes, transfer.request.urgency, [this, id, bytes, begunUs = clock_.NowUs()] {
     const auto place = transfers_.find(id);
@@ -315,7 +336,7 @@ void NetworkModel::ReceiveWindow(host::TransferId id) {
     came.flow->delivered += bytes;
     if (came.receivedBytes == BytesToCome(came.recorded)) {
       came.receiving = false;
-      --came.flow->receiving;
+      --ReceivingLike(came);
       return Complete(id);
     }
     tasks_.Post([this, id] { ReceiveWindow(id); },

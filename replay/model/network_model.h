@@ -52,8 +52,8 @@ class NetworkModel final : public host::Transport {
  private:
   // What a connection has carried.
   struct Flow {
-    int64_t delivered = 0;  // bytes
-    size_t receiving = 0;   // transfers whose response is coming
+    int64_t delivered = 0;     // bytes
+    size_t receiving[2] = {};  // transfers whose response is coming, by urgency
   };
   struct Connection {
     int64_t connectUs;  // its set-up began
@@ -90,6 +90,9 @@ class NetworkModel final : public host::Transport {
 
   Group& GroupOf(const std::string& url);
   bool Multiplexed(const Group& group) const;
+  size_t MostBesidePreloads(const Group& group) const;
+  static size_t& ReceivingLike(const Transfer& transfer);
+  void BecomeUrgent(Transfer& transfer, host::TransferId id, host::Urgency urgency);
   void Dispatch(Group& group);
   static Connection NewConnection(int64_t connectUs, bool fresh);
   int64_t LookUp(Group& group);

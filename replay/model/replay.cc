@@ -25,6 +25,10 @@ constexpr int64_t kThinkUs = 10'000'000;
 // Loads begin in the year 2000, and dates have four digits for the year.
 constexpr double kMostVisitsMs = 7999 * 365.0 * 86400e3;
 
+// How many sockets per host the plugin is told of: no bound, because most servers multiplex. Of the others
+// the network keeps sockets for the browser.
+constexpr int kPluginSockets = 100;
+
 const std::string& UrlOf(const Page& page) {
   return page.requests.front().url;
 }
@@ -40,6 +44,7 @@ uint32_t RoundsOf(const Recording& recording, uint32_t visits) {
 host::HostSettings Settings(const ReplayOptions& options) {
   host::HostSettings settings;
   settings.socketsPerGroup = options.socketsPerGroup;
+  settings.pluginSockets = kPluginSockets;
   settings.joinRunning = options.join;
   settings.preconnect = options.preconnect;
   settings.verboseLevel = options.logLevel.value_or(0);

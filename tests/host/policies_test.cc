@@ -2,6 +2,8 @@
 // and what the page database remembers for them.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "host/connection_group.h"
 #include "host/link_policy.h"
 #include "host/order_policy.h"
@@ -183,6 +185,28 @@ TEST(PreconnectPolicy, OpensWhatThePageWillNeedShortlyBeforeItDoes) {
       needs += std::to_string(need.atUs / 1000) + ":" + need.url + "*" + std::to_string(need.count) + " ";
     }
     EXPECT_EQ(needs, row.needs) << row.why;
+  }
+}
+
+TEST(PreconnectPolicy, APageThatRedirectsToAnotherServerNeedsItsConnectionAtOnce) {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"http://a.test/", "HTTP/1.1 301 X\nLocation: https://www.a.test/", "0:https://www.a.test/*1"},
+      {"http://a.test/", "HTTP/1.1 302 X\nLocation: //b.test/x", "0:http://b.test/x*1"},
+      {"http://a.test/", "HTTP/1.1 302 X\nLocation: /x", ""},
+      {"http://a.test/", "HTTP/1.1 302 X\nLocation: intent://b.test/", ""},
+      {"http://a.test/", "HTTP/1.1 200 X\nLocation: https://b.test/", ""},
+      {"http://other.test/", "HTTP/1.1 301 X\nLocation: https://b.test/", ""},
+  };
+  for (const auto& [url, response, expected] : rows) {
+    PageDatabase database({});
+    PageVisit visit("http://a.test/", {});
+    visit.ResponseSeen(url, ResponseHeaders(response));
+    database.Remember(std::move(visit));
+    std::string needs;
+    for (const ConnectionNeed& need : DecidePreconnects(*database.Find("http://a.test/"), {}, {})) {
+      needs += std::to_string(need.atUs) + ":" + need.url + "*" + std::to_string(need.count);
+    }
+    EXPECT_EQ(needs, expected) << response;
   }
 }
 

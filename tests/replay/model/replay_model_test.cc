@@ -200,6 +200,22 @@ TEST(NetworkModel, TheBrowserComesBeforePreloadsAndHurriesTheOneInItsWay) {
   }
 }
 
+TEST(NetworkModel, PreloadsLeaveSocketsAndTheWindowToTheBrowser) {
+  Network sockets({Recorded("http://a.test/")}, {"", 100, 8}, {.socketsPerGroup = 3, .reservedSockets = 1});
+  for (int preload = 0; preload < 3; ++preload) sockets.Start(0, "http://a.test/", kPreload);
+  sockets.Start(120, "http://a.test/");
+  EXPECT_EQ(sockets.Run(), (Times{"0 100 240 242", "0 100 240 242", "242 242 382 383", "120 220 360 361"}));
+
+  // A document's window is not shared with a preload, which comes at a quarter of its rate.
+  Request streamed = Recorded("http://a.test/", 14'600);
+  streamed.protocol = Protocol::Http2;
+  Network window({streamed}, {"", 100, 8}, {.preloadShare = 0.25},
+                 {.certificates = false, .nameLookups = false});
+  window.Start(0, streamed.url);
+  window.Start(0, streamed.url, kPreload);
+  EXPECT_EQ(window.Run()[0], "0 100 240 258");
+}
+
 TEST(NetworkModel, ACancelledTransferIsSilentAndCostsAnHttp1Connection) {
   const struct {
     Protocol protocol;
