@@ -13,6 +13,8 @@ namespace {
 
 using Json = nlohmann::json;
 
+constexpr int kMostNested = 100;  // far more than a line of ours
+
 Json OrNull(const std::optional<double>& value) {
   return value ? Json(*value) : Json(nullptr);
 }
@@ -112,7 +114,10 @@ size_t LineMerger::PlaceOfSetting(const std::vector<std::string>& sweep, const s
 }
 
 void LineMerger::AddLine(const std::string& line) {
-  const Json object = Json::parse(line);
+  const Json object = Json::parse(line, [](int depth, Json::parse_event_t /*event*/, Json& /*value*/) {
+    if (depth > kMostNested) throw std::runtime_error("is nested too deeply");  // copies and texts recurse
+    return true;
+  });
   if (object.contains("summary")) return;
   const std::string name = object.at("recording").get<std::string>();
   RecordingReport report;

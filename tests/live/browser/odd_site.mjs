@@ -271,8 +271,8 @@ function upgrade(request, socket) {
   });
 }
 
-// Listens on 127.0.0.1; on a port that the system picks unless one is given. Returns {port, close}.
-export async function serveOddSite(certificates, port = 0) {
+// Listens on a port that the system picks unless one is given. Returns {port, close}.
+export async function serveOddSite(certificates, port = 0, address = '127.0.0.1') {
   const scheme = certificates === undefined ? 'http' : 'https';
   const onRequest = (request, response) => {
     response.on('error', () => {});
@@ -288,7 +288,7 @@ export async function serveOddSite(certificates, port = 0) {
     sockets.add(socket);
     socket.once('close', () => sockets.delete(socket));
   });
-  await new Promise((resolve) => server.listen(port, '127.0.0.1', resolve));
+  await new Promise((resolve) => server.listen(port, address, resolve));
   return {
     port: server.address().port,
     close: () => {

@@ -18,23 +18,23 @@ const SNAPSHOT = `new Promise((resolve) => {
 
 // The site has the ports that belong to http and https, whatever the one is that it listens on. `certificates` are those
 // of the server; undefined for plain http. The CA of interception stays in the folder.
-export function startProxy(program, folder, port, certificates, options) {
+export function startProxy(program, folder, port, certificates, options, address = '127.0.0.1') {
   const hosts = join(folder, 'hosts');
-  writeFileSync(hosts, HOSTS.map((host) => `127.0.0.1 ${host}\n`).join(''));
+  writeFileSync(hosts, HOSTS.map((host) => `${address} ${host}\n`).join(''));
   const intercept = certificates ? ['--intercept', '--ca-dir', join(folder, 'ca'), '--upstream-ca', certificates.caPath] : [];
   return Proxy.start(program, ['--hosts', hosts, '--connect-port', String(port), ...intercept, ...options]);
 }
 
 export class Visitor {
   // `proxyAddress` is undefined for none.
-  static async start(folder, profile, port, certificates, proxyAddress) {
+  static async start(folder, profile, port, certificates, proxyAddress, address = '127.0.0.1') {
     const visitor = new Visitor();
     visitor.origin = `${certificates ? 'https' : 'http'}://odd.test`;
     const keyFile = join(folder, 'ca', 'spki');
     const keys = [certificates?.spki, existsSync(keyFile) ? readFileSync(keyFile, 'utf8').trim() : undefined].filter(Boolean);
     visitor.browser = new Browser('chromium', join(folder, profile), [
       ...(keys.length > 0 ? [`--ignore-certificate-errors-spki-list=${keys.join(',')}`] : []),
-      ...(proxyAddress ? proxyFlags(proxyAddress) : [`--host-resolver-rules=MAP *.test 127.0.0.1:${port}`]),
+      ...(proxyAddress ? proxyFlags(proxyAddress) : [`--host-resolver-rules=MAP *.test ${address}:${port}`]),
     ]);
     visitor.session = await visitor.browser.openPage();
     await visitor.send('Page.enable');

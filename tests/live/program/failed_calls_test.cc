@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -92,6 +93,31 @@ class FailedCalls : public testing::Test {
                                   " LD_PRELOAD=" KIV_FAIL_ONE_CALL_PATH;
   std::optional<ProxyProcess> proxy;
 };
+
+// More connections than the program may open: some loads wait or fail, none is wrong, and all is well when
+// they end.
+TEST_F(FailedCalls, UsedUpDescriptorsAreFreeAgainAfterwards) {
+  proxy.emplace(folder, options, "ulimit -n 40;");
+  ASSERT_TRUE(proxy->Started()) << proxy->Errors();
+  Visit();
+  {
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (int i = 0; i < 60; ++i) {
+      clients.push_back(std::make_unique<RawClient>(proxy->Port()));
+      clients.back()->Send("GET http://a.test:" + std::to_string(server.Port()) +
+                           "/1 HTTP/1.1\r\nHost: x\r\n" + "Sec-Fetch-Site: none\r\n\r\n");
+    }
+    for (const auto& client : clients) client->EndSending();
+    for (const auto& client : clients) {
+      const std::string received = client->ReadAll();
+      EXPECT_TRUE(received.empty() || received.starts_with("(reset)") ||
+                  received.starts_with("HTTP/1.1 502 ") || received.find(BodyOf("/1")) != std::string::npos)
+          << received.substr(0, 200);
+    }
+  }
+  EXPECT_EQ(Visit(), "++++") << proxy->Errors();
+  EXPECT_EQ(proxy->Stop(), 0) << proxy->Errors();
+}
 
 struct Call {
   const char* name;
