@@ -9,6 +9,7 @@ namespace base::internal {
 class LockImpl {
  public:
   LockImpl();
+  // NOLINTNEXTLINE(performance-trivially-destructible): the destructor is a symbol of the real class
   ~LockImpl();
   LockImpl(const LockImpl&) = delete;
   LockImpl& operator=(const LockImpl&) = delete;
