@@ -94,7 +94,8 @@ class FailedCalls : public testing::Test {
   std::optional<ProxyProcess> proxy;
 };
 
-// More connections than the program may open: some loads fail, none is wrong, and all is well when they end.
+// More connections than the program may open: some loads wait or fail, none is wrong, and all is well when
+// they end.
 TEST_F(FailedCalls, UsedUpDescriptorsAreFreeAgainAfterwards) {
   proxy.emplace(folder, options, "ulimit -n 40;");
   ASSERT_TRUE(proxy->Started()) << proxy->Errors();
@@ -106,8 +107,6 @@ TEST_F(FailedCalls, UsedUpDescriptorsAreFreeAgainAfterwards) {
       clients.back()->Send("GET http://a.test:" + std::to_string(server.Port()) +
                            "/1 HTTP/1.1\r\nHost: x\r\n" + "Sec-Fetch-Site: none\r\n\r\n");
     }
-    EXPECT_TRUE(
-        Eventually([this] { return proxy->Errors().find("Too many open files") != std::string::npos; }));
     for (const auto& client : clients) client->EndSending();
     for (const auto& client : clients) {
       const std::string received = client->ReadAll();

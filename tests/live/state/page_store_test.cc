@@ -287,8 +287,9 @@ TEST_F(PageStoreTest, SurvivesAnyByteThatIsWrong) {
   { Session(path).Visit(kPage, {"https://shop.test/a"}); }
   SqliteFile(path, 0).Run("PRAGMA journal_mode=DELETE");
   const std::string good = Bytes();
-  const size_t step = std::max<size_t>(good.size() / 500, 1);
-  for (size_t at = 0; at < good.size(); at += at < 200 ? 1 : step) {
+  const size_t step = std::max<size_t>(good.size() / 60, 1);  // besides each byte of the file's own header
+  for (size_t at = 0; at < good.size(); at += at < 100 ? 1 : step) {
+    if (at == 18) continue;  // may be written: one that may not is left alone, as the user may want
     if (at >= 68 && at < 72) continue;  // whose database it is: that of another program is left alone
     std::string damaged = good;
     damaged[at] = static_cast<char>(~damaged[at]);
