@@ -96,6 +96,7 @@ RecordingReport ReplayChanged(const Change& change, Recording recording, ReplayO
                               const host::PluginFunctions& plugin) try {
   Apply(change, recording, options);
   options.logLevel.reset();
+  options.allWays = false;
   return {.summary = Summarize(ReplayRecording(recording, options, plugin))};
 } catch (const std::exception& error) {
   return Failed(recording.name, ReplayStatus::Fault, recording.name + ": " + error.what());

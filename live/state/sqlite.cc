@@ -15,7 +15,8 @@ void Check(int code, sqlite3* file) {
 }  // namespace
 
 bool SqliteError::IsDamage() const {
-  return (code_ & 0xff) == SQLITE_CORRUPT || (code_ & 0xff) == SQLITE_NOTADB;
+  // The statements are right, so if one does not fit, the file is not what it was made as.
+  return (code_ & 0xff) == SQLITE_CORRUPT || (code_ & 0xff) == SQLITE_NOTADB || code_ == SQLITE_ERROR;
 }
 
 // --- The file

@@ -297,7 +297,10 @@ void Apply(const Change& change, Recording& recording, ReplayOptions& options) {
     return std::binary_search(change.urls.begin(), change.urls.end(), url);
   };
   for (Page& page : recording.pages) {
-    for (Request& request : page.requests) {
+    for (size_t index = 0; index < page.requests.size(); ++index) {
+      Request& request = page.requests[index];
+      const bool isPageItself = index <= page.document;  // whose address tells the visits apart
+      if (change.kind == ChangeKind::KeepAddress && isPageItself) continue;
       if (isMeant(request.url)) ApplyToRequest(change.kind, request);
       if (change.kind != ChangeKind::KeepAddress) continue;
       for (std::string* const url : {&request.initiatorUrl, &request.referer}) {

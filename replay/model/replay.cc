@@ -70,6 +70,7 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
   PluginBrowser browser(plugin, recordedNetwork, options, settings);
   std::map<std::string, uint32_t> visitsOf;
   std::map<std::string, int64_t> leftUs;
+  const auto isWanted = [&options](Way way) { return options.allWays || IsRunOnFirstVisits(way); };
   PerWay<DiskCache> diskCaches;  // the plugin's way has the browser's
   const size_t loads = recording.pages.size() * RoundsOf(recording, options.visits);
   for (size_t load = 0; load < loads; ++load) {
@@ -105,10 +106,11 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
                          [&](const DiskCache& cache) { return cache.IsFresh(url, atUs); });
     };
     for (const Way way : kWays) {
-      if (visit.repeat && IsBound(way)) visit.ways[Index(way)] = ComputeBound(way, setup, *known, isFresh);
+      if (visit.repeat && IsBound(way) && isWanted(way))
+        visit.ways[Index(way)] = ComputeBound(way, setup, *known, isFresh);
     }
     for (const Way way : kWays) {
-      if (way == Way::Plugin || IsBound(way)) continue;
+      if (way == Way::Plugin || IsBound(way) || !isWanted(way)) continue;
       // A first visit in another way differs from `off` only in the content of its disk cache.
       WayResult run = RunPlainWay(way, setup, known, diskCaches[Index(way)]);
       if (visit.repeat || IsRunOnFirstVisits(way)) visit.ways[Index(way)] = std::move(run);

@@ -25,7 +25,8 @@ struct ReplayOptions {
   std::optional<ParentRule> parents;  // absent: chosen for each page
   BeaconList beacons = DefaultBeaconList();
   std::map<std::string, std::string> properties;  // system properties by name
-  std::optional<int> logLevel;                    // keep the plugin's log at this verbosity
+  bool allWays = true;          // false: only those that IsRunOnFirstVisits; the others are left empty
+  std::optional<int> logLevel;  // keep the plugin's log at this verbosity
 };
 
 }  // namespace replay

@@ -87,10 +87,12 @@ std::string AdviceText(const Advice& advice) {
     text = fmt::format(fmt::runtime(change.count == 1 ? words.one : words.many), fmt::arg("n", change.count),
                        fmt::arg("server", change.server), fmt::arg("setting", change.setting));
   }
-  text += fmt::format(" {} {} ms per {} on average (first paint {} ms)",
-                      change.kind == ChangeKind::LeaveOut ? "saves" : "would save",
-                      MillisecondsText(Mean(advice, advice.load)), advice.copies ? "copy" : "visit",
-                      MillisecondsText(Mean(advice, advice.firstPaint)));
+  const std::string load = MillisecondsText(Mean(advice, advice.load));
+  const std::string paint = MillisecondsText(Mean(advice, advice.firstPaint));
+  text += fmt::format(
+      " {}{}{}{} per {} on average", change.kind == ChangeKind::LeaveOut ? "saves" : "would save",
+      load != "0" ? " " + load + " ms until the load event" : "", load != "0" && paint != "0" ? " and" : "",
+      paint != "0" ? " " + paint + " ms until first paint" : "", advice.copies ? "copy" : "visit");
   const uint64_t worse = std::max(advice.load.worseVisits, advice.firstPaint.worseVisits);
   if (worse > 0) text += fmt::format("; {} of {} would be slower", worse, advice.visits);
   return text + ".";

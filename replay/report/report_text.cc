@@ -253,6 +253,7 @@ std::string AdviceText(const std::vector<RecordingReport>& reports, const Termin
       "\n" + Painted("Advice, from replaying each recording with the change", Look::Bold, terminal.colour) +
       "\n";
   for (const RecordingReport& report : reports) {
+    if (!report.advised) continue;
     text += PrintableText(report.summary.name) + "\n";
     const std::vector<Advice> shown = MostValuable(report.advice);
     if (shown.empty()) text += "  No change that was tried saves 1% and 10 ms.\n";

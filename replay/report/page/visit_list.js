@@ -66,7 +66,8 @@ const showWanted = () => {
     if (any) ++recordingCount;
   }
   const isAll = words.length === 0 && kind.value === "";
-  found.textContent = isAll ? "" : `${visitCount} visits of ${recordingCount} recordings`;
+  const countText = (count, name) => `${count} ${name}${count === 1 ? "" : "s"}`;
+  found.textContent = isAll ? "" : `${countText(visitCount, "visit")} of ${countText(recordingCount, "recording")}`;
 };
 
 // By the gain of a visit, which is that of its page and of its recording when it comes first there. First visits teach;

@@ -51,9 +51,9 @@ size_t Occurrences(const Change& change, const Recording& recording, const Recor
   Change renamed = change;
   if (change.kind == ChangeKind::KeepAddress) {
     Recording urls;
-    for (const std::string& url : change.urls) urls.pages.push_back({.requests = {{.url = url}}});
+    for (const std::string& url : change.urls) urls.pages.push_back({.requests = {{}, {.url = url}}});
     Apply(change, urls, unused);
-    for (const Page& page : urls.pages) renamed.urls.push_back(page.requests[0].url);
+    for (const Page& page : urls.pages) renamed.urls.push_back(page.requests[1].url);
   }
   size_t count = 0;
   for (const Visit& visit : result.visits) {

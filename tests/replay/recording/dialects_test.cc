@@ -13,49 +13,40 @@ Recording Read(const std::string& name) {
 }
 
 // Of each request: URL, start, kind, protocol, body and initiator.
-std::vector<std::string> StoryOf(const Recording& recording) {
-  std::vector<std::string> story;
+std::string StoryOf(const Recording& recording) {
+  std::string story;
   for (const Page& page : recording.pages) {
     for (const Request& request : page.requests) {
-      story.push_back(request.url + " at " + std::to_string(static_cast<int>(request.startMs)) + " " +
-                      host::NameOfKind(request.kind) + " h" +
-                      std::to_string(static_cast<int>(request.protocol) + 1) + " " +
-                      std::to_string(request.bodyBytes) + " by " + request.initiatorUrl);
+      story += (story.empty() ? "" : "; ") + request.url + " at " +
+               std::to_string(static_cast<int>(request.startMs)) + " " + host::NameOfKind(request.kind) +
+               " h" + std::to_string(static_cast<int>(request.protocol) + 1) + " " +
+               std::to_string(request.bodyBytes) + " by " + request.initiatorUrl;
     }
   }
   return story;
 }
 
 TEST(Dialects, AreReadAsTheyAreMeant) {
-  const std::string document = "https://a.test/ at 0 document ", top = "https://a.test/";
+  const std::string top = "https://a.test/", document = top + " at 0 document ";
   const struct {
-    const char* recorder;
-    std::vector<std::string> story;
+    std::string recorder, story;
     size_t fromCache;
     const char* what;
   } rows[] = {
-      {"devtools",
-       {document + "h3 700 by ", top + "i at 60 image h1 10 by " + top + "x.js"},
-       1,
+      {"devtools", document + "h3 700 by ; " + top + "i at 60 image h1 10 by " + top + "x.js", 1,
        "initiators are objects with stacks, and the cache is named"},
-      {"firefox", {document + "h2 70 by "}, 0, "the recorder's time zone, refused rows, and no initiator"},
-      {"safari",
-       {document + "h2 200 by ", top + "a.css at 80 stylesheet h1 9 by "},
-       1,
+      {"firefox", document + "h2 70 by ", 0, "the recorder's time zone, refused rows, and no initiator"},
+      {"safari", document + "h2 200 by ; " + top + "a.css at 80 stylesheet h1 9 by ", 1,
        "_fetchType says what fetched a row, and protocols are spelled its way"},
-      {"webpagetest",
-       {document + "h2 800 by ", top + "a.js at 200 script h2 70 by " + top},
-       0,
+      {"webpagetest", document + "h2 800 by ; " + top + "a.js at 200 script h2 70 by " + top, 0,
        "initiators are addresses, sizes and protocol are fields of its own"},
-      {"sitespeed",
-       {document + "h2 300 by ", top + "f.woff2 at 130 font h2 7 by " + top},
-       0,
+      {"sitespeed", document + "h2 300 by ; " + top + "f.woff2 at 130 font h2 7 by " + top, 0,
        "the time in the browser's queue is apart, and a row starts after it"},
-      {"fiddler", {document + "h1 40 by "}, 0, "a byte order mark, no pages, tunnels, 7 digits of a second"},
-      {"charles", {document + "h2 60 by "}, 0, "no pages, tunnels, a zone without a colon, failed rows"},
+      {"fiddler", document + "h1 40 by ", 0, "a byte order mark, no pages, tunnels, 7 digits of a second"},
+      {"charles", document + "h2 60 by ", 0, "no pages, tunnels, a zone without a colon, failed rows"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.recorder) + ": " + row.what);
+    SCOPED_TRACE(row.recorder + ": " + row.what);
     const Recording recording = Read(row.recorder);
     EXPECT_EQ(StoryOf(recording), row.story);
     const std::vector<std::string> warnings = WarningsOf(recording);

@@ -28,11 +28,11 @@ TEST(Advice, ShowsWhatIsSavedAndNoLoss) {
     std::vector<Times> before, after;
     const char* saved;  // in the text; empty: no advice
   } cases[] = {
-      {{{1000, 500}}, {{900, 500}}, "would save 100 ms per visit on average (first paint 0 ms)."},
-      {{{1000, 500}}, {{1000, 480}}, "would save 0 ms per visit on average (first paint 20 ms)."},
+      {{{1000, 500}}, {{900, 500}}, "would save 100 ms until the load event per visit on average."},
+      {{{1000, 500}}, {{1000, 480}}, "would save 20 ms until first paint per visit on average."},
       {{{1000, 500}, {1000, 500}},
        {{700, 500}, {1100, 500}},
-       "would save 100 ms per visit on average (first paint 0 ms); 1 of 2 would be slower."},
+       "would save 100 ms until the load event per visit on average; 1 of 2 would be slower."},
       {{{1000, 500}}, {{991, 500}}, ""},   // less than 10 ms
       {{{9000, 900}}, {{8920, 900}}, ""},  // less than 1%
       {{{1000, 500}}, {{1200, 500}}, ""},  // slower
@@ -51,7 +51,7 @@ TEST(Advice, ShowsWhatIsSavedAndNoLoss) {
   }
   const Change preload = {.kind = ChangeKind::LeaveOut, .count = 1, .urls = {"https://a.test/1"}};
   EXPECT_EQ(AdviceText(AdviceOf(preload, SummaryOf({{900, 500}}), SummaryOf({{1000, 500}})).value()),
-            "Preloading https://a.test/1 saves 100 ms per visit on average (first paint 0 ms).");
+            "Preloading https://a.test/1 saves 100 ms until the load event per visit on average.");
 }
 
 TEST(Advice, FiveAreShownAndTwoOfSinglePreloads) {
