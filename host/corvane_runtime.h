@@ -67,6 +67,7 @@ class CorvaneRuntime final : private FetchObserver {
   void ResourceSeen(TabId tab, const SeenResource& resource);
   // The network has responded to a load of the page.
   void ResponseSeen(TabId tab, const std::string& url, const net::HttpResponseHeaders& headers);
+  // The page has painted, or loaded. A proxy cannot know either, and kiv_replay reports only the load event.
   void FirstPaint(TabId tab);
   void LoadEvent(TabId tab);
   // The visit ends: the database learns what was seen, and preloads that were not used are dropped. The tab's

@@ -31,7 +31,8 @@ uint32_t Priority(ResourceKind kind, size_t position) {
   return Rank(kind) * kPositions + static_cast<uint32_t>(std::min<size_t>(position, kPositions - 1));
 }
 
-// Digits in the addresses of these are versions, which change with the site and not with the load.
+// The kinds that hold up the first paint. Digits in their addresses are versions, which change with the site
+// and not with the load, so that they are no sign of a volatile address.
 bool HoldsUpPaint(ResourceKind kind) {
   return kind == ResourceKind::Stylesheet || kind == ResourceKind::Font;
 }

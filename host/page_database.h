@@ -24,10 +24,10 @@ struct KnownResource {
   bool get = true;              // requested with GET
   bool withCredentials = true;  // its requests may carry cookies
   bool carriedCookies = false;  // its last request did
-  bool afterLoad = false;       // requested after the page's load event, on its last visit
-  bool beforePaint = false;     // requested before the page's first paint, on that visit
-  int64_t askedUs = 0;          // after the page's request, on that visit
-  int64_t waitedUs = 0;         // from then to its response, on the last visit that had a response
+  bool afterLoad = false;    // requested after LoadEvent of its last visit; false where nobody reports that
+  bool beforePaint = false;  // requested before FirstPaint of that visit; true where nobody reports that
+  int64_t askedUs = 0;       // after the page's request, on that visit
+  int64_t waitedUs = 0;      // from then to its response, on the last visit that had a response
   std::string headersToRepeat;  // of its last request: see host/reuse_rules.h
   uint32_t visitsSeen = 0;      // on how many visits of the page
   uint32_t lastVisit = 0;       // the number of the last one of them
