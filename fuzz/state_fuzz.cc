@@ -145,7 +145,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const std::string& message : run.told) FUZZ_CHECK(message.find('\n') == std::string::npos);
   }
   Run next(path);
-  FUZZ_CHECK(next.told.empty());
+  FUZZ_CHECK(next.told.size() <= 1);
+  if (!next.told.empty()) return 0;  // another program's, or a later format's: it is left alone
   FUZZ_CHECK(next.pages.Find(kPages[0]) != nullptr);
   FUZZ_CHECK(next.pages.Find(kPages[0])->resources[0].url == "https://cdn.test/a.css");
   return 0;
