@@ -111,8 +111,11 @@ RecordingResult ReplayRecording(const Recording& recording, const ReplayOptions&
                          [&](const DiskCache& cache) { return cache.IsFresh(url, atUs); });
     };
     for (const Way way : kWays) {
-      if (visit.repeat && IsBound(way) && isWanted(way))
-        visit.ways[Index(way)] = ComputeBound(way, setup, *known, isFresh);
+      if (visit.repeat && IsBound(way) && isWanted(way)) {
+        // The page database may have forgotten the page since its last visit.
+        static const host::KnownPage kForgotten;
+        visit.ways[Index(way)] = ComputeBound(way, setup, known != nullptr ? *known : kForgotten, isFresh);
+      }
     }
     for (const Way way : kWays) {
       if (way == Way::Plugin || IsBound(way) || !isWanted(way)) continue;

@@ -19,6 +19,7 @@
 
 #include "cutils/properties.h"
 #include "host/plugin_functions.h"
+#include "host/settings.h"
 #include "replay/model/replay.h"
 #include "replay/recording/har_reader.h"
 #include "tests/support/temporary_folder.h"
@@ -179,6 +180,24 @@ TEST(Replay, WithoutJoiningARunningPreloadIsFetchedAgain) {
     }
   }
   EXPECT_GT(again, 0u);
+}
+
+// More pages than the page database keeps: it has forgotten the first when that is visited again.
+TEST(Replay, AForgottenPageIsNotKnown) {
+  Request document{.url = "http://a.test/", .method = "GET", .endMs = 100, .status = 200};
+  document.responseHeaders = std::string("HTTP/1.1 200 OK\0\0", 17);
+  Recording recording;
+  for (size_t page = 0; page <= host::HostSettings().maxPages; ++page) {
+    document.url = "http://a.test/" + std::to_string(page);
+    recording.pages.push_back({.requests = {document}});
+  }
+  const auto visits = Replay(recording, {.visits = 2}).visits;
+  ASSERT_EQ(visits.size(), 2 * recording.pages.size());
+  const Visit& again = visits[recording.pages.size()];
+  EXPECT_TRUE(again.repeat);
+  EXPECT_EQ(Of(again, Way::Hints).times.pageLoadUs, Of(again, Way::Off).times.pageLoadUs);
+  EXPECT_GT(Of(again, Way::Reachable).times.pageLoadUs, 0);
+  EXPECT_LE(Of(again, Way::Reachable).times.pageLoadUs, Of(again, Way::Off).times.pageLoadUs);
 }
 
 TEST(Replay, FreshnessDecidesWhatTheDiskCacheAnswers) {
