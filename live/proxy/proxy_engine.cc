@@ -129,7 +129,11 @@ class ProxyEngine::NavigationContext final : public ConnectPolicy {
       : engine_(engine), origin_(OriginOf(request.url)), isCertain_(IsCertainNavigation(request.headers)) {}
 
   bool MayConnectTo(std::string_view address) const override {
-    return isCertain_ || engine_.settings_.allowPrivate || !IsPrivateAddress(address);
+    if (engine_.settings_.allowPrivate || !IsPrivateAddress(address)) return true;
+    // A server that was public does not become private: its name would have been changed for its pages to
+    // reach servers here.
+    const bool* const wasPrivate = engine_.isPrivateOrigin_.Peek(origin_);
+    return isCertain_ && (wasPrivate == nullptr || *wasPrivate);
   }
   void SendsTo(std::string_view address) const override {
     engine_.isPrivateOrigin_.Use(origin_) = IsPrivateAddress(address);

@@ -206,6 +206,7 @@ class CurlTransport::Impl {
   ~Impl() {
     for (auto& [id, transfer] : transfers_) {
       if (transfer->easy != nullptr) RemoveUnfinished(transfer->easy.get());
+      if (transfer->request.body != nullptr) transfer->request.body->onReadable = nullptr;
     }
     RemoveDoomed();
     for (const auto& [easy, warming] : warming_) curl_multi_remove_handle(multi_, easy);
@@ -432,8 +433,10 @@ class CurlTransport::Impl {
     transfer.begun = loop_.Now();
     SetUp(easy, request.url, transfer.opener);
     Set(easy, CURLOPT_PRIVATE, &transfer);
-    // Where a server is known to multiplex, one connection is waited for instead of opening several.
-    Set(easy, CURLOPT_PIPEWAIT, group.multiplexes || !group.isKnown ? 1L : 0L);
+    // Where a server multiplexes, or may do so, one connection is waited for instead of opening several. Not
+    // over plain http: there libcurl 7.88 would wait for the end of the first response.
+    const bool mayMultiplex = group.multiplexes || (!group.isKnown && transfer.group.starts_with("https:"));
+    Set(easy, CURLOPT_PIPEWAIT, mayMultiplex ? 1L : 0L);
     Set(easy, CURLOPT_STREAM_WEIGHT, StreamWeight(request.urgency));
     Set(easy, CURLOPT_HEADERFUNCTION, (NoThrow<OnHeader, 0>::Call));
     Set(easy, CURLOPT_HEADERDATA, &transfer);
@@ -603,6 +606,7 @@ class CurlTransport::Impl {
       transfer->opener.refused = true;
       return CURL_PREREQFUNC_ABORT;
     }
+    transfer->opener.refused = false;  // another address of the server was
     policy->SendsTo(address);
     return CURL_PREREQFUNC_OK;
   }
@@ -745,9 +749,11 @@ class CurlTransport::Impl {
     // The server says no more than that it ends the connection, during the set-up of TLS or later.
     const bool ended =
         code == CURLE_SSL_CONNECT_ERROR || code == CURLE_RECV_ERROR || code == CURLE_SEND_ERROR;
-    if (ended && !transfer.responded && group.asksForCertificate) {
+    const bool isNew = Info<long>(easy, CURLINFO_NUM_CONNECTS) > 0;
+    if (ended && isNew && !transfer.responded && group.asksForCertificate) {
       transfer.result = host::kClientCertificateNeeded;
     }
+    if (transfer.responded) group.asksForCertificate = false;  // it does without
     curl_multi_remove_handle(multi_, easy);
     ready_.insert(transfer.id);
     Pump();
@@ -856,16 +862,16 @@ class CurlTransport::Impl {
         SetUp(handle, "http" + plan.key.substr(plan.key.find(':')) + "/", warming.opener);
         Set(handle, CURLOPT_CONNECT_ONLY, 1L);
       }
+      tasks_.Post([this, handle] {
+        if (!warming_.contains(handle)) return;
+        if (curl_multi_add_handle(multi_, handle) != CURLM_OK) Warmed(handle, CURLE_OUT_OF_MEMORY);
+        AfterCurl();
+      });
+      ++groups_[plan.key].warming;
     } catch (const std::bad_alloc&) {
       warming_.erase(handle);
       throw;
     }
-    ++groups_[plan.key].warming;
-    tasks_.Post([this, handle] {
-      if (!warming_.contains(handle)) return;
-      if (curl_multi_add_handle(multi_, handle) != CURLM_OK) Warmed(handle, CURLE_OUT_OF_MEMORY);
-      AfterCurl();
-    });
   }
 
   void Warmed(CURL* handle, CURLcode code) {

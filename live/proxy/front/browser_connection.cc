@@ -369,15 +369,17 @@ void BrowserConnection::Flush() {
 }
 
 // The browser has the certificate that the server asks for. So it asks again on a new connection, which is a
-// tunnel.
+// tunnel. The server may have done already what another method than GET asks for, which nobody must repeat
+// unasked.
 void BrowserConnection::SendToTunnel() {
   const std::string& host = request_.target.host;
   front_.interceptor.Except(host);
   front_.Tell("the server " + host + " asks for a client's certificate, and is tunnelled from now on");
   response_ = {.keepAlive = false};
   sent_ = Sent::All;
-  Send(MakeErrorPage(307, "The server asks for a certificate, which only the browser has.", request_.method,
-                     false, "Location: " + request_.url + "\r\n"));
+  const bool isSafe = request_.method == "GET" || request_.method == "HEAD";
+  Send(MakeErrorPage(isSafe ? 307 : 502, "The server asks for a certificate, which only the browser has.",
+                     request_.method, false, isSafe ? "Location: " + request_.url + "\r\n" : ""));
 }
 
 void BrowserConnection::SendErrorPage(const Refusal& refusal, bool keepAlive) {

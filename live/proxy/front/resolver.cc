@@ -53,7 +53,11 @@ void Resolver::Shared::Work(const std::shared_ptr<Shared>& shared) {
     const Question question = std::move(shared->questions.front());
     shared->questions.pop_front();
     lock.unlock();
-    Endpoints endpoints = shared->lookUp(question.host, question.port);
+    Endpoints endpoints;
+    try {
+      endpoints = shared->lookUp(question.host, question.port);
+    } catch (const std::exception&) {  // without memory there is no address
+    }
     lock.lock();
     if (shared->loop == nullptr) return;
     shared->loop->PostFromAnywhere([shared, id = question.id, endpoints = std::move(endpoints)] {

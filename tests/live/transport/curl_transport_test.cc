@@ -254,6 +254,19 @@ TEST_F(CurlTransportTest, ConnectionsThatMayNotBeOpenedYetAreOpenedLater) {
   EXPECT_EQ(server->ConnectionCount(), 3) << "what was planned first and not begun is dropped";
 }
 
+TEST_F(CurlTransportTest, TheFirstResponseOfAServerHoldsUpNoOther) {
+  Serve([](Connection& connection) {
+    while (connection.ReadRequest().starts_with("GET /10 ")) connection.Write(OkResponse("", "x"));
+    connection.Write("HTTP/1.1 200 OK\r\n\r\nb");
+    connection.ReadSome();
+  });
+  ContractClient endless;
+  const host::TransferId id = transport->Start({.url = server->Url("/events"), .method = "GET"}, endless);
+  EXPECT_EQ(Get("/10"), "200 b done 0");
+  EXPECT_EQ(endless.result, 1) << "it goes on";
+  transport->Cancel(id);
+}
+
 TEST_F(CurlTransportTest, AsksWhereItMayConnect) {
   struct Policy : ConnectPolicy {
     bool allowed = true;
